@@ -1,0 +1,19 @@
+# `cmake --install`: headers, both libraries, the CMake package (find_package(tarn)) and the pkg-config file.
+
+include(CMakePackageConfigHelpers)
+
+install(FILES ${tarn_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarn)
+install(TARGETS tarn tarn_static EXPORT tarn-targets)
+
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarn)
+install(EXPORT tarn-targets NAMESPACE tarn:: DESTINATION ${package_dir})
+configure_package_config_file(cmake/tarn-config.cmake.in tarn-config.cmake INSTALL_DESTINATION ${package_dir})
+write_basic_package_version_file(tarn-config-version.cmake COMPATIBILITY SameMajorVersion)
+install(FILES ${PROJECT_BINARY_DIR}/tarn-config.cmake ${PROJECT_BINARY_DIR}/tarn-config-version.cmake
+        DESTINATION ${package_dir})
+
+# The paths in the file are relative to where it stands, so that an installation may be moved.
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR
+           BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE tarn_pc_include_dir)
+configure_file(cmake/tarn.pc.in tarn.pc @ONLY)
+install(FILES ${PROJECT_BINARY_DIR}/tarn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

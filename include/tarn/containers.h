@@ -1,0 +1,123 @@
+/**
+ * @file
+ * Containers. `mu_list`: a doubly linked list of fixed-size record copies in insertion order.
+ *
+ * Holds for the whole header:
+ * - No locking: a caller whose list is shared holds a lock of its own across every call and across any walk.
+ * - Failures are told by results alone; nothing is printed.
+ * - Memory comes from mu_malloc.
+ */
+#ifndef TARN_CONTAINERS_H
+#define TARN_CONTAINERS_H
+
+#include "tarn/types.h"
+
+TARN_BEGIN_DECLS
+
+/**
+ * Compares a record with a key; both belong to the caller. The list looks only at zero versus nonzero.
+ *
+ * @return 0 for a match. The library's own callbacks give 1 when the record's key is greater, -1 when it is smaller.
+ */
+typedef int32_t (*mu_list_cmp_cb_t)(const void *record, const void *key);
+
+/** Visits a record, which it may change in place. It must not delete the node that it visits. */
+typedef void (*mu_list_trav_cb_t)(void *record);
+
+/**
+ * One node. The record copy stands right behind these fields, in the same block: at an address divisible by 8.
+ * Read `data` freely and change the record through it; leave the links to the list.
+ */
+typedef struct mu_list_node {
+  void *data;                /**< The node's record copy. */
+  struct mu_list_node *prev; /**< Null at the head. */
+  struct mu_list_node *next; /**< Null at the tail. */
+} mu_list_node_t;
+
+/** A list. */
+typedef struct mu_list {
+  uint32_t data_size;   /**< Bytes of a record; not 0. */
+  uint32_t count;       /**< Number of nodes. */
+  mu_list_node_t *tail; /**< The last node; null when empty. */
+  mu_list_node_t *head; /**< The first node; null when empty. */
+  mu_list_cmp_cb_t cmp; /**< Serves mu_list_query; may be null. */
+} mu_list_t;
+
+static_assert(sizeof(mu_list_node_t) == 24, "the record follows at byte 24");
+static_assert(offsetof(mu_list_node_t, prev) == 8 && offsetof(mu_list_node_t, next) == 16, "node layout");
+static_assert(offsetof(mu_list_t, count) == 4 && offsetof(mu_list_t, tail) == 8 && offsetof(mu_list_t, head) == 16 &&
+                  offsetof(mu_list_t, cmp) == 24 && sizeof(mu_list_t) == 32,
+              "list layout");
+
+/**
+ * Creates an empty list.
+ *
+ * @param[in] data_size  Bytes of a record, 1 or more.
+ * @param[in] cmp        Compare callback for mu_list_query; null for none.
+ * @return The list, released with mu_list_destory; null when `data_size` is 0 or negative, or memory runs out.
+ */
+TARN_API mu_list_t *mu_list_create(int data_size, mu_list_cmp_cb_t cmp);
+
+/**
+ * Frees every node, from the tail to the head, and the list itself. A null list is ignored.
+ *
+ * `mu_list_destory` is exported under this spelling; programs link to it.
+ */
+TARN_API void mu_list_destory(mu_list_t *list);
+
+/**
+ * Appends a copy of the `data_size` bytes at `record` at the tail. There is no check for duplicates.
+ *
+ * @retval 0   Added.
+ * @retval -1  `list` or `record` is null, or memory ran out; the list is unchanged.
+ */
+TARN_API mu_status_t mu_list_add(mu_list_t *list, const void *record);
+
+/**
+ * Unlinks `node`, which belongs to `list` (not checked), and frees it with its record. In a walk, read the node's
+ * successor before.
+ *
+ * @retval 0   Deleted.
+ * @retval -1  `list` or `node` is null.
+ */
+TARN_API mu_status_t mu_list_delete(mu_list_t *list, mu_list_node_t *node);
+
+/**
+ * Frees every node, from the tail to the head; the list is empty and usable again.
+ *
+ * @retval 0   Done.
+ * @retval -1  `list` is null.
+ */
+TARN_API mu_status_t mu_list_delete_all(mu_list_t *list);
+
+/** The first node; null for an empty or null list. It stays valid until it is deleted. */
+TARN_API mu_list_node_t *mu_list_first(const mu_list_t *list);
+
+/** The last node; null for an empty or null list. */
+TARN_API mu_list_node_t *mu_list_last(const mu_list_t *list);
+
+/** The node before `node`; null for the head or a null node. */
+TARN_API mu_list_node_t *mu_list_previous(const mu_list_node_t *node);
+
+/** The node behind `node`; null for the tail or a null node. */
+TARN_API mu_list_node_t *mu_list_next(const mu_list_node_t *node);
+
+/**
+ * Finds the earliest added node whose record matches `key`: for which the list's compare callback gives 0.
+ *
+ * @return The node; null when none matches, or `list`, `key` or the compare callback is null.
+ */
+TARN_API mu_list_node_t *mu_list_query(const mu_list_t *list, const void *key);
+
+/**
+ * Calls `visit` with each record, head first. The next node is read after the callback has returned, so a record
+ * that it appends is visited too. `visit` is not checked: it must not be null when the list has nodes.
+ */
+TARN_API void mu_list_traverse(const mu_list_t *list, mu_list_trav_cb_t visit);
+
+/** The number of nodes; 0 for a null list. */
+TARN_API uint32_t mu_list_count(const mu_list_t *list);
+
+TARN_END_DECLS
+
+#endif

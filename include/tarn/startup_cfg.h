@@ -1,0 +1,249 @@
+/**
+ * @file
+ * The startup configuration: a checksummed image of typed fields in a buffer of the caller's.
+ *
+ * The library touches no file or device for it. The caller reads the image into a buffer, opens it with
+ * tlv_inst_init and tlv_load, reads and writes fields, and persists what the save function is given.
+ *
+ * The image: a header of 16 bytes (tlv_hdr) followed by `cfg_len` bytes of field records, packed back to back
+ * (tlv_field and `max_len` value bytes). Every number in it is big-endian.
+ *
+ * Holds for the whole header:
+ * - Results are 0 for success and -1 for failure unless said otherwise.
+ * - No locking: callers serialise all use of an instance and of the image under it, checks included.
+ * - Messages go to standard output through mu_printf. Memory comes from mu_malloc.
+ * - An instance, its index and a duplicate's image are blocks of mu_malloc. There is no call that frees an instance:
+ *   its owner frees `field_tbl`, for a duplicate `base`, and the instance with mu_free.
+ *
+ * Duties of the caller:
+ * - Give at least 16 bytes at `base`, whatever `max_size` says: tlv_load makes a blank image of a buffer that holds
+ *   no image, before it measures the buffer.
+ * - Pass `max_size` = the buffer's size - 16. An append measures the record area alone against `max_size`, so an image
+ *   may end up to 16 bytes behind it.
+ * - Do not write to a duplicate beyond its image's size: its buffer holds just the image that was copied, though its
+ *   `max_size` is the source's.
+ * - Do not change a buffer field's `max_len` in place: build a new image. See tlv_write_buffer.
+ */
+#ifndef TARN_STARTUP_CFG_H
+#define TARN_STARTUP_CFG_H
+
+#include "tarn/types.h"
+
+TARN_BEGIN_DECLS
+
+/** The magic number of an image: bytes 84 73 94 58. */
+#define TLV_MAGIC UINT32_C(0x84739458)
+
+/** The header of an image: byte strings, since an image may stand at any address. */
+typedef struct tlv_hdr {
+  uint8_t magic[4];   /**< TLV_MAGIC. */
+  uint8_t crc[2];     /**< Checksum of header and records with this field as 0; 0: not yet computed, accepted. */
+  uint8_t active;     /**< The application's; written by tlv_write_active alone. */
+  uint8_t flag;       /**< The application's; see tlv_write_flag and tlv_read_flag. */
+  uint8_t cfg_len[4]; /**< Bytes of records behind the header. */
+  uint8_t version[4]; /**< The application's; see tlv_write_version. */
+} tlv_hdr;
+
+/** The head of a field record; `max_len` value bytes follow. */
+typedef struct tlv_field {
+  uint8_t type[2];    /**< The field's key, the application's choice. Of two records with one key the first is found. */
+  uint8_t max_len[2]; /**< Bytes of the value area, 1 to 65535. Unused bytes at its end are zero. */
+} tlv_field;
+
+static_assert(sizeof(tlv_hdr) == 16 && offsetof(tlv_hdr, crc) == 4 && offsetof(tlv_hdr, active) == 6 &&
+                  offsetof(tlv_hdr, flag) == 7 && offsetof(tlv_hdr, cfg_len) == 8 && offsetof(tlv_hdr, version) == 12,
+              "image header layout");
+static_assert(sizeof(tlv_field) == 4 && offsetof(tlv_field, max_len) == 2, "field record layout");
+
+/**
+ * Persists the first `size` bytes at `base`. It runs on the writer's thread, inside the write; its result is ignored,
+ * so it reports its failures itself. It must not write to the instance, throw or longjmp.
+ */
+typedef int32_t (*tlv_save_cb)(const uint8_t *base, uint32_t size);
+
+/** One image in one buffer. */
+typedef struct tlv_inst {
+  uint8_t *base;         /**< The image's first byte; the caller's buffer, or a duplicate's own. */
+  tlv_field **field_tbl; /**< The records in image order; null before a load and for an image without records. */
+  uint32_t field_num;    /**< Entries of `field_tbl`. */
+  uint32_t max_size;     /**< Bytes at `base` that an image may take; see the duties above. */
+  tlv_save_cb save_cb;   /**< May be null. */
+} tlv_inst;
+
+static_assert(offsetof(tlv_inst, field_tbl) == 8 && offsetof(tlv_inst, field_num) == 16 &&
+                  offsetof(tlv_inst, max_size) == 20 && offsetof(tlv_inst, save_cb) == 24 && sizeof(tlv_inst) == 32,
+              "instance layout");
+
+/* ---- Bytes at any address, in the processor's own order --------------------------------------------------------- */
+
+/** The byte at `p`. */
+TARN_API uint8_t tlv_get_char(const uint8_t *p);
+
+/** Stores `value` at `p`. */
+TARN_API void tlv_set_char(uint8_t *p, uint8_t value);
+
+/** The 16-bit number at `p`, which needs no alignment. Not swapped: the caller converts to and from big-endian. */
+TARN_API uint16_t tlv_get_short(const void *p);
+
+/** Stores a 16-bit number at `p`, as tlv_get_short reads it. */
+TARN_API void tlv_set_short(void *p, uint16_t value);
+
+/** The 32-bit number at `p`, which needs no alignment. Not swapped: the caller converts to and from big-endian. */
+TARN_API uint32_t tlv_get_int(const void *p);
+
+/** Stores a 32-bit number at `p`, as tlv_get_int reads it. */
+TARN_API void tlv_set_int(void *p, uint32_t value);
+
+/* ---- Checks ----------------------------------------------------------------------------------------------------- */
+
+/**
+ * The Internet checksum (RFC 1071) of `len` bytes at `data`, over big-endian 16-bit words; an odd last byte is the
+ * high byte of a final word.
+ *
+ * @param[in] len  A negative length counts as 0.
+ * @return The checksum in the low 16 bits, all ones in the high 16; 0xFFFFFFFF for no bytes. The words are added in
+ *         32 bits and folded at the end: beyond 128 KiB the sum can wrap, and then differs from RFC 1071.
+ */
+TARN_API uint32_t tlv_crc_calc(const void *data, int32_t len);
+
+/**
+ * Compares the checksum stored in `image` with that of its first `cfg_len` + 16 bytes. Prints nothing.
+ *
+ * @retval 0   Equal.
+ * @retval -1  Different.
+ */
+TARN_API int32_t tlv_crc_check(uint8_t *image);
+
+/**
+ * Walks the records of `image`, trusting its `cfg_len`; reads nothing behind it.
+ *
+ * @return The number of records, 0 for an empty image. -1 for a record whose `max_len` is 0 ("\r\n The max len of
+ *         field(%d) is 0.", with the two bytes of `type` read in the processor's own order: type 1 prints as 256 on a
+ *         little-endian one) and for records that do not end exactly at `cfg_len` ("\r\n Cfg len doesn't mach.").
+ */
+TARN_API int32_t tlv_field_check(const uint8_t *image);
+
+/**
+ * Checks an image: magic, checksum, records, in this order. A `crc` of 0 is filled in, before the records are
+ * walked.
+ *
+ * @return The number of records. -1 after "\r\n Startup-cfg magic number is error(0x%08x).", "\r\n Startup-cfg CRC
+ *         doesn't match." or (behind the walk's own message) "\r\n Startup-cfg field check failed.".
+ */
+TARN_API int32_t tlv_check(uint8_t *image);
+
+/* ---- Instances -------------------------------------------------------------------------------------------------- */
+
+/**
+ * Makes an instance over a buffer. Looks at no byte of it: call tlv_load next.
+ *
+ * @param[in] base      At least 16 bytes; stays the caller's, and is used as long as the instance.
+ * @param[in] max_size  The buffer's size - 16; see the duties above.
+ * @param[in] save_cb   Called after changes; null for none.
+ * @return The instance; null when `base` is null or memory runs out.
+ */
+TARN_API tlv_inst *tlv_inst_init(uint8_t *base, uint32_t max_size, tlv_save_cb save_cb);
+
+/**
+ * Makes a private copy of a loaded instance and of its image; the copy has no save function.
+ *
+ * @return The copy; null when `src` is null or has no index (an image without records cannot be copied), or memory
+ *         runs out.
+ *
+ * Deliberate: the copy keeps the source's `max_size`, though its buffer holds only the `cfg_len` + 16 bytes of the
+ * image: writes that make the image longer overrun it.
+ */
+TARN_API tlv_inst *tlv_inst_duplicate(const tlv_inst *src);
+
+/**
+ * Checks the image of an instance and builds the index of its fields.
+ *
+ * A buffer that does not begin with the magic number is made a blank image first, silently and without a call of
+ * `save_cb`: whatever it held is given up. Check for damage with tlv_check before, where that matters.
+ *
+ * @retval 0   Loaded. An image without records has no index: readers then say that nothing is loaded.
+ * @retval -1  `inst` is null ("\r\n The base address of startup configuration is NULL."); or the image is longer than
+ *             `max_size` (silent) or fails tlv_check (its messages): the index stays as it was; or memory for the
+ *             index ran out (silent): the instance is unloaded.
+ */
+TARN_API int32_t tlv_load(tlv_inst *inst);
+
+/* ---- Readers ----------------------------------------------------------------------------------------------------
+ *
+ * Common to the four: a null instance fails silently; an instance without an index fails with "\r\n Maybe startup-cfg
+ * hasn't been loaded."; a null output with "\r\n Input an invalid parameter."; a field that is not there silently.
+ * They find what the latest successful tlv_load has seen. The output is written on success only.
+ */
+
+/** Reads a field of one byte; else "\r\n Attempt to read a cfg which length is %d into a char(type = %d).", -1. */
+TARN_API int32_t tlv_read_char(const tlv_inst *inst, uint16_t type, uint8_t *out);
+
+/** Reads a field of two bytes; else "\r\n Attempt to read a cfg which length is %d into a short(type = %d )", -1. */
+TARN_API int32_t tlv_read_short(const tlv_inst *inst, uint16_t type, uint16_t *out);
+
+/** Reads a field of four bytes; else "\r\n Attempt to read a cfg which length is %d into a int(type = %d ).", -1. */
+TARN_API int32_t tlv_read_int(const tlv_inst *inst, uint16_t type, uint32_t *out);
+
+/**
+ * Reads a whole value area, the zeros at its end included.
+ *
+ * @param[in]  buf_len  Bytes at `buf`: at least the field's `max_len`; 0 is answered as a null `buf`.
+ * @param[out] buf      Takes the value.
+ * @return The field's `max_len`; 0 on any failure. A buffer that is too short prints "\r\n The length of buffer is too
+ *         short to store the value (type = %d).".
+ */
+TARN_API uint32_t tlv_read_buffer(const tlv_inst *inst, uint16_t type, uint32_t buf_len, void *buf);
+
+/* ---- Writers ----------------------------------------------------------------------------------------------------
+ *
+ * Common to all: a null instance fails silently (but see tlv_write_buffer); a null `base` with "\r\n Maybe startup-cfg
+ * hasn't been loaded.". A change is sealed: the checksum is stored. Then `save_cb` gets `base` and the image's size.
+ *
+ * A field that is not there is appended, and tlv_load indexes and seals the image; its messages may appear.
+ * Deliberate: an append must fit `max_size` with its record area alone. One that fits so, but whose image of 16 bytes
+ * more does not, is written and saved and returns 0, yet stays unsealed and without an index entry.
+ */
+
+/** Writes a field of one byte. One of another size: "\r\n This type tlv should be %d bytes length.", with that size,
+ * -1. An append that does not fit: -1, silent. */
+TARN_API int32_t tlv_write_char(tlv_inst *inst, uint16_t type, uint8_t value);
+
+/** Writes a field of two bytes; fails as tlv_write_char. */
+TARN_API int32_t tlv_write_short(tlv_inst *inst, uint16_t type, uint16_t value);
+
+/** Writes a field of four bytes; fails as tlv_write_char. */
+TARN_API int32_t tlv_write_int(tlv_inst *inst, uint16_t type, uint32_t value);
+
+/**
+ * Writes a buffer field: `len` bytes of `data`, the rest of the value area zero.
+ *
+ * @param[in] max_len  Bytes of the value area, 1 to 65535. A field that is there must have this very `max_len`.
+ * @param[in] len      Bytes at `data`, 1 to `max_len`.
+ * @retval 0   Written and saved.
+ * @retval -1  Nothing changed: `inst` is null, `len` is negative or above `max_len` (compared as signed), or `max_len`
+ *             is above 65535 ("parameter wrong \n"); `data` is null or `len` 0 ("\r\n Input an invalid parameter.");
+ * the append does not fit ("new cfg len %d > max len %d \n", with the new length of the record area); or memory ran out
+ * (silent).
+ *
+ * Deliberate: a field that is there with another `max_len` is resized in place. The records behind it move, without a
+ * check of the capacity; but the index keeps their old addresses, only the upper half of `cfg_len` is written, and the
+ * seal covers the old length, so the image no longer loads unless it happens to end at a record's end. Never change
+ * a field's `max_len` this way: build a new image.
+ */
+TARN_API int32_t tlv_write_buffer(tlv_inst *inst, uint16_t type, uint32_t max_len, int32_t len, const uint8_t *data);
+
+/** Writes the header's `flag` and saves; needs no index. */
+TARN_API int32_t tlv_write_flag(tlv_inst *inst, uint8_t flag);
+
+/** Writes the header's `active`; needs no index. Deliberate: seals the image, but never calls `save_cb`. */
+TARN_API int32_t tlv_write_active(tlv_inst *inst, uint8_t active);
+
+/** Writes the header's `version` and saves; needs no index. */
+TARN_API int32_t tlv_write_version(tlv_inst *inst, uint32_t version);
+
+/** Reads the header's `flag` into `out`, which must not be null. Fails as the writers; needs no index. */
+TARN_API int32_t tlv_read_flag(const tlv_inst *inst, uint8_t *out);
+
+TARN_END_DECLS
+
+#endif

@@ -1,0 +1,57 @@
+/**
+ * @file
+ * What every tarn header shares: the version, the export macro, the status type and the handles.
+ *
+ * The headers are plain C: each compiles alone as C11 and as C++17. tarn is built for 64-bit Linux.
+ */
+#ifndef TARN_TYPES_H
+#define TARN_TYPES_H
+
+#include <assert.h>
+#include <stddef.h>
+#include <stdint.h>
+
+/** The version of the library. The build system and the package files read it from here. */
+#define TARN_VERSION_MAJOR 0
+#define TARN_VERSION_MINOR 1
+#define TARN_VERSION_PATCH 0
+
+/** Marks what libtarn exports; everything else is hidden. */
+#define TARN_API __attribute__((visibility("default")))
+
+/** Lets the compiler check a printf-style call: `fmt` and `args` count the function's arguments from 1. */
+#define TARN_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
+
+#ifdef __cplusplus
+#define TARN_BEGIN_DECLS extern "C" {
+#define TARN_END_DECLS }
+#else
+#define TARN_BEGIN_DECLS
+#define TARN_END_DECLS
+#endif
+
+static_assert(sizeof(void *) == 8 && sizeof(long) == 8, "tarn is built for 64-bit Linux");
+
+/**
+ * Status result: 0 is success. Two failure values are in use, 1 and -1, and which one a function returns is part
+ * of its contract. Logging adds 2 (bad argument), 10 (out of memory) and 19 (not initialised).
+ */
+typedef int32_t mu_status_t;
+
+/**
+ * Handle of a mutex. Made by OS_MUTEX_CREATE or mu_mutex_init, released by OS_MUTEX_DESTROY or mu_mutex_destroy.
+ * The mutex is of the default type: a thread that locks it twice deadlocks, and only its holder may unlock it.
+ * A null handle stands for no mutex at all.
+ */
+typedef struct tarn_mutex *mu_mutex_t;
+
+/** Handle of a counting semaphore, private to the process. */
+typedef struct tarn_sem *mu_sem_t;
+
+/** Handle of a spin lock. A spin lock is a mutex: waiting for it sleeps. */
+typedef mu_mutex_t mu_spinlock_t;
+
+/** Entry function of a thread. Its result is kept for pthread_join. */
+typedef void *(*mu_thread_entry_t)(void *arg);
+
+#endif

@@ -1,0 +1,33 @@
+// Threads.
+
+#include <unistd.h>
+
+#include <cstdlib>
+
+#include "tarn/os.h"
+
+namespace {
+
+constexpr uint32_t kMinStackSize = 8192;
+
+}  // namespace
+
+long OS_CURRENT_THREAD() { return gettid(); }
+
+long OS_THREAD_CREATE(pthread_t *thread, [[maybe_unused]] const char *name, mu_thread_entry_t entry, void *arg,
+                      uint32_t stack_size, [[maybe_unused]] int priority, [[maybe_unused]] uint32_t flags) {
+  // Deliberate: the attributes are not destroyed; for libc they hold no memory.
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  // A size that the system rejects leaves its default in force.
+  (void)pthread_attr_setstacksize(&attributes, stack_size >= kMinStackSize ? stack_size : kMinStackSize);
+
+  // The handle is built apart, so that a failure leaves the caller's variable as it was.
+  auto *handle = static_cast<pthread_t *>(malloc(sizeof(pthread_t)));
+  if (handle == nullptr) return -1;
+  *handle = {};
+  const bool created = pthread_create(handle, &attributes, entry, arg) == 0;
+  if (created) *thread = *handle;
+  free(handle);
+  return created ? 0 : -1;
+}

@@ -1,0 +1,17 @@
+// The library's console printer.
+
+#include <cstdarg>
+#include <cstdio>
+
+#include "tarn/platform.h"
+
+void mu_printf(const char *format, ...) {
+  char text[MU_PRINTF_SIZE];
+  text[0] = '\0';
+  va_list args;
+  va_start(args, format);
+  (void)vsnprintf(text, sizeof text, format, args);
+  va_end(args);
+  // Standard output decides when the text is shown, and nobody could be told of a failure.
+  (void)printf("%s", text);
+}

@@ -1,0 +1,32 @@
+// Where the gateway's own paths and port lead on a developer's machine. See shim.h.
+#ifndef TARN_SIM_REDIRECT_H
+#define TARN_SIM_REDIRECT_H
+
+#include <limits.h>
+#include <netinet/in.h>
+
+namespace tarn_sim {
+
+// A path as libc shall see it: the caller's, or one below TARN_SIM_ROOT.
+class RedirectedPath {
+ public:
+  explicit RedirectedPath(const char *path);
+  const char *c_str() const { return path_; }
+
+ private:
+  const char *path_;
+  char below_root_[PATH_MAX];
+};
+
+// Whether `address` is port 514 of an IPv4 address.
+bool is_collector(const sockaddr *address, socklen_t size);
+
+// The port that stands for 514, or 0 when none is set.
+in_port_t collector_port();
+
+// Port `port` of the loopback interface.
+sockaddr_in loopback(in_port_t port);
+
+}  // namespace tarn_sim
+
+#endif

@@ -1,0 +1,35 @@
+#include "support/console.h"
+
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <cstdio>
+
+namespace tarn_test {
+
+Console::Console() {
+  fflush(stdout);
+  file_ = memfd_create("console", 0);
+  stdout_ = dup(STDOUT_FILENO);
+  dup2(file_, STDOUT_FILENO);
+}
+
+Console::~Console() {
+  const std::string rest = take();
+  dup2(stdout_, STDOUT_FILENO);
+  close(stdout_);
+  close(file_);
+  fputs(rest.c_str(), stdout);
+}
+
+std::string Console::take() {
+  fflush(stdout);
+  const off_t end = lseek(file_, 0, SEEK_CUR);  // shared with the descriptor that is written to
+  std::string text(static_cast<size_t>(end), '\0');
+  const ssize_t got = pread(file_, text.data(), text.size(), 0);
+  text.resize(got < 0 ? 0 : static_cast<size_t>(got));
+  if (ftruncate(file_, 0) == 0) lseek(file_, 0, SEEK_SET);
+  return text;
+}
+
+}  // namespace tarn_test

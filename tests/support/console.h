@@ -1,0 +1,28 @@
+// What is printed on standard output.
+#ifndef TARN_TESTS_SUPPORT_CONSOLE_H
+#define TARN_TESTS_SUPPORT_CONSOLE_H
+
+#include <string>
+
+namespace tarn_test {
+
+// Takes standard output over for a scope, at the level of the descriptor. One at a time. What is not taken appears at
+// its end, so that nothing is lost when a test fails meanwhile.
+class Console {
+ public:
+  Console();
+  ~Console();
+  Console(const Console &) = delete;
+  Console &operator=(const Console &) = delete;
+
+  // All that was printed since the start or the last call, to the byte.
+  std::string take();
+
+ private:
+  int file_;
+  int stdout_;
+};
+
+}  // namespace tarn_test
+
+#endif

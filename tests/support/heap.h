@@ -1,0 +1,31 @@
+// The heap blocks of the library.
+#ifndef TARN_TESTS_SUPPORT_HEAP_H
+#define TARN_TESTS_SUPPORT_HEAP_H
+
+#include <cstddef>
+#include <vector>
+
+namespace tarn_test {
+
+// Follows, for a scope, the blocks that the library allocates from its start on. One at a time.
+class HeapWatch {
+ public:
+  HeapWatch();
+  ~HeapWatch();
+  HeapWatch(const HeapWatch &) = delete;
+  HeapWatch &operator=(const HeapWatch &) = delete;
+
+  // Blocks that the library has allocated since and that nobody has freed.
+  size_t live() const;
+
+  // Blocks that the library has allocated since and that were freed, in the order of their release.
+  std::vector<void *> freed() const;
+};
+
+// For the interposed functions.
+void note_allocated(void *block);
+void note_freed(void *block);
+
+}  // namespace tarn_test
+
+#endif

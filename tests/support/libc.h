@@ -1,0 +1,113 @@
+// The calls that libtarn.so makes to libc, in the test's hands.
+//
+// A test program defines these functions itself. Calls that come from anywhere but the library go on to libc; calls
+// from the library go to the test's replacement while there is one:
+//
+//   Replace no_memory(libc::malloc, [](size_t) -> void * { return nullptr; });
+//
+// A replacement may go on to `libc::malloc.real(size)`. It runs on the library's thread: install it before the library
+// has a thread of its own, or while that thread sleeps on a VirtualClock.
+//
+// socket and sendto belong to the desktop shim, which redirects them for the whole process; their replacements see the
+// calls of the test too.
+#ifndef TARN_TESTS_SUPPORT_LIBC_H
+#define TARN_TESTS_SUPPORT_LIBC_H
+
+#include <mqueue.h>
+#include <pthread.h>
+#include <semaphore.h>
+#include <sys/select.h>
+#include <sys/socket.h>
+#include <sys/time.h>
+
+#include <atomic>
+#include <ctime>
+#include <functional>
+#include <utility>
+
+namespace tarn_test {
+
+template <typename Signature>
+class Call;
+
+template <typename Result, typename... Args>
+class Call<Result(Args...)> {
+ public:
+  using Function = Result (*)(Args...);
+  using Replacement = std::function<Result(Args...)>;
+
+  explicit constexpr Call(Function own) : real_(own) {}
+
+  // libc's own.
+  Result real(Args... args) const { return real_(args...); }
+
+  // What the interposed function does for a call from the library.
+  Result operator()(Args... args) const {
+    const Replacement *replacement = replacement_.load(std::memory_order_acquire);
+    return replacement == nullptr ? real_(args...) : (*replacement)(args...);
+  }
+
+  // Returns what was there before.
+  const Replacement *exchange(const Replacement *replacement) { return replacement_.exchange(replacement); }
+
+ private:
+  Function real_;
+  std::atomic<const Replacement *> replacement_{nullptr};
+};
+
+// Puts a replacement in place for a scope; scopes nest.
+template <typename Signature>
+class Replace {
+ public:
+  template <typename F>
+  Replace(Call<Signature> &call, F replacement)
+      : call_(call), replacement_(std::move(replacement)), before_(call.exchange(&replacement_)) {}
+  ~Replace() { call_.exchange(before_); }
+  Replace(const Replace &) = delete;
+  Replace &operator=(const Replace &) = delete;
+
+ private:
+  Call<Signature> &call_;
+  const typename Call<Signature>::Replacement replacement_;
+  const typename Call<Signature>::Replacement *const before_;
+};
+
+template <typename Signature, typename F>
+Replace(Call<Signature> &, F) -> Replace<Signature>;
+
+namespace libc {
+
+extern Call<void *(size_t)> malloc;
+extern Call<int(int, fd_set *, fd_set *, fd_set *, timeval *)> select;
+extern Call<int(clockid_t, timespec *)> clock_gettime;
+extern Call<int(timeval *, void *)> gettimeofday;
+extern Call<time_t(time_t *)> time;
+extern Call<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> pthread_create;
+extern Call<int(pthread_attr_t *, size_t)> pthread_attr_setstacksize;
+extern Call<int(sem_t *, const timespec *)> sem_timedwait;
+// mq_open as the library calls it, with a mode and attributes.
+extern Call<mqd_t(const char *, int, mode_t, mq_attr *)> mq_open;
+extern Call<int(int, int, int)> socket;
+extern Call<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto;
+
+}  // namespace libc
+
+// Makes allocations of the library fail: the `nth`, counted from 1, and those after it, `count` in all.
+class FailingMalloc {
+ public:
+  explicit FailingMalloc(int nth, int count = 1);
+  // Allocations seen, failed ones included.
+  int seen() const { return seen_; }
+
+ private:
+  bool fails();
+
+  const int first_;
+  const int last_;
+  std::atomic<int> seen_{0};
+  Replace<void *(size_t)> malloc_;
+};
+
+}  // namespace tarn_test
+
+#endif

@@ -1,0 +1,42 @@
+// A private root for the gateway's own paths, and a log collector on loopback.
+#ifndef TARN_TESTS_SUPPORT_SANDBOX_H
+#define TARN_TESTS_SUPPORT_SANDBOX_H
+
+#include <optional>
+#include <string>
+
+namespace tarn_test {
+
+// A temporary folder with an empty overlay/, proc/ and dev/, which the desktop shim redirects to (see sim/shim.h).
+// Removed at its end.
+class Sandbox {
+ public:
+  Sandbox();
+  ~Sandbox();
+  Sandbox(const Sandbox &) = delete;
+  Sandbox &operator=(const Sandbox &) = delete;
+
+  const std::string &root() const { return root_; }
+
+ private:
+  std::string root_;
+};
+
+// A UDP socket on a free port of the loopback interface, to which the desktop shim redirects what is sent to port 514.
+class Collector {
+ public:
+  Collector();
+  ~Collector();
+  Collector(const Collector &) = delete;
+  Collector &operator=(const Collector &) = delete;
+
+  // The next datagram that has arrived; nothing when none has. On loopback a datagram has arrived when sendto returns.
+  std::optional<std::string> next();
+
+ private:
+  int sock_;
+};
+
+}  // namespace tarn_test
+
+#endif

@@ -1,0 +1,64 @@
+// Time in the test's hands.
+//
+// While a VirtualClock lives, the clocks that the library reads stand still, and a thread of the library that sleeps
+// (in select, on no descriptors) sleeps until the test lets it go:
+//
+//   VirtualClock clock;
+//   mu_timer_add(20, callback, nullptr);
+//   clock.scan();  // the timer thread wakes from its 10 ms, scans once, and sleeps again
+//
+// A sleep of the test's own thread moves the clocks on and returns. Nothing waits in real time.
+#ifndef TARN_TESTS_SUPPORT_VIRTUAL_CLOCK_H
+#define TARN_TESTS_SUPPORT_VIRTUAL_CLOCK_H
+
+#include <cstdint>
+#include <memory>
+
+#include "support/libc.h"
+
+namespace tarn_test {
+
+class VirtualClock {
+ public:
+  // 2026-01-02 03:04:05 UTC, where the wall clock starts.
+  static constexpr time_t kStart = 1767323045;
+
+  // `age_ms`: what the monotonic clock shows at first.
+  explicit VirtualClock(int64_t age_ms = 1000000);
+  ~VirtualClock();
+
+  // The monotonic clock, in ms.
+  int64_t now_ms() const;
+
+  // Sets the wall clock alone.
+  void set_wall(time_t seconds, int64_t microseconds = 0);
+
+  // Lets time pass with nobody waking, as when a callback or a busy machine takes that long.
+  void pass_ms(int64_t ms);
+
+  // Waits until every thread of the library sleeps.
+  void settle();
+
+  // Moves the clocks to the earliest end of a sleep and lets that thread go, without waiting for it.
+  void wake_next();
+
+  // Wakes the next thread and waits until it sleeps again, `count` times: scans of the timer thread, where that is the
+  // only one.
+  void scan(int count = 1);
+
+  // Lets `ms` pass, waking whoever's sleep ends meanwhile, one after another.
+  void run_ms(int64_t ms);
+
+ private:
+  struct State;
+  State *const state_;  // outlives the clock: a thread may sleep on it until the process ends
+  Replace<int(int, fd_set *, fd_set *, fd_set *, timeval *)> select_;
+  Replace<int(clockid_t, timespec *)> clock_gettime_;
+  Replace<int(timeval *, void *)> gettimeofday_;
+  Replace<time_t(time_t *)> time_;
+  Replace<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> pthread_create_;
+};
+
+}  // namespace tarn_test
+
+#endif

@@ -1,0 +1,87 @@
+// The timer thread: one scan every 10 ms over the list of timers.
+//
+// A scan counts the elapsed ticks off each timer and runs the callbacks of those that ran out. The timer mutex is
+// released around each callback, so a callback may add, stop or delete timers, its own included. Only this thread
+// removes nodes, so the successor that was read before a callback is still there after it.
+
+#include "internal.h"
+#include "tarn/os.h"
+
+namespace tarn::timer {
+
+namespace {
+
+// Runs the callback with the mutex released. Returns its run time in ticks, the wait for the mutex included.
+u32 run_callback(mu_timer_rec_t &timer) {
+  const u64 started = mu_current_tick();
+  store_relaxed(timer.running, u32{1});
+  {
+    ScopedUnlock released(timer_info.mutex);
+    timer.callback(timer.arg);
+    store_relaxed(timer.running, u32{0});
+  }
+  return static_cast<u32>(mu_current_tick() - started);
+}
+
+void note_drain(mu_timer_rec_t &timer, u32 ticks) {
+  timer_info.last_drain = ticks;
+  if (ticks > timer.drain) timer.drain = ticks;
+  if (ticks > timer_info.max_drain) {
+    timer_info.max_drain = ticks;
+    timer_info.max_drain_cb = timer.callback;
+  }
+}
+
+// Returns the ticks that the callback took.
+u32 expire(mu_list_node_t *node) {
+  mu_timer_rec_t &timer = timer_of(node);
+  timer.remain = 0;
+  timer_info.expired++;
+  const u32 ticks = run_callback(timer);
+  note_drain(timer, ticks);
+  if (timer.type != 0) {
+    timer.remain = timer.interval;  // ticks by which it overshot are dropped
+  } else if (timer.remain == 0) {
+    mu_list_delete(timer_info.list, node);  // unless its callback armed it again
+  }
+  return ticks;
+}
+
+// Returns the ticks that a callback took, by which the timers behind this one are charged too.
+u32 visit(mu_list_node_t *node, u64 elapsed) {
+  mu_timer_rec_t &timer = timer_of(node);
+  if (timer.deleted != 0) {
+    mu_list_delete(timer_info.list, node);
+  } else if (timer.stopped == 0) {
+    if (timer.remain <= elapsed) return expire(node);
+    timer.remain -= static_cast<u32>(elapsed);
+  }
+  return 0;
+}
+
+void scan() {
+  ScopedLock lock(timer_info.mutex);
+  // Deliberate, twice. `last_tick` starts at 0, so the first scan counts the whole age of the clock as elapsed: timers
+  // added before it run out at once. `last_drain` is never cleared, so every scan counts the latest callback's run time
+  // again until another callback runs. Held by TimerScan.CountsTheAgeOfTheClockInTheFirstScan and
+  // TimerScan.AddsTheLatestRunTimeToEveryScan.
+  u64 elapsed = timer_info.last_drain + mu_current_tick() - timer_info.last_tick;
+  for (mu_list_node_t *node = mu_list_first(timer_info.list); node != nullptr;) {
+    mu_list_node_t *successor = mu_list_next(node);  // read first: the visit may free the node
+    elapsed += visit(node, elapsed);
+    node = successor;
+  }
+  timer_info.last_tick = mu_current_tick();
+}
+
+}  // namespace
+
+void *mu_timer_thread([[maybe_unused]] void *arg) {
+  store_relaxed(tmr_tid, int64_t{OS_CURRENT_THREAD()});
+  for (;;) {
+    OS_SLEEP(kTickMs);
+    scan();
+  }
+}
+
+}  // namespace tarn::timer
