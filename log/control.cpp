@@ -11,10 +11,7 @@ bool is_missing(const void *argument, const char *function, int line) {
   return argument == nullptr;
 }
 
-// The table ends in a spare record without a name, so that an id equal to the number of modules has one too.
-const char *module_name(u8 module) {
-  return control.modules != nullptr && module <= control.module_num ? control.modules[module].name : "";
-}
+const char *module_name(u8 module) { return module < control.module_num ? control.modules[module].name : ""; }
 
 }  // namespace tarn::log
 

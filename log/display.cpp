@@ -29,9 +29,10 @@ void mu_log2str(const mup_log_rec *rec, char *dst, uint32_t n) {
   tm utc = {};
   gmtime_r(&rec->time, &utc);  // a year that no calendar holds leaves the date zero
   char number[sizeof " -2147483648"] = "";
-  if (rec->line != 0) snprintf(number, sizeof number, " %d", static_cast<int>(rec->line));
-  snprintf(dst, n, "[%02d/%02d-%02d:%02d:%02d]-[%s%s]%s: %s\r\n", utc.tm_mon + 1, utc.tm_mday, utc.tm_hour, utc.tm_min,
-           utc.tm_sec, mup_log_level_str_get(rec->level), number, module_name(rec->module), rec->text);
+  if (rec->line != 0) (void)snprintf(number, sizeof number, " %d", static_cast<int>(rec->line));
+  (void)snprintf(dst, n, "[%02d/%02d-%02d:%02d:%02d]-[%s%s]%s: %s\r\n", utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,
+                 utc.tm_min, utc.tm_sec, mup_log_level_str_get(rec->level), number, module_name(rec->module),
+                 rec->text);
 }
 
 mu_status_t mup_log_show([[maybe_unused]] uint64_t reserved, int32_t clear) {

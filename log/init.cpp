@@ -33,9 +33,7 @@ void register_module(mup_log_module &module, const char *name) {
 mu_status_t mup_log_init([[maybe_unused]] uint64_t reserved, uint16_t module_num, const char *names) {
   if (is_missing(names)) return 2;
   clear_control();
-  // One more than registered: an id equal to the number of modules passes the check of mup_log_msg and meets a record
-  // that is not enabled.
-  Owned<mup_log_module> modules = allocate<mup_log_module>(module_num + 1u);
+  Owned<mup_log_module> modules = allocate<mup_log_module>(module_num);
   if (!modules) {
     mu_printf("No memory \r\n");
     return 10;
@@ -46,7 +44,7 @@ mu_status_t mup_log_init([[maybe_unused]] uint64_t reserved, uint16_t module_num
     mu_printf("create mutex error \r\n");
     return -1;
   }
-  for (u32 i = 0; i < module_num; i++) register_module(modules.get()[i], names + i * MUP_LOG_NAME_SIZE);
+  for (u32 i = 0; i < module_num; i++) register_module(modules.get()[i], names + size_t{i} * MUP_LOG_NAME_SIZE);
   control.modules = modules.release();
   control.sock = socket(AF_INET, SOCK_DGRAM, 0);
   if (control.sock < 0) mu_printf("Log socket failed\n");

@@ -73,9 +73,10 @@ void store(const Message &message) {
 void mup_log_msg([[maybe_unused]] uint64_t reserved, uint8_t module_id, uint8_t level, int32_t line, const char *fmt,
                  ...) {
   if (fmt == nullptr || !is_inited()) return;
-  // Deliberate: an id equal to the number of modules passes, and meets the spare record behind them, which is not
-  // enabled. Held by LogMsg.AcceptsAndDropsAnIdEqualToTheNumberOfModules.
-  if (module_id > control.module_num) {
+  // Deliberate: an id equal to the number of modules is not reported, though no record stands behind it; it is dropped
+  // below. Held by LogMsg.AcceptsAndDropsAnIdEqualToTheNumberOfModules.
+  const u8 module_num = control.module_num;
+  if (module_id > module_num) {
     mu_printf("unknow module id:%d\r\n", module_id);
     return;
   }
@@ -83,6 +84,7 @@ void mup_log_msg([[maybe_unused]] uint64_t reserved, uint8_t module_id, uint8_t 
     mu_printf("unknow level id:%d\r\n", level);
     return;
   }
+  if (module_id == module_num) return;
   const mup_log_module &module = control.modules[module_id];
   const u8 print_level = load_relaxed(module.print_level);
   const u8 record_level = load_relaxed(module.record_level);

@@ -18,7 +18,7 @@ mqd_t descriptor(long queue) { return static_cast<mqd_t>(queue); }
 long OS_QUEUE_CREATE(long *queue, const char *name, uint32_t max_messages, uint32_t message_size) {
   if (queue == nullptr || name == nullptr) return -1;
   char system_name[kNameSize];
-  snprintf(system_name, sizeof system_name, "/%s", name);
+  (void)snprintf(system_name, sizeof system_name, "/%s", name);  // a longer name is cut
   mq_attr attributes = {};
   attributes.mq_maxmsg = max_messages;
   attributes.mq_msgsize = message_size;

@@ -52,8 +52,9 @@ using Owned = std::unique_ptr<T, Free>;
 // Zeroed room for `count` objects; null when memory runs out or their size passes the int that mu_malloc takes.
 template <typename T>
 Owned<T> allocate(u64 count = 1) {
-  if (count > INT_MAX / sizeof(T)) return nullptr;
-  return Owned<T>(static_cast<T *>(mu_malloc(static_cast<int>(count * sizeof(T)))));
+  constexpr u64 size = sizeof(T);  // NOLINT(bugprone-sizeof-expression): T may well be a pointer
+  if (count > INT_MAX / size) return nullptr;
+  return Owned<T>(static_cast<T *>(mu_malloc(static_cast<int>(count * size))));
 }
 
 // Fields that are read or written without their lock. The public records keep their plain types, so their layout.

@@ -11,6 +11,7 @@ constexpr u32 kHeaderSize = sizeof(tlv_hdr);
 constexpr u32 kFieldHeadSize = sizeof(tlv_field);
 constexpr u32 kMaxFieldSize = 0xFFFF;  // what the 16 bits of `max_len` can tell
 
+// NOLINTNEXTLINE(readability-non-const-parameter): the image is written through the result
 inline tlv_hdr &header_of(u8 *image) { return *reinterpret_cast<tlv_hdr *>(image); }
 inline const tlv_hdr &header_of(const u8 *image) { return *reinterpret_cast<const tlv_hdr *>(image); }
 

@@ -34,29 +34,36 @@ std::vector<void *> HeapWatch::freed() const {
   return blocks.freed;
 }
 
-void note_allocated(void *block) {
+namespace {
+
+// The vectors allocate and release memory of their own while the mutex is held.
+thread_local bool g_inside = false;
+
+template <typename Note>
+void with_blocks(void *block, Note note) {
   Blocks *blocks = g_blocks;
-  if (blocks == nullptr || block == nullptr) return;
-  std::lock_guard lock(blocks->mutex);
-  blocks->live.push_back(block);
+  if (blocks == nullptr || block == nullptr || g_inside) return;
+  g_inside = true;
+  {
+    std::lock_guard lock(blocks->mutex);
+    note(*blocks);
+  }
+  g_inside = false;
+}
+
+}  // namespace
+
+void note_allocated(void *block) {
+  with_blocks(block, [block](Blocks &blocks) { blocks.live.push_back(block); });
 }
 
 void note_freed(void *block) {
-  Blocks *blocks = g_blocks;
-  if (blocks == nullptr || block == nullptr) return;
-  // The vectors release memory of their own while the mutex is held.
-  static thread_local bool inside = false;
-  if (inside) return;
-  inside = true;
-  {
-    std::lock_guard lock(blocks->mutex);
-    const auto found = std::find(blocks->live.begin(), blocks->live.end(), block);
-    if (found != blocks->live.end()) {
-      blocks->live.erase(found);
-      blocks->freed.push_back(block);
-    }
-  }
-  inside = false;
+  with_blocks(block, [block](Blocks &blocks) {
+    const auto found = std::find(blocks.live.begin(), blocks.live.end(), block);
+    if (found == blocks.live.end()) return;
+    blocks.live.erase(found);
+    blocks.freed.push_back(block);
+  });
 }
 
 }  // namespace tarn_test

@@ -1,0 +1,153 @@
+#!/usr/bin/env python3
+"""Checks who includes what: the order of the subsystems, and which of the system's headers each may use.
+
+    include_graph.py [ROOT]
+
+A subsystem may include the headers of its own folder, its own public header, those of the subsystems that it builds
+on, and platform/support.h. A new subsystem is a new line of BUILDS_ON and of PUBLIC_HEADERS.
+"""
+
+import pathlib
+import re
+import sys
+
+# Each subsystem, with what it builds on: only what stands above it.
+BUILDS_ON = {
+    "os": [],
+    "platform": ["os"],
+    "containers": ["platform"],
+    "timer": ["os", "platform", "containers"],
+    "startup_cfg": ["platform"],
+    "log": ["platform"],
+}
+
+# Each public header, with the project's headers and the system's that it may include: callers include them all with it.
+PUBLIC_HEADERS = {
+    "types.h": ["assert.h", "stddef.h", "stdint.h"],
+    "os.h": ["tarn/types.h", "pthread.h", "stdio.h", "sys/types.h"],
+    "platform.h": ["tarn/types.h", "pthread.h", "stdio.h", "sys/types.h"],
+    "containers.h": ["tarn/types.h"],
+    "timer.h": ["tarn/types.h", "tarn/containers.h", "pthread.h"],
+    "startup_cfg.h": ["tarn/types.h"],
+    "log.h": ["tarn/types.h", "time.h"],
+}
+
+# The system's headers that only these subsystems may include.
+RESERVED = {
+    "fcntl.h": ["os"],
+    "mqueue.h": ["os"],
+    "pthread.h": ["os"],
+    "semaphore.h": ["os"],
+    "sys/select.h": ["os"],
+    "sys/time.h": ["os"],
+    "unistd.h": ["os"],
+    "arpa/inet.h": ["log"],
+    "netinet/in.h": ["log"],
+    "sys/socket.h": ["log"],
+}
+
+# What no source of the library includes: it would bring the C++ run-time library, or a way around platform/ and os/.
+BANNED = ["condition_variable", "exception", "fstream", "functional", "iostream", "map", "mutex", "new", "sstream",
+          "stdexcept", "string", "thread", "unordered_map", "vector"]
+
+INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:<([^>]+)>|"([^"]+)")', re.MULTILINE)
+
+
+def includes(file):
+    """Pairs of (line number, header, whether it stands in quotes)."""
+    text = file.read_text()
+    for match in INCLUDE.finditer(text):
+        line = text.count("\n", 0, match.start()) + 1
+        yield line, match[1] or match[2], match[2] is not None
+
+
+def sources(folder):
+    return sorted(file for file in folder.rglob("*") if file.suffix in (".c", ".cpp", ".h"))
+
+
+def project_name(root, file, header):
+    """The header of an #include "..." as a path below the root or below include/; None when there is no such file."""
+    for base in (file.parent, root, root / "include"):
+        path = base / header
+        if path.is_file():
+            path = path.resolve().relative_to(root)
+            return str(path.relative_to("include") if path.parts[0] == "include" else path)
+    return None
+
+
+def subsystem_fault(root, subsystem, file, header, quoted):
+    if not quoted:
+        if header.startswith("tarn/"):
+            return "the project's own headers stand in quotes"
+        if header in BANNED:
+            return "not in the library"
+        if subsystem not in RESERVED.get(header, [subsystem]):
+            return "only for " + ", ".join(RESERVED[header])
+        return None
+    name = project_name(root, file, header)
+    if name is None:
+        return "no such file"
+    allowed = {"tarn/types.h", f"tarn/{subsystem}.h", *(f"tarn/{other}.h" for other in BUILDS_ON[subsystem])}
+    if "platform" in (subsystem, *BUILDS_ON[subsystem]):
+        allowed.add("platform/support.h")
+    if name in allowed or name.startswith(subsystem + "/"):
+        return None
+    return f"{subsystem} does not build on it"
+
+
+def public_fault(header_name, header, quoted):
+    if quoted != header.startswith("tarn/"):
+        return "the project's own headers stand in quotes, the system's in angle brackets"
+    return None if header in PUBLIC_HEADERS[header_name] else "not in the list of this public header"
+
+
+def outsider_fault(folder, header, quoted):
+    """sim/ stands beside the library, examples/ before it: neither looks inside."""
+    if not quoted or header.startswith(folder + "/") or "/" not in header:
+        return None
+    if folder == "examples" and header.startswith("tarn/"):
+        return None
+    return "not for " + folder
+
+
+def faults(root):
+    listed = list(BUILDS_ON)
+    for position, (subsystem, others) in enumerate(BUILDS_ON.items()):
+        for other in others:
+            if other not in listed[:position]:
+                yield f"{subsystem} builds on {other}, which does not stand above it"
+    built = set(re.findall(r"^ +(\w+)/\w+\.cpp", (root / "CMakeLists.txt").read_text(), re.MULTILINE))
+    for name in sorted(built.symmetric_difference(BUILDS_ON)):
+        yield f"{name}: in one of CMakeLists.txt and this script's table, not in the other"
+    for subsystem in BUILDS_ON:
+        for file in sources(root / subsystem):
+            for line, header, quoted in includes(file):
+                fault = subsystem_fault(root, subsystem, file, header, quoted)
+                if fault:
+                    yield f"{file.relative_to(root)}:{line}: {header}: {fault}"
+    for file in sources(root / "include"):
+        if file.name not in PUBLIC_HEADERS:
+            yield f"{file.relative_to(root)}: not in the table of public headers"
+            continue
+        for line, header, quoted in includes(file):
+            fault = public_fault(file.name, header, quoted)
+            if fault:
+                yield f"{file.relative_to(root)}:{line}: {header}: {fault}"
+    for folder in ("sim", "examples"):
+        for file in sources(root / folder):
+            for line, header, quoted in includes(file):
+                fault = outsider_fault(folder, header, quoted)
+                if fault:
+                    yield f"{file.relative_to(root)}:{line}: {header}: {fault}"
+
+
+def main():
+    root = pathlib.Path(sys.argv[1] if len(sys.argv) > 1 else ".").resolve()
+    found = list(faults(root))
+    for fault in found:
+        print(fault)
+    return 1 if found else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,29 @@
+// A daemon's smallest program in C. Uses each subsystem once; tells by its result what did not work.
+
+#include <tarn/containers.h>
+#include <tarn/log.h>
+#include <tarn/os.h>
+#include <tarn/platform.h>
+#include <tarn/startup_cfg.h>
+#include <tarn/timer.h>
+
+static void never(void *arg) { (void)arg; }
+
+int main(void) {
+  if (mu_timer_count() != 0 || mu_timer_add(3600000, never, NULL) != 1) return 1;
+  mu_list_t *list = mu_list_create(sizeof(int), NULL);
+  const int number = 7;
+  if (mu_list_add(list, &number) != 0 || *(int *)mu_list_first(list)->data != 7) return 2;
+  mu_list_destory(list);
+  uint8_t image[64] = {0};
+  tlv_inst *inst = tlv_inst_init(image, sizeof image - sizeof(tlv_hdr), NULL);
+  uint16_t value = 0;
+  if (tlv_load(inst) != 0 || tlv_write_short(inst, 1, 514) != 0) return 3;
+  if (tlv_read_short(inst, 1, &value) != 0 || value != 514) return 4;
+  mu_free(inst->field_tbl);
+  mu_free(inst);
+  if (mup_log_level_str_get(8)[0] != 'D' || mup_log_ctrl_get()->inited != 0) return 5;
+  if (OS_STRTOUL("42", NULL, 10) != 42) return 6;
+  mu_printf("consumer: done\n");
+  return 0;
+}

@@ -1,0 +1,124 @@
+#!/usr/bin/env python3
+"""Counts tests and checks.
+
+    tally.py record FILE NAME SECONDS STATUS [--junit FILE] [--check]
+        Writes the record of one stage. STATUS is the exit status of its commands. --junit: the results that CTest left;
+        shows what the failed tests printed. --check: the stage is a check, or has one beside its tests, that counts as
+        one passed or failed test. Prints the counts.
+    tally.py total [--times] FILE...
+        Prints the sum of records, as the last line that ./dev and .ci/run show.
+
+A failure that shows in no count (a build that broke, a run without a test) counts as one failed test.
+"""
+
+import argparse
+import collections
+import json
+import pathlib
+import re
+import sys
+import xml.etree.ElementTree
+
+SHOWN_LINES = 150  # of the output of one failed test
+# What GoogleTest prints for GTEST_SKIP() << reason, Python's unittest for skipTest(reason), and a script of ours.
+SKIP_REASON = re.compile(r""": Skipped\n+([^\n]*)|\bskipped ['"](.*)['"]|^skipped: (.*)""", re.MULTILINE)
+
+
+def skip_reason(case):
+    if case.get("status") == "disabled":
+        return "disabled"
+    found = SKIP_REASON.search(case.findtext("system-out") or "")
+    reason = found[found.lastindex].strip() if found else ""
+    return reason if reason and not reason.startswith("[") else "no reason given"
+
+
+def read_junit(file):
+    """(passed, [failed test cases], Counter of skip reasons). A file that is missing or cut short has no tests."""
+    passed, failed, skipped = 0, [], collections.Counter()
+    try:
+        cases = list(xml.etree.ElementTree.parse(file).iter("testcase"))
+    except (OSError, xml.etree.ElementTree.ParseError):
+        cases = []
+    for case in cases:
+        mark = case.find("skipped")
+        message = mark.get("message", "") if mark is not None else ""
+        if case.get("status") == "run" and case.find("failure") is None:
+            passed += 1
+        elif case.get("status") == "disabled" or message.startswith(("SKIP_RETURN_CODE", "SKIP_REGULAR_EXPRESSION")):
+            skipped[skip_reason(case)] += 1
+        else:  # also one that could not be started
+            failed.append(case)
+    return passed, failed, skipped
+
+
+def show_failure(case):
+    failure = case.find("failure")
+    message = failure.get("message", "") if failure is not None else "not run"
+    print(f"\n---- failed: {case.get('name')} ({message or 'failed'})")
+    lines = (case.findtext("system-out") or "").rstrip().splitlines()
+    if len(lines) > SHOWN_LINES:
+        print(f"     (the last {SHOWN_LINES} of {len(lines)} lines)")
+    print("\n".join(lines[-SHOWN_LINES:]))
+
+
+def summary(passed, failed, skipped):
+    text = f"{passed} passed, {failed} failed"
+    if skipped:
+        reasons = "; ".join(f"{reason} ({count})" for reason, count in sorted(skipped.items()))
+        text += f", {sum(skipped.values())} skipped: {reasons}"
+    return text
+
+
+def record(arguments):
+    passed, failed, skipped = 0, 0, collections.Counter()
+    succeeded = arguments.status == 0
+    if arguments.junit:
+        passed, failed_cases, skipped = read_junit(arguments.junit)
+        failed = len(failed_cases)
+        for case in failed_cases:
+            show_failure(case)
+        if succeeded and passed + failed + sum(skipped.values()) == 0:
+            succeeded = False
+    if arguments.check and succeeded:
+        passed += 1
+    if not succeeded and failed == 0:
+        failed = 1
+    counts = {"name": arguments.name, "seconds": arguments.seconds, "passed": passed, "failed": failed,
+              "skipped": skipped}
+    arguments.file.write_text(json.dumps(counts) + "\n")
+    print(summary(passed, failed, skipped))
+    return 1 if failed else 0
+
+
+def total(arguments):
+    records = [json.loads(file.read_text()) for file in arguments.files]
+    skipped = collections.Counter()
+    for counts in records:
+        skipped.update(counts["skipped"])
+        if arguments.times:
+            print(f"{counts['seconds']:6} s  {counts['name']}: {counts['passed']} passed, {counts['failed']} failed")
+    print(summary(sum(counts["passed"] for counts in records), sum(counts["failed"] for counts in records), skipped))
+    return 0
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    commands = parser.add_subparsers(required=True)
+    of_record = commands.add_parser("record")
+    of_record.add_argument("file", type=pathlib.Path)
+    of_record.add_argument("name")
+    of_record.add_argument("seconds", type=int)
+    of_record.add_argument("status", type=int)
+    of_record.add_argument("--junit", type=pathlib.Path)
+    of_record.add_argument("--check", action="store_true")
+    of_record.set_defaults(run=record)
+    of_total = commands.add_parser("total")
+    of_total.add_argument("--times", action="store_true")
+    of_total.add_argument("files", type=pathlib.Path, nargs="*")
+    of_total.set_defaults(run=total)
+    arguments = parser.parse_args()
+    return arguments.run(arguments)
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,56 @@
+"""Configuration images, made and read from the description of the format alone.
+
+A header of 16 bytes (magic, checksum, active, flag, length of the records, version), then the records (key, length,
+value). Every number is big-endian; the checksum is RFC 1071's over the whole image with its own place as 0.
+"""
+
+import struct
+
+MAGIC = 0x84739458
+FLAG_ENDED, FLAG_RUNNING = 0, 1
+
+HOST_NAME, BOOT_COUNT, UPLINK, UPLINK_CHECK_MS, STATISTICS_S, COLLECTOR, LOG_LEVEL = (
+    0x0101, 0x0102, 0x0201, 0x0202, 0x0203, 0x0301, 0x0302)
+
+# What an image has to stay below: gatewayd's buffer of 4096 bytes less 16.
+MAX_SIZE = 4080
+
+
+def checksum(data):
+  """RFC 1071: the complement of the one's complement sum of the 16-bit words."""
+  total = sum(struct.unpack('>%dH' % ((len(data) + 1) // 2), data + b'\0' * (len(data) % 2)))
+  while total > 0xFFFF:
+    total = (total & 0xFFFF) + (total >> 16)
+  return total ^ 0xFFFF
+
+
+def record(key, value):
+  return struct.pack('>HH', key, len(value)) + value
+
+
+def image(records, flag=FLAG_ENDED, magic=MAGIC, length=None, crc=None):
+  """An image of `records`, bytes. A given `length` or `crc` stands in the header instead of the right one."""
+  length = len(records) if length is None else length
+  if crc is None:
+    crc = checksum(struct.pack('>IHBBII', magic, 0, 0, flag, length, 0) + records)
+  return struct.pack('>IHBBII', magic, crc, 0, flag, length, 0) + records
+
+
+def parse(data):
+  """The flag and a dict of the fields; asserts that the image is sound in every byte."""
+  magic, crc, _, flag, length, _ = struct.unpack('>IHBBII', data[:16])
+  assert magic == MAGIC, 'magic %#x' % magic
+  assert length == len(data) - 16, 'the header states %d bytes of records, the file has %d' % (length, len(data) - 16)
+  assert crc == checksum(data[:4] + b'\0\0' + data[6:]), 'checksum'
+  fields, offset = {}, 16
+  while offset < len(data):
+    key, size = struct.unpack('>HH', data[offset:offset + 4])
+    assert size > 0 and offset + 4 + size <= len(data), 'record at %d' % offset
+    assert key not in fields, 'field %#x twice' % key
+    fields[key] = data[offset + 4:offset + 4 + size]
+    offset += 4 + size
+  return flag, fields
+
+
+def number(value):
+  return int.from_bytes(value, 'big')
