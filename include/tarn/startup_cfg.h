@@ -20,8 +20,8 @@
  *   no image, before it measures the buffer.
  * - Pass `max_size` = the buffer's size - 16. An append measures the record area alone against `max_size`, so an image
  *   may end up to 16 bytes behind it.
- * - Before tlv_crc_check, tlv_field_check and tlv_check, make sure that the buffer holds the 16 bytes of a header and the
- *   `cfg_len` bytes behind it: they trust that number, and only tlv_load compares it with a size.
+ * - Before tlv_crc_check, tlv_field_check and tlv_check, make sure that the buffer holds the 16 bytes of a header and
+ * the `cfg_len` bytes behind it: they trust that number, and only tlv_load compares it with a size.
  * - Do not write to a duplicate beyond its image's size: its buffer holds just the image that was copied, though its
  *   `max_size` is the source's.
  * - Do not change a buffer field's `max_len` in place: build a new image. See tlv_write_buffer.
@@ -173,8 +173,9 @@ TARN_API int32_t tlv_load(tlv_inst *inst);
 /* ---- Readers ----------------------------------------------------------------------------------------------------
  *
  * Common to the four: a null instance fails silently; an instance without an index fails with "\r\n Maybe startup-cfg
- * hasn't been loaded." (so does an image without records: it has no index); a null output with "\r\n Input an invalid parameter."; a field that is not there silently.
- * They find what the latest successful tlv_load has seen. The output is written on success only.
+ * hasn't been loaded." (so does an image without records: it has no index); a null output with "\r\n Input an invalid
+ * parameter."; a field that is not there silently. They find what the latest successful tlv_load has seen. The output
+ * is written on success only.
  */
 
 /** Reads a field of one byte; else "\r\n Attempt to read a cfg which length is %d into a char(type = %d).", -1. */
