@@ -20,8 +20,8 @@
  *   no image, before it measures the buffer.
  * - Pass `max_size` = the buffer's size - 16. An append measures the record area alone against `max_size`, so an image
  *   may end up to 16 bytes behind it.
- * - Before tlv_crc_check, tlv_field_check and tlv_check, make sure that the buffer holds the 16 bytes of a header and
- * the `cfg_len` bytes behind it: they trust that number, and only tlv_load compares it with a size.
+ * - Before a check or a write without a successful tlv_load, make sure that the buffer holds the 16 bytes of a header
+ *   and the `cfg_len` bytes behind it: all calls trust that number, and only tlv_load compares it with a size.
  * - Do not write to a duplicate beyond its image's size: its buffer holds just the image that was copied, though its
  *   `max_size` is the source's.
  * - Do not change a buffer field's `max_len` in place: build a new image. See tlv_write_buffer.

@@ -6,6 +6,7 @@
 #include <climits>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/console.h"
@@ -291,6 +292,17 @@ TEST(LogSetContract, GoesByTheNamesSoTheSecondOfTwoIsNeverSwitched) {
   EXPECT_EQ(mup_log_usr_set(1), 0);
   const std::vector<HookCall> expected = {{16, 2, 1}, {17, 2, 1}, {17, 2, 1}, {19, 2, 1}};
   EXPECT_EQ(take_hook_calls(), expected);
+}
+
+TEST(LogSetContract, IdsBehindTheTableReachNoModule) {
+  // A module without a name is what a careless look behind the table would find.
+  const mup_log_ctrl *ctrl = start({"a", "", "b"});
+  EXPECT_EQ(mup_log_set(0), 0);
+  const std::vector<HookCall> expected = {{0, 2, 0}, {1, 2, 0}, {2, 2, 0}};
+  EXPECT_EQ(take_hook_calls(), expected);
+  EXPECT_EQ(settings_of(ctrl, 1), (Settings{4, 4, 0}));
+  EXPECT_EQ(mup_log_usr_set(1), 0);
+  EXPECT_TRUE(take_hook_calls().empty());
 }
 
 TEST(LogSetContract, BeforeInitBothDoNothing) {

@@ -127,6 +127,9 @@ TEST(LogInit, CutsANameTo15Characters) {
 
 TEST(LogInit, KeepsTheUserHeaderTheSecondTime) {
   init();
+  // Abandoned by the second start, as the header says; kept within a leak checker's reach.
+  static const void *const abandoned[] = {control().modules, control().mutex};
+  EXPECT_NE(abandoned[0], nullptr);
   strcpy(control().usr_header.serial_number, "SN1");
   control().remote_mode = 2;
   mup_log_msg(0, 0, 4, 0, "kept until then");
@@ -467,7 +470,9 @@ TEST(LogToStr, ReportsNullArguments) {
 TEST(LogShow, PrintsTheSystemRingOldestFirst) {
   VirtualClock clock;
   init();
-  for (int i = 0; i < 1026; i++) mup_log_msg(0, 0, 4, MUP_LOG_NOPRINT, i == 500 ? "" : "%d", i);
+  for (int i = 0; i < 1026; i++) {
+    mup_log_msg(0, 0, 4, MUP_LOG_NOPRINT, "%s", i == 500 ? "" : std::to_string(i).c_str());
+  }
   mup_log_msg(0, 16, 4, MUP_LOG_NOPRINT, "user");
   Console console;
   EXPECT_EQ(mup_log_show(0, 0), 0);

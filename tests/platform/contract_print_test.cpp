@@ -1,10 +1,13 @@
 // mu_printf, the library's console printer.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include <algorithm>
+#include <atomic>
 #include <cstdio>
+#include <fstream>
 #include <sstream>
 #include <string>
 #include <thread>
@@ -12,7 +15,6 @@
 #include <vector>
 
 #include "support/console.h"
-#include "support/heap.h"
 #include "support/libc.h"
 #include "tarn/platform.h"
 
@@ -49,6 +51,18 @@ class OutputFile {
   FILE *const before_;
   FILE *const file_;
 };
+
+// Waits until the thread sleeps in the kernel.
+void wait_until_asleep(const std::atomic<pid_t> &tid) {
+  for (;;) {
+    std::ifstream stat("/proc/self/task/" + std::to_string(tid) + "/stat");
+    std::string line;
+    std::getline(stat, line);
+    const size_t name_end = line.rfind(')');
+    if (name_end != std::string::npos && line.compare(name_end, 3, ") S") == 0) return;
+    std::this_thread::yield();
+  }
+}
 
 }  // namespace
 
@@ -129,6 +143,24 @@ TEST(PrintContract, UsesNoHeap) {
   mu_printf("%s %d\n", std::string(800, 'x').c_str(), 5);
   EXPECT_EQ(no_memory.seen(), 0);
   EXPECT_EQ(console.take(), std::string(800, 'x') + " 5\n");
+}
+
+// Both texts stand ready before either is printed: the threads wait for standard output, which the test holds.
+TEST(PrintContract, CallsAtTheSameTimeShareNothing) {
+  Console console;
+  std::atomic<pid_t> tids[2] = {};
+  std::vector<std::thread> threads;
+  flockfile(stdout);
+  for (const int number : {0, 1}) {
+    threads.emplace_back([&tids, number] {
+      tids[number] = gettid();
+      mu_printf("text %d\n", number);
+    });
+    wait_until_asleep(tids[number]);
+  }
+  funlockfile(stdout);
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_THAT(console.take(), testing::AnyOf("text 0\ntext 1\n", "text 1\ntext 0\n"));
 }
 
 TEST(PrintContract, ThreadsKeepTheirLinesWhole) {

@@ -7,7 +7,8 @@
 namespace tarn_test {
 
 // Takes standard output over for a scope, at the level of the descriptor. One at a time. What is not taken appears at
-// its end, so that nothing is lost when a test fails meanwhile.
+// its end, so that nothing is lost when a test fails meanwhile. GoogleTest's own reports of failures go there too: keep
+// one for each round of a long loop, or a failure in one round fails all that follow.
 class Console {
  public:
   Console();
