@@ -1,254 +1,48 @@
 // gatewayd: a small gateway daemon on tarn, written to be copied from.
 //
-// It keeps its settings in a configuration image (settings.c, image_file.c), watches the traffic of a network interface
-// from timers, logs what it sees, and ends in order on SIGINT or SIGTERM.
-//
-// Two threads run here: the main one, and the library's timer thread, on which callbacks run one after another. Neither
-// the configuration nor the daemon's own data has a lock in the library, so each has one owner:
-//   the configuration  the main thread; callbacks see `settings`, which is complete before the first timer
-//   `uplink`           the callbacks
-//   `ids`              both, under `ids_lock`
+// Two threads run here: the main one, and the library's timer thread, on which callbacks run one after another. The
+// configuration is the main thread's alone: it fills `settings` before the first timer, and nothing changes them later.
+// `uplink` is the callbacks' alone. The timers' ids are shared, under `ids_lock`.
 #define _POSIX_C_SOURCE 200809L
 
-#include "gatewayd.h"
-
 #include <arpa/inet.h>
+#include <err.h>
 #include <errno.h>
+#include <fcntl.h>
 #include <getopt.h>
 #include <inttypes.h>
-#include <pthread.h>
+#include <limits.h>
 #include <signal.h>
-#include <stdarg.h>
 #include <stdbool.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
-#include <time.h>
+#include <sys/stat.h>
+#include <sys/sysinfo.h>
+#include <unistd.h>
 
+#include "tarn/log.h"
 #include "tarn/platform.h"
+#include "tarn/startup_cfg.h"
 #include "tarn/timer.h"
 
 static const char usage[] =
-    "Usage: gatewayd --config FILE [OPTION]...\n"
-    "A small gateway daemon: watches an interface and logs what it sees.\n\n"
+    "Usage: gatewayd --config FILE [OPTION]...   Watches an interface and logs what it sees.\n"
     "  --config FILE         configuration image; made if it does not exist\n"
     "  --run-for SECONDS     end by itself after this time (1 to 1000000)\n"
     "  --set-collector IP    store the log collector's IPv4 address; 0.0.0.0 for none\n"
-    "  --help                show this and end\n\n"
-    "SIGINT and SIGTERM end it; it then prints its timers and its log.\n\n"
-    "Exit codes: 0 ended in order, 1 internal failure, 2 bad option, 3 bad path,\n"
-    "4 image not readable, 5 image too large.\n";
+    "  --help                show this and end\n"
+    "SIGINT and SIGTERM end it; it then prints its timers and its log. Exit codes: 0 ended in order,\n"
+    "1 internal failure, 2 bad option, 3 bad path, 4 image not readable, 5 image too large.\n";
 
-void fail(int code, const char *format, ...) {
-  va_list args;
-  va_start(args, format);
-  (void)fputs("gatewayd: ", stderr);
-  (void)vfprintf(stderr, format, args);
-  (void)fputc('\n', stderr);
-  va_end(args);
-  exit(code);
-}
-
-// ---- Log
-// -------------------------------------------------------------------------------------------------------------
-
-// By id; see gatewayd.h. Every id has a name of its own, used or not: mup_log_set switches the first 21 modules, each
-// by its name.
-static const char log_modules[][MUP_LOG_NAME_SIZE] = {
-    "main",     "config",   "uplink",  "memory",   "spare-4",  "spare-5",  "spare-6",
-    "spare-7",  "spare-8",  "spare-9", "spare-10", "spare-11", "spare-12", "spare-13",
-    "spare-14", "spare-15", "traffic", "spare-17", "spare-18", "spare-19", "spare-20"};
-enum { LOG_MODULES = sizeof log_modules / sizeof log_modules[0] };
-
-// From here on messages are seen. Each module shows and keeps errors and worse, until it is told otherwise.
-static void start_log(void) {
-  if (mup_log_init(0, LOG_MODULES, log_modules[0]) != 0) fail(ENDS_INTERNAL, "the log does not start");
-  (void)mup_log_level_set(0, "main", MUP_LOG_SET_PRINT, MUP_LOG_NOTICE);
-  (void)mup_log_level_set(0, "config", MUP_LOG_SET_PRINT, MUP_LOG_NOTICE);
-  (void)mup_log_level_set(0, "uplink", MUP_LOG_SET_PRINT, MUP_LOG_NOTICE);
-  (void)mup_log_level_set(0, "traffic", MUP_LOG_SET_PRINT, MUP_LOG_INFO);
-}
-
-static void apply_log_settings(void) {
-  for (size_t i = 0; i < LOG_MODULES; i++) {
-    (void)mup_log_level_set(0, log_modules[i], MUP_LOG_SET_RECORD, settings.log_level);
-  }
-  if (settings.collector == 0) return;
-  mup_log_ctrl *log = mup_log_ctrl_get();
-  (void)mu_mutex_lock(log->mutex);  // until it is unlocked, nothing here may log
-  log->server_ip = settings.collector;
-  log->remote_mode = MUP_LOG_REMOTE_AND_STORE;
-  (void)mu_mutex_unlock(log->mutex);
-}
-
-// ---- Timers
-// ----------------------------------------------------------------------------------------------------------
-//
-// The callbacks share one thread with a small stack: short work, small buffers. The first scan of the service runs
-// every timer that was added before it at once, so a callback must make sense at any time.
-
-enum { TICK_MS = 10, SILENCE_MS = 5000, MEMORY_FIRST_MS = 1000, MEMORY_MOST_MS = 64000 };
-
-// A timer that is armed from a callback needs its id, which mu_timer_add returns when the callback may already run. So
-// the timers are added under this lock, and such a callback waits for it.
-static mu_mutex_t ids_lock;
-static struct {
-  uint32_t silence;
-  uint32_t memory;
-} ids;
-
-static void arm(const uint32_t *id, uint32_t interval_ms) {
-  (void)mu_mutex_lock(ids_lock);
-  const uint32_t timer = *id;
-  (void)mu_mutex_unlock(ids_lock);
-  mu_timer_restart(timer, interval_ms);
-}
-
-struct counters {
-  uint64_t bytes;
-  uint64_t packets;
-};
-
-static struct {
-  bool is_known;  // `received` has been read
-  struct counters received;
-  uint64_t changed_at;  // in ticks
-  uint32_t checks;
-  uint32_t changes;
-} uplink;
-
-// Reads a row such as "    lo: 3319 30 0 ...": bytes and packets received come first. Returns whether it is the
-// interface's; changes the row.
-static bool parse_row(char *row, const char *interface, struct counters *received) {
-  const char *name = row + strspn(row, " ");
-  char *colon = strchr(row, ':');
-  if (colon == NULL) return false;
-  *colon = '\0';
-  if (strcmp(name, interface) != 0) return false;
-  char *numbers = colon + 1;
-  received->bytes = strtoull(numbers, &numbers, 10);
-  received->packets = strtoull(numbers, NULL, 10);
-  return true;
-}
-
-static bool read_counters(const char *interface, struct counters *received) {
-  FILE *table = fopen("/proc/net/dev", "re");
-  if (table == NULL) return false;
-  char row[256];
-  bool found = false;
-  while (!found && fgets(row, sizeof row, table) != NULL) found = parse_row(row, interface, received);
-  (void)fclose(table);
-  return found;
-}
-
-static void note_traffic(uint64_t packets, uint64_t bytes) {
-  LOG(LOG_UPLINK, MUP_LOG_NOTICE, "%s: %" PRIu64 " packets, %" PRIu64 " bytes", settings.uplink, packets, bytes);
-  uplink.changes++;
-  uplink.changed_at = mu_current_tick();
-  arm(&ids.silence, SILENCE_MS);
-}
-
-// Circular.
-static void check_uplink(void *unused) {
-  (void)unused;
-  struct counters now;
-  uplink.checks++;
-  if (!read_counters(settings.uplink, &now)) {
-    LOG(LOG_UPLINK, MUP_LOG_ERROR, "%s: no counters", settings.uplink);
-    return;
-  }
-  const struct counters before = uplink.received;
-  const bool is_comparable = uplink.is_known && now.packets >= before.packets && now.bytes >= before.bytes;
-  uplink.is_known = true;
-  uplink.received = now;
-  if (!is_comparable) {  // the first look, or the interface was made anew
-    LOG(LOG_UPLINK, MUP_LOG_INFO, "%s: counting from %" PRIu64 " packets", settings.uplink, now.packets);
-  } else if (now.packets == before.packets) {
-    LOG(LOG_UPLINK, MUP_LOG_DEBUG, "%s: nothing new", settings.uplink);
-  } else {
-    note_traffic(now.packets - before.packets, now.bytes - before.bytes);
-  }
-}
-
-// One-shot, armed again by itself and by traffic. It measures the silence and does not conclude it from being called:
-// the first scan calls it at once.
-static void watch_silence(void *unused) {
-  (void)unused;
-  const uint64_t silent_ms = (mu_current_tick() - uplink.changed_at) * TICK_MS;
-  uint32_t next_ms = SILENCE_MS;
-  if (silent_ms < SILENCE_MS) {
-    next_ms = (uint32_t)(SILENCE_MS - silent_ms);
-  } else {
-    LOG(LOG_UPLINK, MUP_LOG_WARNING, "%s: silent for %" PRIu64 " s", settings.uplink, silent_ms / 1000);
-  }
-  arm(&ids.silence, next_ms);
-}
-
-static uint64_t available_memory_kib(void) {
-  static const char key[] = "MemAvailable:";
-  uint64_t available_kib = 0;
-  char row[128];
-  FILE *table = fopen("/proc/meminfo", "re");
-  if (table == NULL) return 0;
-  while (fgets(row, sizeof row, table) != NULL) {
-    if (strncmp(row, key, strlen(key)) == 0) available_kib = strtoull(row + strlen(key), NULL, 10);
-  }
-  (void)fclose(table);
-  return available_kib;
-}
-
-// One-shot, armed again by itself for twice the time: often after the start, rarely later.
-static void report_memory(void *unused) {
-  (void)unused;
-  static uint32_t interval_ms = MEMORY_FIRST_MS;
-  LOG(LOG_MEMORY, MUP_LOG_INFO, "%" PRIu64 " KiB available", available_memory_kib());
-  arm(&ids.memory, interval_ms);
-  if (interval_ms < MEMORY_MOST_MS) interval_ms *= 2;
-}
-
-// Circular.
-static void report_statistics(void *unused) {
-  (void)unused;
-  LOG(LOG_TRAFFIC, MUP_LOG_INFO, "%s: %" PRIu32 " checks, %" PRIu32 " with traffic; %" PRIu32 " timers",
-      settings.uplink, uplink.checks, uplink.changes, mu_timer_count());
-}
-
-static void start_timers(void) {
-  if (mu_mutex_init(&ids_lock, "ids") != 0) fail(ENDS_INTERNAL, "no memory");
-  uplink.changed_at = mu_current_tick();
-  (void)mu_mutex_lock(ids_lock);
-  const uint32_t check = mu_circle_timer_add((int)settings.uplink_check_ms, check_uplink, NULL);
-  const uint32_t statistics = mu_circle_timer_add(settings.statistics_s * 1000, report_statistics, NULL);
-  ids.silence = mu_timer_add(SILENCE_MS, watch_silence, NULL);
-  ids.memory = mu_timer_add(MEMORY_FIRST_MS, report_memory, NULL);
-  const bool all_run = check != 0 && statistics != 0 && ids.silence != 0 && ids.memory != 0;
-  (void)mu_mutex_unlock(ids_lock);
-  if (!all_run) fail(ENDS_INTERNAL, "the timers do not start");
-}
-
-// ---- Options
-// ---------------------------------------------------------------------------------------------------------
+enum { ENDS_INTERNAL = 1, ENDS_BAD_OPTION = 2, ENDS_BAD_PATH = 3, ENDS_UNREADABLE = 4, ENDS_TOO_LARGE = 5 };
 
 struct options {
   const char *config;
-  uint32_t run_for_s;  // 0: without end
+  unsigned long run_for_s;  // 0: without end
   bool sets_collector;
-  uint32_t collector;
+  struct in_addr collector;
 };
-
-static uint32_t parse_seconds(const char *text) {
-  char *end;
-  const unsigned long seconds = strtoul(text, &end, 10);  // a number too large for it becomes the largest
-  const bool is_number = text[0] >= '0' && text[0] <= '9' && *end == '\0';
-  if (!is_number || seconds < 1 || seconds > 1000000) fail(ENDS_BAD_OPTION, "--run-for: '%s' is no time", text);
-  return (uint32_t)seconds;
-}
-
-static uint32_t parse_address(const char *text) {
-  struct in_addr address;
-  if (inet_pton(AF_INET, text, &address) != 1) fail(ENDS_BAD_OPTION, "--set-collector: '%s' is no IPv4 address", text);
-  return ntohl(address.s_addr);
-}
 
 static struct options parse_options(int argc, char **argv) {
   static const struct option known[] = {{"config", required_argument, NULL, 'c'},
@@ -257,57 +51,326 @@ static struct options parse_options(int argc, char **argv) {
                                         {"help", no_argument, NULL, 'h'},
                                         {NULL, 0, NULL, 0}};
   struct options options = {0};
+  char *end;
   int option;
   while ((option = getopt_long(argc, argv, "", known, NULL)) != -1) {
-    if (option == '?') fail(ENDS_BAD_OPTION, "see gatewayd --help");  // getopt_long has said what is wrong
-    if (option == 'h') {
-      (void)fputs(usage, stdout);
-      exit(EXIT_SUCCESS);
-    }
+    if (option == '?') errx(ENDS_BAD_OPTION, "see gatewayd --help");  // getopt_long has said what is wrong
+    if (option == 'h') exit(fputs(usage, stdout) < 0 ? ENDS_INTERNAL : EXIT_SUCCESS);
     if (option == 'c') options.config = optarg;
-    if (option == 'r') options.run_for_s = parse_seconds(optarg);
+    if (option == 'r') {
+      options.run_for_s = strtoul(optarg, &end, 10);  // no number gives 0, a negative or longer one a large one
+      const bool is_good = *end == '\0' && options.run_for_s >= 1 && options.run_for_s <= 1000000;
+      if (!is_good) errx(ENDS_BAD_OPTION, "--run-for: '%s' is no time", optarg);
+    }
     if (option == 's') {
-      options.sets_collector = true;
-      options.collector = parse_address(optarg);
+      options.sets_collector = inet_pton(AF_INET, optarg, &options.collector) == 1;
+      if (!options.sets_collector) errx(ENDS_BAD_OPTION, "--set-collector: '%s' is no IPv4 address", optarg);
     }
   }
-  if (optind < argc) fail(ENDS_BAD_OPTION, "'%s' is no option; see gatewayd --help", argv[optind]);
-  if (options.config == NULL) fail(ENDS_BAD_OPTION, "--config is missing; see gatewayd --help");
+  if (optind < argc) errx(ENDS_BAD_OPTION, "'%s' is no option; see gatewayd --help", argv[optind]);
+  if (options.config == NULL) errx(ENDS_BAD_OPTION, "--config is missing; see gatewayd --help");
   return options;
 }
 
-// ---- Start and end
-// ---------------------------------------------------------------------------------------------------
+// Log modules by id. Those of 16 and above have a ring of their own. Every id has a name, used or not: mup_log_set
+// switches the first 21 modules by their names.
+enum { LOG_MAIN, LOG_CONFIG, LOG_UPLINK, LOG_MEMORY, LOG_TRAFFIC = MUP_LOG_USR_FIRST, LOG_MODULES = 21 };
+static const char log_modules[LOG_MODULES][MUP_LOG_NAME_SIZE] = {
+    "main",    "config",  "uplink",  "memory",  "spare4",  "spare5",  "spare6",
+    "spare7",  "spare8",  "spare9",  "spare10", "spare11", "spare12", "spare13",
+    "spare14", "spare15", "traffic", "spare17", "spare18", "spare19", "spare20"};
 
-// Called before the timer thread starts, which inherits the mask: SIGINT and SIGTERM then wait for wait_for_end and
-// interrupt nothing half done. The others would kill a daemon whose output nobody reads any more, or whose file grew
-// beyond a limit; ignored, they become errors of the write.
+#define LOG(module, level, ...) mup_log_msg(0, module, level, __LINE__, __VA_ARGS__)
+
+// From here on messages are seen and kept.
+static void start_log(void) {
+  if (mup_log_init(0, LOG_MODULES, log_modules[0]) != 0) errx(ENDS_INTERNAL, "the log does not start");
+  for (size_t i = 0; i < LOG_MODULES; i++) {
+    (void)mup_log_level_set(0, log_modules[i], MUP_LOG_SET_PRINT, i == LOG_TRAFFIC ? MUP_LOG_INFO : MUP_LOG_NOTICE);
+    (void)mup_log_level_set(0, log_modules[i], MUP_LOG_SET_RECORD, MUP_LOG_INFO);
+  }
+}
+
+// The image as a file. All names are in one folder, where a rename is atomic.
+static struct {
+  const char *path;
+  char temporary[PATH_MAX];  // the image while it is written
+  char damaged[PATH_MAX];    // the latest image that was found damaged
+  int folder;
+} image_file;
+
+static void locate_image(const char *path) {
+  const char *slash = strrchr(path, '/');
+  char folder[PATH_MAX] = ".";
+  if (strlen(path) + sizeof ".tmp" > PATH_MAX) errx(ENDS_BAD_PATH, "%s: the path is too long", path);
+  if (path[0] == '\0' || (slash != NULL && slash[1] == '\0')) errx(ENDS_BAD_PATH, "%s: names no file", path);
+  if (slash != NULL) (void)snprintf(folder, sizeof folder, "%.*s", (int)(slash - path) + 1, path);
+  image_file.path = path;
+  (void)snprintf(image_file.temporary, PATH_MAX, "%s.tmp", path);
+  (void)snprintf(image_file.damaged, PATH_MAX, "%s.bad", path);
+  image_file.folder = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (image_file.folder < 0) err(ENDS_BAD_PATH, "%s: folder %s", path, folder);
+}
+
+// Returns 0, or the error number of the step that failed.
+static int write_temporary(const uint8_t *image, uint32_t size) {
+  (void)unlink(image_file.temporary);  // what a crash left there, or anybody put there, is not written to
+  const int file = open(image_file.temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
+  if (file < 0) return errno;
+  int error = 0;
+  for (uint32_t done = 0; done < size && error == 0;) {
+    const ssize_t written = write(file, image + done, size - done);
+    if (written > 0) done += (uint32_t)written;
+    if (written < 0 && errno != EINTR) error = errno;
+  }
+  if (error == 0 && fsync(file) != 0) error = errno;
+  if (close(file) != 0 && error == 0) error = errno;  // some file systems tell only here that a write failed
+  return error;
+}
+
+// A tlv_save_cb. The bytes are on the disk under another name before the image's name moves to them: at every moment, a
+// loss of power included, that name stands for a whole image. The store ignores the result: a failure is told here.
+static int32_t save_image(const uint8_t *image, uint32_t size) {
+  int error = write_temporary(image, size);
+  if (error == 0 && rename(image_file.temporary, image_file.path) != 0) error = errno;
+  if (error != 0) {
+    (void)unlink(image_file.temporary);
+    LOG(LOG_CONFIG, MUP_LOG_ERROR, "%s: not saved, the file stays as it was: %s", image_file.path, strerror(error));
+    return -1;
+  }
+  if (fsync(image_file.folder) != 0) {  // the new name is on the disk only when the folder is
+    LOG(LOG_CONFIG, MUP_LOG_WARNING, "%s: saved, but a power loss may undo it: %s", image_file.path, strerror(errno));
+  }
+  return 0;
+}
+
+// An append may end up to 16 bytes behind what the store was told, so it is told 16 bytes less than there are.
+enum { TEXT_SIZE = 32, BUFFER_SIZE = 4096, IMAGE_MAX_SIZE = BUFFER_SIZE - sizeof(tlv_hdr) };
+static uint8_t buffer[BUFFER_SIZE];  // all zeros make a blank image
+static tlv_inst *configuration;
+
+// What the header in `buffer` states, which need not be true.
+static uint64_t image_size(void) {
+  return ntohl(tlv_get_int(((const tlv_hdr *)buffer)->cfg_len)) + (uint64_t)sizeof(tlv_hdr);
+}
+
+// Fills `buffer` with the file, or with a blank image after a first start or if the file is damaged.
+static void read_image(void) {
+  const int file = open(image_file.path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // does not wait at a pipe
+  if (file < 0 && errno == ENOENT) {
+    LOG(LOG_CONFIG, MUP_LOG_NOTICE, "%s: not there, first start", image_file.path);
+    return;
+  }
+  struct stat status;
+  if (file < 0 || fstat(file, &status) != 0) err(ENDS_UNREADABLE, "%s: cannot be opened", image_file.path);
+  if (!S_ISREG(status.st_mode)) errx(ENDS_BAD_PATH, "%s: is no regular file", image_file.path);
+  size_t length = 0;
+  ssize_t got;
+  while ((got = read(file, buffer + length, sizeof buffer - length)) != 0) {
+    if (got > 0) length += (size_t)got;
+    if (got < 0 && errno != EINTR) err(ENDS_UNREADABLE, "%s: cannot be read", image_file.path);
+  }
+  (void)close(file);
+  if (length > IMAGE_MAX_SIZE) errx(ENDS_TOO_LARGE, "%s: larger than %d bytes", image_file.path, (int)IMAGE_MAX_SIZE);
+  // tlv_load would make a blank image of whatever has no magic number, so the image is checked before; and tlv_check
+  // believes the length that the header states, so that is measured first.
+  if (length >= sizeof(tlv_hdr) && image_size() <= length && tlv_check(buffer) >= 0) return;
+  mu_printf("\r\n");  // the store's messages do not end their line
+  const char *fate = rename(image_file.path, image_file.damaged) == 0 ? "kept as" : "but could not be kept as";
+  LOG(LOG_CONFIG, MUP_LOG_ERROR, "%s: damaged, starting with defaults; %s %s", image_file.path, fate,
+      image_file.damaged);
+  memset(buffer, 0, sizeof buffer);
+}
+
+// The settings, at first with their defaults. A text that fills its field has no NUL there.
+static struct {
+  char host_name[TEXT_SIZE + 1], uplink[TEXT_SIZE + 1];
+  uint32_t uplink_check_ms, statistics_s;
+  uint32_t collector;  // IPv4 address of the log collector in host byte order; 0 for none
+  uint32_t boot_count;
+} settings = {"gateway", "lo", 1000, 3, 0, 0};
+
+// Their fields in the image: a text, or a number in its range.
+static const struct field {
+  uint16_t key, size;
+  char *text;
+  uint32_t *number, least, most;
+} fields[] = {
+    {0x0101, TEXT_SIZE, settings.host_name, NULL, 0, 0}, {0x0102, 4, NULL, &settings.boot_count, 0, UINT32_MAX},
+    {0x0201, TEXT_SIZE, settings.uplink, NULL, 0, 0},    {0x0202, 4, NULL, &settings.uplink_check_ms, 100, 3600000},
+    {0x0203, 4, NULL, &settings.statistics_s, 1, 3600},  {0x0301, 4, NULL, &settings.collector, 0, UINT32_MAX},
+};
+enum { FIELDS = sizeof fields / sizeof fields[0] };
+
+// The size that a field has in the image; 0 if it is not there.
+static uint32_t found_size(const struct field *field) {
+  for (uint32_t i = 0; i < configuration->field_num; i++) {
+    const tlv_field *found = configuration->field_tbl[i];
+    if (ntohs(tlv_get_short(found->type)) == field->key) return ntohs(tlv_get_short(found->max_len));
+  }
+  return 0;
+}
+
+static void read_field(const struct field *field) {
+  if (found_size(field) != field->size) return;
+  uint32_t number = 0;
+  if (field->text != NULL) {
+    (void)tlv_read_buffer(configuration, field->key, field->size, field->text);
+  } else if (tlv_read_int(configuration, field->key, &number) == 0 && number >= field->least && number <= field->most) {
+    *field->number = number;
+  } else {
+    LOG(LOG_CONFIG, MUP_LOG_ERROR, "field 0x%04x: %u makes no sense, default used", field->key, number);
+  }
+}
+
+// Looks before it writes: the store lets through what breaks an image, namely a text of another size, and an append
+// that makes the image too long to be loaded again.
+static void write_field(const struct field *field) {
+  const uint32_t found = found_size(field);
+  const bool has_room = image_size() + sizeof(tlv_field) + field->size <= IMAGE_MAX_SIZE;
+  const bool fits = found == field->size || (found == 0 && has_room);
+  int32_t result = -1;
+  if (fits && field->text == NULL) result = tlv_write_int(configuration, field->key, *field->number);
+  if (fits && field->text != NULL) {
+    result = tlv_write_buffer(configuration, field->key, TEXT_SIZE, TEXT_SIZE, (const uint8_t *)field->text);
+  }
+  if (result != 0) LOG(LOG_CONFIG, MUP_LOG_ERROR, "field 0x%04x has another size or finds no room", field->key);
+}
+
+// Fills `settings`, counts this start, and brings the image up to date.
+static void open_configuration(const struct options *options) {
+  read_image();
+  configuration = tlv_inst_init(buffer, IMAGE_MAX_SIZE, NULL);
+  if (configuration == NULL || tlv_load(configuration) != 0) errx(ENDS_INTERNAL, "the configuration does not load");
+  for (size_t i = 0; i < FIELDS; i++) read_field(&fields[i]);
+  if (options->sets_collector) settings.collector = ntohl(options->collector.s_addr);
+  settings.boot_count++;
+  for (size_t i = 0; i < FIELDS; i++) write_field(&fields[i]);
+  // All of it reaches the file at once, with this last change: until now there was no save function.
+  configuration->save_cb = save_image;
+  (void)tlv_write_version(configuration, 1);
+}
+
+// The timers. Callbacks share one thread with a small stack: short work, small buffers. The first scan of the service
+// runs every timer that was added before it at once, so a callback must make sense at any time.
+enum { TICK_MS = 10, SILENCE_MS = 3000, MEMORY_FIRST_MS = 1000, MEMORY_MOST_MS = 64000 };
+
+// A timer that is armed from a callback needs its id, which mu_timer_add returns when the callback may already run. So
+// the timers are added under this lock, and such a callback waits for it.
+static mu_mutex_t ids_lock;
+static uint32_t silence_id;
+static uint32_t memory_id;
+
+static void arm(const uint32_t *id, uint32_t interval_ms) {
+  (void)mu_mutex_lock(ids_lock);
+  const uint32_t timer = *id;
+  (void)mu_mutex_unlock(ids_lock);
+  mu_timer_restart(timer, interval_ms);
+}
+
+static struct {
+  uint64_t bytes;       // received; at first more than there can be
+  uint64_t changed_at;  // in ticks
+  uint32_t checks, changes;
+} uplink = {.bytes = UINT64_MAX};
+
+// Finds a row such as "    lo: 3319 30 0 ...", in which the bytes received come first.
+static bool read_bytes(uint64_t *bytes) {
+  FILE *table = fopen("/proc/net/dev", "re");
+  if (table == NULL) return false;
+  const size_t length = strlen(settings.uplink);
+  char row[256];
+  bool found = false;
+  while (!found && fgets(row, sizeof row, table) != NULL) {
+    const char *name = row + strspn(row, " ");
+    found = strncmp(name, settings.uplink, length) == 0 && name[length] == ':';
+    if (found) *bytes = strtoull(name + length + 1, NULL, 10);
+  }
+  (void)fclose(table);
+  return found;
+}
+
+static void check_uplink(void *unused) {  // circular
+  (void)unused;
+  uint64_t bytes;
+  uplink.checks++;
+  if (!read_bytes(&bytes)) {
+    LOG(LOG_UPLINK, MUP_LOG_ERROR, "%s: no counters", settings.uplink);
+    return;
+  }
+  if (bytes < uplink.bytes) {  // the first look, or the interface was made anew
+    LOG(LOG_UPLINK, MUP_LOG_INFO, "%s: counting from %" PRIu64 " bytes", settings.uplink, bytes);
+  } else if (bytes == uplink.bytes) {
+    LOG(LOG_UPLINK, MUP_LOG_DEBUG, "%s: nothing new", settings.uplink);
+  } else {
+    LOG(LOG_UPLINK, MUP_LOG_NOTICE, "%s: %" PRIu64 " bytes received", settings.uplink, bytes - uplink.bytes);
+    uplink.changes++;
+    uplink.changed_at = mu_current_tick();
+    arm(&silence_id, SILENCE_MS);
+  }
+  uplink.bytes = bytes;
+}
+
+static void report_statistics(void *unused) {  // circular
+  (void)unused;
+  LOG(LOG_TRAFFIC, MUP_LOG_INFO, "%s: %u checks, %u with traffic", settings.uplink, uplink.checks, uplink.changes);
+}
+
+// One-shot, armed again by itself and by traffic. It measures the silence and does not conclude it from being called.
+static void watch_silence(void *unused) {
+  (void)unused;
+  const uint64_t silent_ms = (mu_current_tick() - uplink.changed_at) * TICK_MS;
+  if (silent_ms >= SILENCE_MS) {
+    LOG(LOG_UPLINK, MUP_LOG_WARNING, "%s: silent for %" PRIu64 " s", settings.uplink, silent_ms / 1000);
+  }
+  arm(&silence_id, silent_ms >= SILENCE_MS ? SILENCE_MS : (uint32_t)(SILENCE_MS - silent_ms));
+}
+
+// One-shot, armed again by itself for twice the time: often after the start, rarely later.
+static void report_memory(void *unused) {
+  (void)unused;
+  static uint32_t interval_ms = MEMORY_FIRST_MS;
+  struct sysinfo memory = {0};
+  (void)sysinfo(&memory);  // fails for a bad address alone
+  LOG(LOG_MEMORY, MUP_LOG_INFO, "%lu KiB free", memory.freeram * memory.mem_unit / 1024);
+  arm(&memory_id, interval_ms);
+  if (interval_ms < MEMORY_MOST_MS) interval_ms *= 2;
+}
+
+static void start_timers(void) {
+  if (mu_mutex_init(&ids_lock, "ids") != 0) errx(ENDS_INTERNAL, "no memory");
+  uplink.changed_at = mu_current_tick();
+  (void)mu_mutex_lock(ids_lock);
+  const uint32_t check = mu_circle_timer_add((int)settings.uplink_check_ms, check_uplink, NULL);
+  const uint32_t statistics = mu_circle_timer_add((int)settings.statistics_s * 1000, report_statistics, NULL);
+  silence_id = mu_timer_add(SILENCE_MS, watch_silence, NULL);
+  memory_id = mu_timer_add(MEMORY_FIRST_MS, report_memory, NULL);
+  const bool all_run = check != 0 && statistics != 0 && silence_id != 0 && memory_id != 0;
+  (void)mu_mutex_unlock(ids_lock);
+  if (!all_run) errx(ENDS_INTERNAL, "the timers do not start");
+}
+
+// Called before the timer thread starts, which inherits the mask: these signals interrupt nothing, but wait to be asked
+// for. SIGPIPE (nobody reads the output) and SIGXFSZ (a file grew too large) become errors of the write.
 static sigset_t hold_signals(void) {
   sigset_t ends;
   (void)sigemptyset(&ends);
   (void)sigaddset(&ends, SIGINT);
   (void)sigaddset(&ends, SIGTERM);
-  (void)pthread_sigmask(SIG_BLOCK, &ends, NULL);
+  (void)sigaddset(&ends, SIGALRM);
+  (void)sigprocmask(SIG_BLOCK, &ends, NULL);
   (void)signal(SIGPIPE, SIG_IGN);
   (void)signal(SIGXFSZ, SIG_IGN);
   return ends;
 }
 
 // Returns why the daemon ends.
-static const char *wait_for_end(const sigset_t *ends, uint32_t run_for_s) {
-  const uint64_t end = mu_current_tick() + (uint64_t)run_for_s * 1000 / TICK_MS;
-  int received = -1;
-  while (received < 0) {  // a wait also ends when the process was stopped and goes on
-    if (run_for_s == 0) {
-      received = sigwaitinfo(ends, NULL);
-      continue;
-    }
-    const uint64_t now = mu_current_tick();
-    if (now >= end) return "its time is over";
-    const uint64_t left_ms = (end - now) * TICK_MS;
-    const struct timespec left = {.tv_sec = (time_t)(left_ms / 1000), .tv_nsec = (long)(left_ms % 1000) * 1000000};
-    received = sigtimedwait(ends, NULL, &left);
-  }
+static const char *wait_for_end(const sigset_t *ends, unsigned long run_for_s) {
+  (void)alarm((unsigned)run_for_s);  // 0 for none
+  int received;
+  do received = sigwaitinfo(ends, NULL);
+  while (received < 0);  // as after the process was stopped and goes on
+  if (received == SIGALRM) return "its time is over";
   return received == SIGINT ? "SIGINT" : "SIGTERM";
 }
 
@@ -317,15 +380,15 @@ int main(int argc, char **argv) {
   (void)setvbuf(stdout, NULL, _IOLBF, 0);  // each line at once, to a pipe or a file too
 
   start_log();
-  image_file_locate(options.config);
-  settings_open(options.sets_collector ? &options.collector : NULL);
-  apply_log_settings();
+  locate_image(options.config);
+  open_configuration(&options);
+  // No other thread logs yet; later the log's mutex would have to be held here.
+  mup_log_ctrl_get()->server_ip = settings.collector;
+  mup_log_ctrl_get()->remote_mode = settings.collector != 0 ? MUP_LOG_REMOTE_AND_STORE : MUP_LOG_REMOTE_OFF;
   start_timers();
-  LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: started, boot count %" PRIu32, settings.host_name, settings.boot_count);
+  LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: started, boot count %u", settings.host_name, settings.boot_count);
 
-  const char *reason = wait_for_end(&ends, options.run_for_s);
-  LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: ends, %s", settings.host_name, reason);
-  settings_close();
+  LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: ends, %s", settings.host_name, wait_for_end(&ends, options.run_for_s));
   mu_timer_show();
   (void)mup_log_show(0, 0);
   // The timer thread ends with the process; what its callbacks use is static.

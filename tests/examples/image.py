@@ -7,10 +7,9 @@ value). Every number is big-endian; the checksum is RFC 1071's over the whole im
 import struct
 
 MAGIC = 0x84739458
-FLAG_ENDED, FLAG_RUNNING = 0, 1
 
-HOST_NAME, BOOT_COUNT, UPLINK, UPLINK_CHECK_MS, STATISTICS_S, COLLECTOR, LOG_LEVEL = (
-    0x0101, 0x0102, 0x0201, 0x0202, 0x0203, 0x0301, 0x0302)
+HOST_NAME, BOOT_COUNT, UPLINK, UPLINK_CHECK_MS, STATISTICS_S, COLLECTOR = (
+    0x0101, 0x0102, 0x0201, 0x0202, 0x0203, 0x0301)
 
 # What an image has to stay below: gatewayd's buffer of 4096 bytes less 16.
 MAX_SIZE = 4080
@@ -24,21 +23,31 @@ def checksum(data):
   return total ^ 0xFFFF
 
 
+def text(value):
+  """A value of gatewayd's texts, which are padded with zeros."""
+  return value.ljust(32, b'\0')
+
+
+def number_of(value):
+  """A value of gatewayd's numbers."""
+  return value.to_bytes(4, 'big')
+
+
 def record(key, value):
   return struct.pack('>HH', key, len(value)) + value
 
 
-def image(records, flag=FLAG_ENDED, magic=MAGIC, length=None, crc=None):
+def image(records, length=None, crc=None):
   """An image of `records`, bytes. A given `length` or `crc` stands in the header instead of the right one."""
   length = len(records) if length is None else length
   if crc is None:
-    crc = checksum(struct.pack('>IHBBII', magic, 0, 0, flag, length, 0) + records)
-  return struct.pack('>IHBBII', magic, crc, 0, flag, length, 0) + records
+    crc = checksum(struct.pack('>IHBBII', MAGIC, 0, 0, 0, length, 0) + records)
+  return struct.pack('>IHBBII', MAGIC, crc, 0, 0, length, 0) + records
 
 
 def parse(data):
-  """The flag and a dict of the fields; asserts that the image is sound in every byte."""
-  magic, crc, _, flag, length, _ = struct.unpack('>IHBBII', data[:16])
+  """A dict of the fields; asserts that the image is sound in every byte."""
+  magic, crc, _, _, length, _ = struct.unpack('>IHBBII', data[:16])
   assert magic == MAGIC, 'magic %#x' % magic
   assert length == len(data) - 16, 'the header states %d bytes of records, the file has %d' % (length, len(data) - 16)
   assert crc == checksum(data[:4] + b'\0\0' + data[6:]), 'checksum'
@@ -49,7 +58,7 @@ def parse(data):
     assert key not in fields, 'field %#x twice' % key
     fields[key] = data[offset + 4:offset + 4 + size]
     offset += 4 + size
-  return flag, fields
+  return fields
 
 
 def number(value):
