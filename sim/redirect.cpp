@@ -12,7 +12,8 @@ namespace {
 
 constexpr const char *kTree = "/overlay";
 constexpr const char *kFiles[] = {"/proc/kmsg", "/dev/mulog-ioctl-dev", "/dev/mu_pal_ioctl"};
-constexpr const char *kNoRoot = "/nonexistent/TARN_SIM_ROOT-is-not-set";
+// Does not exist, and nobody can make it.
+constexpr const char *kNoRoot = "/proc/self/TARN_SIM_ROOT-is-not-set";
 constexpr in_port_t kCollectorPort = 514;
 
 bool is_gateway_path(const char *path) {
