@@ -401,7 +401,7 @@ class Saving(GatewaydTest):
       resource.setrlimit(resource.RLIMIT_FSIZE, (40, 40))
 
     # An instrumented library would cut its own records of what ran.
-    output = self.run_once(preexec_fn=limit, env={'GCOV_PREFIX': '/nonexistent'})
+    output = self.run_once(preexec_fn=limit, env={'GCOV_PREFIX': '/dev/null'})
     self.expect_old_image(output, 'File too large')
 
   def test_full_disk(self):

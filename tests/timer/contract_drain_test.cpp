@@ -131,3 +131,16 @@ TEST_F(TimerDrainContract, SurvivesARestart) {
   mu_timer_start(id);
   EXPECT_EQ(find(id)->drain, 3u);
 }
+
+// 2^32 + 3 ticks are 3 in 32 bits, for the statistics and for the timers behind.
+TEST_F(TimerDrainContract, IsADifferenceOf32Bits) {
+  static int64_t ms = ((INT64_C(1) << 32) + 3) * 10;
+  mu_timer_add(
+      10, [](void *) { g_clock->pass_ms(ms); }, nullptr);
+  const uint32_t behind = mu_timer_add(1000, take_ms<1>, &ms_);
+  clock_.scan();
+  EXPECT_EQ(timer_info.last_drain, 3u);
+  EXPECT_EQ(timer_info.max_drain, 3u);
+  ASSERT_NE(find(behind), nullptr);
+  EXPECT_EQ(find(behind)->remain, 100u - 1 - 3);
+}

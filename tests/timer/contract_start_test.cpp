@@ -9,6 +9,7 @@
 #include <cstring>
 #include <ostream>
 #include <string>
+#include <vector>
 
 #include "support/console.h"
 #include "support/heap.h"
@@ -30,6 +31,13 @@ void count_run(void *) { g_runs++; }
 bool is_zero(const mu_timer_info_t &info) {
   static constexpr mu_timer_info_t zero{};
   return memcmp(&info, &zero, sizeof zero) == 0;
+}
+
+// A start that failed leaves its mutex and its list behind, by contract. Known here, they are no leak to a sanitizer.
+void keep_what_a_failed_start_left() {
+  static auto &kept = *new std::vector<const void *>;  // alive when leaks are looked for
+  kept.push_back(timer_info.mutex);
+  kept.push_back(timer_info.list);
 }
 
 // Counts the threads that the library asks for, and refuses them or not.
@@ -271,6 +279,7 @@ TEST_P(TimerStartContract, FailsWithTheLimitMessageWhenMemoryRunsOut) {
     EXPECT_EQ(timer_info.list != nullptr, row.list_made);
     EXPECT_EQ(timer_initialized, 0u);
     EXPECT_EQ(timer_info.max_num, 0u);
+    keep_what_a_failed_start_left();
   }
 }
 
@@ -294,6 +303,7 @@ TEST_P(TimerStartContract, IsRepeatedFromItsBeginningByEveryAddAfterAFailure) {
     const mu_mutex_t mutex = timer_info.mutex;
     const mu_list_t *list = timer_info.list;
     EXPECT_EQ(heap.live(), 2u);
+    keep_what_a_failed_start_left();
     timer_info.last_id = 9;  // to be zeroed again
     add(count_run);
     EXPECT_EQ(threads.asked, 2);
@@ -301,6 +311,7 @@ TEST_P(TimerStartContract, IsRepeatedFromItsBeginningByEveryAddAfterAFailure) {
     EXPECT_NE(timer_info.list, list);
     EXPECT_EQ(timer_info.last_id, 0u);
     EXPECT_EQ(heap.live(), 4u) << "the mutex and the list made before are left behind";
+    keep_what_a_failed_start_left();
   }
   EXPECT_EQ(console.take(), std::string(kNotStarted) + kNotStarted);
   EXPECT_EQ(add(count_run), 1u);
