@@ -53,6 +53,12 @@ endif()
 
 set(tarn_link_flags LINKER:--no-undefined LINKER:--as-needed LINKER:--gc-sections LINKER:-O1)
 
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
+  # The linker's default, 65536, would fill the file with zeros up to that size.
+  set(TARN_MAX_PAGE_SIZE 16384 CACHE STRING "Largest page size of the kernels that shall load the library")
+  list(APPEND tarn_link_flags LINKER:-z,max-page-size=${TARN_MAX_PAGE_SIZE})
+endif()
+
 set(tarn_hardening "")
 if(TARN_SANITIZE STREQUAL "")
   set(tarn_hardening -fstack-protector-strong -fstack-clash-protection
