@@ -23,7 +23,7 @@ inline mu_timer_rec_t &timer_of(const mu_list_node_t *node) { return *static_cas
 void mu_timer_init(u32 max_num);
 
 // The body of the timer thread.
-void *mu_timer_thread(void *unused);
+void *mu_timer_thread(void *arg);
 
 }  // namespace tarn::timer
 

@@ -161,7 +161,7 @@ TEST(LogDisplayContract, ShowsUtcWhateverTheTimeZone) {
 
 TEST(LogDisplayContract, AgreesWithTheCalendarOnEveryDayOf220Years) {
   start();
-  for (int64_t day = -80 * 365; day < 140 * 365; day++) {  // 1890 to 2109
+  for (int64_t day = int64_t{-80} * 365; day < int64_t{140} * 365; day++) {  // 1890 to 2109
     const int64_t time = day * kSecondsPerDay + (day * 7919 % kSecondsPerDay + kSecondsPerDay) % kSecondsPerDay;
     ASSERT_EQ(display(record_of(0, 4, 0, time, "t")), "[" + calendar(time) + "]-[Error]m0: t\r\n") << time;
   }
@@ -170,7 +170,7 @@ TEST(LogDisplayContract, AgreesWithTheCalendarOnEveryDayOf220Years) {
 TEST(LogDisplayContract, AgreesWithTheCalendarAtTheEdgesOfEveryYear) {
   start();
   int64_t day = floor_divide(-300 * kDaysPer400Years, 400);  // about 1670
-  for (; day < 2000 * 365; day++) {
+  for (; day < int64_t{2000} * 365; day++) {
     const int64_t midnight = day * kSecondsPerDay;
     const std::string date = calendar(midnight).substr(0, 5);
     if (date != "01/01" && date != "02/28" && date != "02/29" && date != "03/01") continue;

@@ -168,6 +168,7 @@ TEST(PrintContract, ThreadsKeepTheirLinesWhole) {
   constexpr int kLines = 200;
   Console console;
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int thread = 0; thread < kThreads; thread++) {
     threads.emplace_back([thread] {
       const std::string filler(static_cast<size_t>(50 + 150 * thread), static_cast<char>('a' + thread));

@@ -55,8 +55,8 @@ TEST(ChecksumContract, TakesANegativeLengthForZero) {
 }
 
 TEST(ChecksumContract, PrintsAndAllocatesNothingAndLeavesTheDataAlone) {
-  Bytes bytes(1001, 0x5A);
-  const Bytes before = bytes;
+  const Bytes bytes(1001, 0x5A);
+  const Bytes before(1001, 0x5A);
   Console console;
   tarn_test::FailingMalloc mallocs(1, 0);
   library_checksum(bytes);

@@ -143,7 +143,7 @@ TEST(InstDuplicateContract, AllocatesIndexImageAndInstanceInThisOrder) {
     });
     copy.reset(tlv_inst_duplicate(source.inst()));
   }
-  EXPECT_EQ(asked_sizes, (std::vector<size_t>{3 * 8, image.size(), sizeof(tlv_inst)}));
+  EXPECT_EQ(asked_sizes, (std::vector<size_t>{3 * sizeof(void *), image.size(), sizeof(tlv_inst)}));
 }
 
 TEST(InstDuplicateContract, FreesWhatItHasWhenMemoryRunsOut) {
