@@ -379,6 +379,14 @@ TEST_F(TlvInstDuplicate, KeepsTheMaxSizeOfItsSource) {
   mu_free(copy);
 }
 
+TEST_F(TlvInstDuplicate, RefusesAnImageLargerThanCanBeAskedFor) {
+  tlv_write_char(inst_, 7, 1);
+  buffer_[8] = 0x80;  // 2 GiB of records, by its header
+  FailingMalloc memory(2);
+  EXPECT_EQ(tlv_inst_duplicate(inst_), nullptr);
+  EXPECT_EQ(memory.seen(), 1);  // the index alone
+}
+
 TEST_F(TlvInstDuplicate, IsNullWithoutASourceOrMemory) {
   EXPECT_EQ(tlv_inst_duplicate(nullptr), nullptr);
   EXPECT_EQ(tlv_inst_duplicate(inst_), nullptr);  // no records
