@@ -18,6 +18,7 @@ namespace {
 using Bytes = std::vector<uint8_t>;
 
 constexpr uint32_t kSize = 64;
+constexpr uint32_t kBufferSize = 128;  // more than any test makes of it
 
 std::vector<uint32_t> g_saves;
 const uint8_t *g_saved_base;
@@ -34,7 +35,7 @@ using Saves = std::vector<uint32_t>;
 
 class Tlv : public testing::Test {
  protected:
-  Tlv() : buffer_(kSize + 16), inst_(tlv_inst_init(buffer_.data(), kSize, note_save)) { tlv_load(inst_); }
+  Tlv() : buffer_(kBufferSize), inst_(tlv_inst_init(buffer_.data(), kSize, note_save)) { tlv_load(inst_); }
   ~Tlv() override {
     mu_free(inst_->field_tbl);
     mu_free(inst_);
