@@ -19,7 +19,7 @@ mu_timer_rec_t *find(u32 id) {
 
 // Whether the callback is running and the caller could wait for its end: the timer thread itself never could.
 u32 runs_elsewhere(const mu_timer_rec_t &timer) {
-  return OS_CURRENT_THREAD() != load_relaxed(tmr_tid) && load_relaxed(timer.running) != 0;
+  return OS_CURRENT_THREAD() != load_relaxed(tmr_tid) && load_acquire(timer.running) != 0;
 }
 
 u32 flag(u32 id, u32 mu_timer_rec_t::*which, const char *complaint) {

@@ -18,7 +18,7 @@ u32 run_callback(mu_timer_rec_t &timer) {
   {
     ScopedUnlock released(timer_info.mutex);
     timer.callback(timer.arg);
-    store_relaxed(timer.running, u32{0});
+    store_release(timer.running, u32{0});  // whoever sees it may free what the callback used
   }
   return static_cast<u32>(mu_current_tick() - started);
 }
