@@ -8,6 +8,8 @@
 //   clock.scan();  // the timer thread wakes from its 10 ms, scans once, and sleeps again
 //
 // A sleep of the test's own thread moves the clocks on and returns. Nothing waits in real time.
+//
+// One a process: a thread that sleeps on a clock never wakes on another. CTest runs each test in a process of its own.
 #ifndef TARN_TESTS_SUPPORT_VIRTUAL_CLOCK_H
 #define TARN_TESTS_SUPPORT_VIRTUAL_CLOCK_H
 
