@@ -1,7 +1,6 @@
 // The doubly linked list of record copies. A node and its record are one block of memory: the record stands right
 // behind the node's three header fields.
 
-#include <climits>
 #include <cstring>
 
 #include "platform/support.h"
@@ -13,11 +12,9 @@ using tarn::Owned;
 using tarn::u32;
 using tarn::u64;
 
-// Null when memory runs out, or for a size that no mu_malloc call can ask for.
 Owned<mu_list_node_t> make_node(u32 data_size, const void *record) {
-  const u64 size = u64{sizeof(mu_list_node_t)} + data_size;
-  if (size > INT_MAX) return nullptr;
-  Owned<mu_list_node_t> node(static_cast<mu_list_node_t *>(mu_malloc(static_cast<int>(size))));
+  void *block = tarn::allocate_bytes(1, u64{sizeof(mu_list_node_t)} + data_size);
+  Owned<mu_list_node_t> node(static_cast<mu_list_node_t *>(block));
   if (!node) return nullptr;
   node->data = node.get() + 1;
   memcpy(node->data, record, data_size);

@@ -49,12 +49,16 @@ struct Free {
 template <typename T>
 using Owned = std::unique_ptr<T, Free>;
 
-// Zeroed room for `count` objects; null when memory runs out or their size passes the int that mu_malloc takes.
+// Zeroed room for `count` objects of `size` bytes; null when memory runs out or all of them pass the int that mu_malloc
+// takes.
+inline void *allocate_bytes(u64 count, u64 size) {
+  if (count > INT_MAX / size) return nullptr;
+  return mu_malloc(static_cast<int>(count * size));
+}
+
 template <typename T>
 Owned<T> allocate(u64 count = 1) {
-  constexpr u64 size = sizeof(T);  // NOLINT(bugprone-sizeof-expression): T may well be a pointer
-  if (count > INT_MAX / size) return nullptr;
-  return Owned<T>(static_cast<T *>(mu_malloc(static_cast<int>(count * size))));
+  return Owned<T>(static_cast<T *>(allocate_bytes(count, sizeof(T))));  // NOLINT(bugprone-sizeof-expression): a pointer
 }
 
 // Fields that are read or written without their lock. The public records keep their plain types, so their layout.
