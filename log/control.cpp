@@ -1,5 +1,7 @@
 // The state of the log, and what every source of it asks.
 
+#include <cstring>
+
 #include "internal.h"
 
 namespace tarn::log {
@@ -12,6 +14,23 @@ bool is_missing(const void *argument, const char *function, int line) {
 }
 
 const char *module_name(u8 module) { return module < control.module_num ? control.modules[module].name : ""; }
+
+int find_module(std::string_view name) {
+  if (name.size() >= MUP_LOG_NAME_SIZE) return -1;
+  for (int id = 0; id < control.module_num; id++) {
+    const char *own = control.modules[id].name;  // NUL-filled to its end
+    if (own[name.size()] == '\0' && memcmp(own, name.data(), name.size()) == 0) return id;
+  }
+  return -1;
+}
+
+void clear_ring(const Ring &ring) {
+  for (u32 i = 0; i < ring.size; i++) {
+    mup_log_rec &record = ring.slots[i];
+    if (record.text[0] != '\0') memset(record.text, 0, sizeof record.text);
+  }
+  *ring.next = 0;
+}
 
 }  // namespace tarn::log
 

@@ -1,7 +1,6 @@
 // Records as people read them.
 
 #include <cstdio>
-#include <cstring>
 
 #include "internal.h"
 
@@ -27,7 +26,7 @@ void show_ring(const Ring &ring) {
 void mu_log2str(const mup_log_rec *rec, char *dst, uint32_t n) {
   if (is_missing(rec) || is_missing(dst)) return;
   tm utc = {};
-  gmtime_r(&rec->time, &utc);  // a year that no calendar holds leaves the date zero
+  if (gmtime_r(&rec->time, &utc) == nullptr) utc = {};  // a year that no calendar holds
   char number[sizeof " -2147483648"] = "";
   if (rec->line != 0) (void)snprintf(number, sizeof number, " %d", static_cast<int>(rec->line));
   (void)snprintf(dst, n, "[%02d/%02d-%02d:%02d:%02d]-[%s%s]%s: %s\r\n", utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,
@@ -43,11 +42,7 @@ mu_status_t mup_log_show([[maybe_unused]] uint64_t reserved, int32_t clear) {
     show_ring(ring);
     return 0;
   }
-  for (u32 age = 0; age < ring.size; age++) {
-    mup_log_rec &record = ring.oldest(age);
-    if (record.text[0] != '\0') memset(record.text, 0, sizeof record.text);
-  }
-  *ring.next = 0;
-  control.dirty |= kSysDirty;
+  clear_ring(ring);
+  mark_dirty(kSysDirty);
   return 0;
 }

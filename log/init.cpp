@@ -38,8 +38,8 @@ mu_status_t mup_log_init([[maybe_unused]] uint64_t reserved, uint16_t module_num
     mu_printf("No memory \r\n");
     return 10;
   }
-  strcpy(control.sys_path, "/overlay/mu_log.txt");
-  strcpy(control.usr_path, "/overlay/user_log.txt");
+  memcpy(control.sys_path, kSysPath, sizeof kSysPath);
+  memcpy(control.usr_path, kUsrPath, sizeof kUsrPath);
   if (mu_mutex_init(&control.mutex, "log_mutex") != 0) {
     mu_printf("create mutex error \r\n");
     return -1;

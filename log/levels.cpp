@@ -2,8 +2,6 @@
 //
 // Settings are read without the lock by every message, so they are stored and loaded as atomics.
 
-#include <cstring>
-
 #include "internal.h"
 
 using namespace tarn;
@@ -11,8 +9,8 @@ using namespace tarn::log;
 
 namespace {
 
-constexpr const char *kLevelNames[] = {"Off",     "Emergency", "Alert", "Critical", "Error",
-                                       "Warning", "Notice",    "Info",  "Debug"};
+constexpr std::string_view kLevelNames[] = {"Off",     "Emergency", "Alert", "Critical", "Error",
+                                            "Warning", "Notice",    "Info",  "Debug"};
 static_assert(std::size(kLevelNames) == kLevelMax + 1);
 
 constexpr u8 kLastModuleOfSet = 20;
@@ -28,14 +26,6 @@ mu_status_t refusal(const char *module_name, const char *function, int line) {
   if (is_inited()) return 0;
   mu_printf("log system was not init \n");
   return kNotInited;
-}
-
-// The id of the first module of that name, or -1.
-int find_module(const char *name) {
-  for (int id = 0; id < control.module_num; id++) {
-    if (strcmp(control.modules[id].name, name) == 0) return id;
-  }
-  return -1;
 }
 
 // The setting, or null for a type that stands for none.
@@ -75,7 +65,14 @@ void enable_modules(u8 first, u8 last, bool on) {
 
 }  // namespace
 
-const char *mup_log_level_str_get(uint8_t level) { return level <= kLevelMax ? kLevelNames[level] : ""; }
+int tarn::log::find_level(std::string_view name) {
+  for (int level = 0; level <= kLevelMax; level++) {
+    if (kLevelNames[level] == name) return level;
+  }
+  return -1;
+}
+
+const char *mup_log_level_str_get(uint8_t level) { return level <= kLevelMax ? kLevelNames[level].data() : ""; }
 
 mu_status_t mup_log_level_set([[maybe_unused]] uint64_t reserved, const char *module_name, uint8_t type,
                               uint8_t value) {

@@ -65,7 +65,7 @@ void store(const Message &message) {
   memcpy(slot.text, message.text.data(), len);
   memset(slot.text + len, 0, sizeof slot.text - len);
   *ring.next = (*ring.next + 1) & (ring.size - 1);
-  control.dirty |= system ? kSysDirty : kUsrDirty;
+  mark_dirty(system ? kSysDirty : kUsrDirty);
 }
 
 }  // namespace

@@ -1,21 +1,24 @@
 /**
  * @file
- * Logging. The log core: a process-wide log of named modules, each with its own levels.
+ * Logging: a process-wide log of named modules, each with its own levels; the files that keep it over a restart; the
+ * bridge that brings the kernel's messages into it.
  *
- * mup_log_init registers the modules; afterwards any thread logs with mup_log_msg. A message passes its module's
- * levels, is shown on the console, forwarded to a log collector as a UDP datagram, and kept in a ring: the system ring
- * for the modules 0 to 15, the user ring for 16 and above.
+ * mup_log_usr_init starts the log with its files (mup_log_init the log alone); afterwards any thread logs with
+ * mup_log_msg. A message passes its module's levels, is shown on the console, forwarded to a log collector as a UDP
+ * datagram, and kept in a ring: the system ring for the modules 0 to 15, the user ring for 16 and above. Every three
+ * seconds a ring that has changed is written to its file. docs/log-files.md and docs/kernel-frames.md have the formats.
  *
  * Levels: 0 "Off", 1 "Emergency", 2 "Alert", 3 "Critical", 4 "Error", 5 "Warning", 6 "Notice", 7 "Info", 8 "Debug". A
  * threshold of N lets the levels 0 to N through: a message of level 0 passes every threshold.
  *
  * Holds for the whole header:
- * - Statuses: 0 success, -1 no mutex, 2 bad argument, 10 out of memory, 19 not initialised.
+ * - Statuses: 0 success, -1 no mutex, 2 bad argument, 10 out of memory, 19 (of the file functions: 1) not initialised.
  * - The argument `reserved` is ignored; pass 0.
  * - A null argument that a function cannot work without prints "%s() _%d_: assert fail\n" (function, source line).
- * - Console output goes through mu_printf. There is no allocation after mup_log_init.
+ * - Console output goes through mu_printf. Nothing is allocated for a message.
  * - Any thread may log. The log mutex guards the rings, their indices and `dirty`, and is held while a message is
- *   shown, sent and stored: nothing that runs under it may log.
+ *   shown, sent and stored, and while a file is read, written or copied, so messages wait for that: nothing that runs
+ *   under it may log.
  */
 #ifndef TARN_LOG_H
 #define TARN_LOG_H
@@ -53,6 +56,7 @@ enum mup_log_setting {
 #define MUP_LOG_USR_NUM 512      /**< Records of the user ring. */
 #define MUP_LOG_USR_FIRST 16     /**< The first module of the user ring. */
 #define MUP_LOG_SERVER_PORT 514  /**< UDP port of the log collector. */
+#define MUP_LOG_SAVE_PERIOD 3000 /**< ms from one look at `dirty` to the next. */
 
 /** Line argument of a message that is kept and forwarded but never shown on the console: 'N' 'O' 'P' 'T'. */
 #define MUP_LOG_NOPRINT 0x4E4F5054
@@ -219,6 +223,122 @@ TARN_API mu_status_t mup_log_usr_set(int32_t on);
 
 /** The state of the log; never null. Hold its mutex where the log may be in use. */
 TARN_API mup_log_ctrl *mup_log_ctrl_get(void);
+
+/**
+ * Starts the log with its files: mup_log_init, then the level hook (mup_log_kern_level_set), then both files are read
+ * back into the rings, and a circular timer of MUP_LOG_SAVE_PERIOD ms starts that runs mup_log_usr_savefile. Call it
+ * once, from one thread, in place of mup_log_init. There is no stop.
+ *
+ * A file that is missing or cannot be read is made ("Log file:%s init\n"): the system file with "SysLog:\n" and one
+ * NUL, the user file empty. Reading a file ends at the first line that is no record of a registered module and a known
+ * level, or when the ring is full; what was read before it stays. An unfinished last line is dropped; one of more than
+ * 512 bytes prints "Log file:%s Parse fail\n". The records' line numbers are not in the files: they are 0.
+ *
+ * Deliberate: the files hold UTC and are read back as local time, so a record's time moves by the zone's offset with
+ * each restart. Deliberate: `usr_header` is not read back; set it after the start.
+ *
+ * Prints "mu-log: init usr log OK (module_num %d, max_log_num %d, save_log_timer %d seconds)\n" with the given count,
+ * 1024 and 3. Without memory for the reading it prints "Log Malloc fail \n" instead: no file is read, no timer starts.
+ *
+ * @param[in] module_num  As for mup_log_init,
+ * @param[in] names       as is this. A failure of mup_log_init is not reported: what else can be done is done.
+ * @return 0, always.
+ */
+TARN_API mu_status_t mup_log_usr_init(uint16_t module_num, const char *names);
+
+/**
+ * Writes each file whose ring has changed, whole and in place, and clears `dirty`; with nothing changed it returns
+ * without a lock. A carriage return or line feed in a stored text becomes a blank, in the ring too. A file that cannot
+ * be opened is passed over, and not tried again before its ring changes anew. Runs on the timer thread every
+ * MUP_LOG_SAVE_PERIOD ms; may be called from any thread, as before an ordered end.
+ *
+ * @return 0, always.
+ */
+TARN_API mu_status_t mup_log_usr_savefile(void);
+
+/**
+ * Sets the device's description: six texts of at most 31 characters. The next save writes them.
+ *
+ * @param[in] header  A mup_log_usr_header, copied.
+ * @retval 0  Done.
+ * @retval 2  `header` is null (assertion message).
+ */
+TARN_API mu_status_t mup_log_usr_header_set(const void *header);
+
+/**
+ * Reads the device's description.
+ *
+ * @param[out] header  A mup_log_usr_header.
+ * @retval 0  Done.
+ * @retval 2  `header` is null (assertion message).
+ */
+TARN_API mu_status_t mup_log_usr_header_get(void *header);
+
+/**
+ * Empties the user ring. The next save leaves the description alone in its file.
+ *
+ * @retval 0  Done.
+ * @retval 1  Not initialised.
+ */
+TARN_API mu_status_t mup_log_usr_clean(void);
+
+/**
+ * Copies a log file, as it was last saved, with its times turned from UTC into local time (localtime_r: of the zone
+ * that the process last set). Lines that are no records, such as those of the description, are copied as they are.
+ * Lines are taken in pieces of at most 319 bytes. Holds the log mutex meanwhile.
+ *
+ * @param[in] out_path     The copy; overwritten. Created empty when the log file alone cannot be opened.
+ * @param[in] which        0: the system log; any other value: the user log.
+ * @param[in] module       Null for every record, else a module's name, at most 32 characters: only lines that hold
+ *                         "]NAME:" and,
+ * @param[in] level_count  anywhere in the line, the name of one of the first `level_count` levels; 0 for no record at
+ *                         all, 9 and above for every level. Without `module` it is ignored.
+ * @retval 0  Done. Deliberate: also when a file could not be opened ("open file fail \n").
+ * @retval 1  Not initialised.
+ * @retval 2  `out_path` is null (assertion message), or `module` is too long.
+ */
+TARN_API mu_status_t mup_log_file_get(const char *out_path, int8_t which, const char *module, uint8_t level_count);
+
+/**
+ * Deletes "/overlay/mu_log.txt" and "/overlay/user_log.txt" and prints "remove the log file \n". The rings stay: the
+ * next save of a changed ring makes its file again. Takes no lock.
+ *
+ * @return 0, always.
+ */
+TARN_API mu_status_t mup_log_file_remove(void);
+
+/**
+ * The kernel bridge: a thread body that reads "/proc/kmsg" for the life of the process and logs each framed message
+ * in it, "<jxlog-MM?L?TEXT<jxlog>" with the module in two digits and the level in one, as "TEXT\n" with
+ * MUP_LOG_NOPRINT: kept and forwarded, never shown. Other text is dropped. More than 512 bytes that wait for the end of
+ * a frame are logged as one message of module 3, level 7. Start it after mup_log_usr_init:
+ *
+ *     sem_t started;
+ *     pthread_t bridge;
+ *     sem_init(&started, 0, 0);
+ *     mu_thread_create("klog", log_msg_process, &started, 0, 0, &bridge, 0);  // and, if that gave 0:
+ *     sem_wait(&started);
+ *
+ * Reads at pauses of 100 ms; the right to read "/proc/kmsg" is the caller's to have (root, or CAP_SYSLOG). Allocates
+ * nothing.
+ *
+ * @param[in] started  A sem_t, posted once as soon as the thread runs; it may go when the wait for it is over. Null
+ *                     for none.
+ * @return Null, when the messages are left to the system's own daemon ("/overlay/klogd" exists: "Klogd enable!!\n") or
+ *         "/proc/kmsg" cannot be opened ("Open kmsg fail! \n"). Otherwise it does not return.
+ */
+TARN_API void *log_msg_process(void *started);
+
+/**
+ * Passes a module's changed setting on to the kernel: opens "/dev/mulog-ioctl-dev", issues request 0x4300 with a
+ * message of 256 bytes, closes it. Without the device it prints "Device open failure /dev/mulog-ioctl-dev\n"; a refused
+ * request is not reported. This is the level hook that mup_log_usr_init installs. Takes no lock.
+ *
+ * @param[in] module_index  The module's id.
+ * @param[in] type          See mup_log_setting; passed on as it is,
+ * @param[in] value         as is this.
+ */
+TARN_API void mup_log_kern_level_set(uint8_t module_index, uint8_t type, uint8_t value);
 
 TARN_END_DECLS
 

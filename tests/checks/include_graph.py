@@ -18,7 +18,7 @@ BUILDS_ON = {
     "containers": ["platform"],
     "timer": ["os", "platform", "containers"],
     "startup_cfg": ["platform"],
-    "log": ["platform"],
+    "log": ["platform", "timer"],
 }
 
 # Each public header, with the project's headers and the system's that it may include: callers include them all with it.
@@ -34,15 +34,16 @@ PUBLIC_HEADERS = {
 
 # The system's headers that only these subsystems may include.
 RESERVED = {
-    "fcntl.h": ["os"],
+    "fcntl.h": ["os", "log"],
     "mqueue.h": ["os"],
     "pthread.h": ["os"],
-    "semaphore.h": ["os"],
+    "semaphore.h": ["os", "log"],
     "sys/select.h": ["os"],
     "sys/time.h": ["os"],
-    "unistd.h": ["os"],
+    "unistd.h": ["os", "log"],
     "arpa/inet.h": ["log"],
     "netinet/in.h": ["log"],
+    "sys/ioctl.h": ["log"],
     "sys/socket.h": ["log"],
 }
 

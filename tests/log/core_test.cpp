@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "modules.h"
 #include "support/console.h"
 #include "support/heap.h"
 #include "support/libc.h"
@@ -22,18 +23,7 @@ using namespace tarn_test;
 
 namespace {
 
-// `count` names "m0", "m1", ... as mup_log_init takes them.
-std::string names(int count) {
-  std::string table;
-  for (int i = 0; i < count; i++) {
-    std::string name = 'm' + std::to_string(i);
-    name.resize(MUP_LOG_NAME_SIZE);
-    table += name;
-  }
-  return table;
-}
-
-void init(int count = 21) { ASSERT_EQ(mup_log_init(0, static_cast<uint16_t>(count), names(count).c_str()), 0); }
+void init(int count = 21) { ASSERT_EQ(mup_log_init(0, static_cast<uint16_t>(count), module_table(count).c_str()), 0); }
 
 mup_log_ctrl &control() { return *mup_log_ctrl_get(); }
 
@@ -91,12 +81,12 @@ TEST(LogInit, FailsWhenMemoryRunsOut) {
   HeapWatch heap;
   {
     FailingMalloc no_memory(1);
-    EXPECT_EQ(mup_log_init(0, 3, names(3).c_str()), 10);
+    EXPECT_EQ(mup_log_init(0, 3, module_table(3).c_str()), 10);
     EXPECT_EQ(console.take(), "No memory \r\n");
   }
   {
     FailingMalloc no_memory(2);
-    EXPECT_EQ(mup_log_init(0, 3, names(3).c_str()), -1);
+    EXPECT_EQ(mup_log_init(0, 3, module_table(3).c_str()), -1);
     EXPECT_EQ(console.take(), "create mutex error \r\n");
   }
   EXPECT_EQ(control().modules, nullptr);

@@ -3,6 +3,8 @@
 #include "support/libc.h"
 
 #include <dlfcn.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdarg>
@@ -84,8 +86,24 @@ mqd_t real_mq_open(const char *name, int flags, mode_t mode, mq_attr *attributes
   return function(name, flags, mode, attributes);
 }
 
+int real_ioctl(int file, unsigned long request, void *argument) {
+  static const auto function = next<int (*)(int, unsigned long, ...)>("ioctl");
+  return function(file, request, argument);
+}
+
+ssize_t real_read(int file, void *data, size_t size) {
+  static const auto function = next<ssize_t (*)(int, void *, size_t)>("read");
+  return function(file, data, size);
+}
+
 // What the shim would have done; read before the test's trampolines take its place.
 const auto g_shim_calls = tarn_sim::calls;
+
+int real_access(const char *path, int mode) { return g_shim_calls.access(path, mode); }
+
+FILE *real_fopen(const char *path, const char *mode) { return g_shim_calls.fopen(path, mode); }
+
+int real_open(const char *path, int flags, mode_t mode) { return g_shim_calls.open(path, flags, mode); }
 
 int real_socket(int domain, int type, int protocol) { return g_shim_calls.socket(domain, type, protocol); }
 
@@ -106,6 +124,11 @@ constinit Call<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void 
 constinit Call<int(pthread_attr_t *, size_t)> pthread_attr_setstacksize{real_setstacksize};
 constinit Call<int(sem_t *, const timespec *)> sem_timedwait{real_sem_timedwait};
 constinit Call<mqd_t(const char *, int, mode_t, mq_attr *)> mq_open{real_mq_open};
+constinit Call<int(int, unsigned long, void *)> ioctl{real_ioctl};
+constinit Call<ssize_t(int, void *, size_t)> read{real_read};
+constinit Call<int(const char *, int)> access{real_access};
+constinit Call<FILE *(const char *, const char *)> fopen{real_fopen};
+constinit Call<int(const char *, int, mode_t)> open{real_open};
 constinit Call<int(int, int, int)> socket{real_socket};
 constinit Call<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto{real_sendto};
 
@@ -114,6 +137,9 @@ constinit Call<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen
 namespace {
 
 [[maybe_unused]] const bool g_shim_trampolines = [] {
+  tarn_sim::calls.access = [](const char *path, int mode) { return libc::access(path, mode); };
+  tarn_sim::calls.fopen = [](const char *path, const char *mode) { return libc::fopen(path, mode); };
+  tarn_sim::calls.open = [](const char *path, int flags, mode_t mode) { return libc::open(path, flags, mode); };
   tarn_sim::calls.socket = [](int domain, int type, int protocol) { return libc::socket(domain, type, protocol); };
   tarn_sim::calls.sendto = [](int sock, const void *data, size_t size, int flags, const sockaddr *to,
                               socklen_t to_size) { return libc::sendto(sock, data, size, flags, to, to_size); };
@@ -182,6 +208,20 @@ int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*
 int pthread_attr_setstacksize(pthread_attr_t *attributes, size_t size) noexcept {
   const auto &call = tarn_test::libc::pthread_attr_setstacksize;
   return FROM_LIBRARY ? call(attributes, size) : call.real(attributes, size);
+}
+
+int ioctl(int file, unsigned long request, ...) noexcept {
+  va_list args;
+  va_start(args, request);
+  void *argument = va_arg(args, void *);
+  va_end(args);
+  const auto &call = tarn_test::libc::ioctl;
+  return FROM_LIBRARY ? call(file, request, argument) : call.real(file, request, argument);
+}
+
+ssize_t read(int file, void *data, size_t size) {
+  const auto &call = tarn_test::libc::read;
+  return FROM_LIBRARY ? call(file, data, size) : call.real(file, data, size);
 }
 
 int sem_timedwait(sem_t *sem, const timespec *deadline) {

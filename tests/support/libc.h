@@ -8,8 +8,8 @@
 // A replacement may go on to `libc::malloc.real(size)`. It runs on the library's thread: install it before the library
 // has a thread of its own, or while that thread sleeps on a VirtualClock.
 //
-// socket and sendto belong to the desktop shim, which redirects them for the whole process; their replacements see the
-// calls of the test too.
+// access, fopen, open, socket and sendto belong to the desktop shim, which redirects them for the whole process; their
+// replacements see the calls of the test too.
 #ifndef TARN_TESTS_SUPPORT_LIBC_H
 #define TARN_TESTS_SUPPORT_LIBC_H
 
@@ -21,6 +21,7 @@
 #include <sys/time.h>
 
 #include <atomic>
+#include <cstdio>
 #include <ctime>
 #include <functional>
 #include <utility>
@@ -87,6 +88,12 @@ extern Call<int(pthread_attr_t *, size_t)> pthread_attr_setstacksize;
 extern Call<int(sem_t *, const timespec *)> sem_timedwait;
 // mq_open as the library calls it, with a mode and attributes.
 extern Call<mqd_t(const char *, int, mode_t, mq_attr *)> mq_open;
+// The argument of an ioctl of the library is always a pointer.
+extern Call<int(int, unsigned long, void *)> ioctl;
+extern Call<ssize_t(int, void *, size_t)> read;
+extern Call<int(const char *, int)> access;
+extern Call<FILE *(const char *, const char *)> fopen;
+extern Call<int(const char *, int, mode_t)> open;
 extern Call<int(int, int, int)> socket;
 extern Call<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto;
 
