@@ -16,6 +16,7 @@ readonly shim=$build/sim/tarn-sim-shim.so
 readonly folder=$build/demo
 readonly image=gatewayd.cfg # this and the names below are in $folder
 readonly collected=collected.txt
+readonly log=root/overlay/mu_log.txt
 readonly emulator_file=$build/examples/demo/emulator # empty where the build runs as it is
 
 for needed in "$gatewayd" "$collector" "$shim" "$emulator_file"; do
@@ -95,8 +96,10 @@ show() { grep -E -- "$2" "$1" | head -n "${3:-1}" | quote; }
 has_seen_bytes() { awk -v least="$1" '/: [0-9]+ bytes received/ {sum += $(NF - 2)} END {exit sum < least}' "$output"; }
 
 rm -rf "$folder"
-mkdir -p "$folder/root/overlay"
+mkdir -p "$folder/root/overlay" "$folder/root/proc" "$folder/root/dev"
 cd "$folder"
+: >root/proc/kmsg
+: >root/dev/mulog-ioctl-dev
 
 # ---- The demo --------------------------------------------------------------------------------------------------------
 
@@ -129,16 +132,28 @@ wait_for "the memory report at the collector" has_collected '^[0-9]+ KiB free'
 wait_for "statistics at the collector" has_collected '^lo: [0-9]+ checks, [1-9][0-9]* with traffic'
 show $collected '^(lo:|[0-9]+ KiB)' 5
 
-step "5. SIGTERM ends it in order. It prints its timers and its log."
+step "5. A kernel driver logs, in a frame that names the log module and the level; the bridge brings it in."
+printf '<6>[ 12.345678] <jxlog-05:6:port 3 is up<jxlog>\n<6>[ 12.5] a line of another driver\n' >>root/proc/kmsg
+show root/proc/kmsg '.' 2
+wait_for "the kernel's message at the collector" has_collected '^port 3 is up$'
+say "   and at the collector:"
+show $collected '^port 3 is up'
+
+step "6. SIGTERM ends it in order. It prints its timers and its log."
 stop TERM
 wait_for "the end" has_output 'ends, SIGTERM'
 has_output '^[0-9]+ +[0-9]+ +[0-9]+ +[0-9]+ +Circle' || fail "no circular timer in the table"
 has_output '^[0-9]+ +[0-9]+ +[0-9]+ +[0-9]+ +OneShot' || fail "no one-shot timer in the table"
-show "$output" '^No\. Id\.|Circle|OneShot' 5
+show "$output" '^No\. Id\.|Circle|OneShot' 6
 has_output '^\[[0-9/:-]+\]-\[Notice [0-9]+\]main: ' || fail "no log at the end"
 show "$output" '^\[[0-9/:-]+\]-\[' 3
+has_output '^\[[0-9/:-]+\]-\[Notice\]switch: port 3 is up' || fail "the kernel's message is not in the log"
+show "$output" 'switch: port 3'
+has $log '\[Notice\]switch:port 3 is up' || fail "no log file with the kernel's message"
+say "   The log is in a file, too, $(file_size $log) bytes:"
+show $log '^SysLog:|started, boot count|port 3 is up' 3
 
-step "6. It starts again. The configuration is still there: the count goes on, the collector is still set."
+step "7. It starts again. The configuration is still there: the count goes on, the collector is still set."
 start second-run.txt
 wait_for "the second start" has_output 'started, boot count 2\b'
 wait_for "the second start at the collector" has_collected 'started, boot count 2\b'
@@ -146,8 +161,11 @@ show "$output" 'started, boot count'
 say "   and at the collector:"
 show $collected 'started, boot count 2'
 stop INT
+has_output '^\[[0-9/:-]+\]-\[Notice\]main: .*started, boot count 1' || fail "the first run's log is lost"
+say "   The log of the first run is there as well, without the line numbers, which are not in the file:"
+show "$output" '^\[[0-9/:-]+\]-\[.*(started, boot count|port 3 is up)' 3
 
-step "7. Somebody damages one byte of the image. gatewayd keeps the damaged file and starts with defaults."
+step "8. Somebody damages one byte of the image. gatewayd keeps the damaged file and starts with defaults."
 cp $image undamaged.cfg
 printf '!' | dd of=$image bs=1 seek=22 conv=notrunc status=none # in the host name, which holds no '!'
 ! cmp -s $image undamaged.cfg || fail "the byte did not change"
@@ -163,6 +181,7 @@ step "All of it happened. The files are in $folder:"
 say "   gatewayd.cfg        the configuration image; gatewayd.cfg.bad is the damaged one"
 say "   *-run.txt           what gatewayd printed in each run"
 say "   collected.txt       what the collector received"
+say "   root/overlay        mu_log.txt and user_log.txt, the log's files"
 step "Try next:"
 say "   od -A d -t x1z $folder/$image"
 if ((${#emulator[@]} == 0)); then say "   $gatewayd --help"; fi
