@@ -536,6 +536,8 @@ class Ending(GatewaydTest):
   def test_prints_its_timers(self):
     output = self.run_until(r'\[traffic-Info: \d+\]: lo: \d+ checks')  # the first scan is over
     rows = re.findall(r'\n(\d+) +(\d+) +\d+ +(\d+) +(Circle|OneShot) ', output)
+    # The one-shots of the first look and the first report, 6 and 7, may still be on their way out.
+    rows = [row for row in rows if int(row[1]) <= 5]
     # In the order of their adds, intervals in ticks of 10 ms; what the one-shots are armed for changes.
     self.assertEqual([(row, timer_id, kind) for row, timer_id, _, kind in rows],
                      [('0', '1', 'Circle'), ('1', '2', 'Circle'), ('2', '3', 'Circle'), ('3', '4', 'OneShot'),
