@@ -15,7 +15,7 @@ constexpr mu_status_t kFailure = 1;
 constexpr u8 kNoDigit = 0xFF;
 
 // The value of each character as a hexadecimal digit, or kNoDigit.
-constexpr std::array<u8, 256> kDigitValues = [] {
+inline constexpr std::array<u8, 256> kDigitValues = [] {
   std::array<u8, 256> values{};
   values.fill(kNoDigit);
   for (u8 digit = 0; digit < 10; digit++) values['0' + digit] = digit;

@@ -12,7 +12,7 @@ using namespace tarn::convert;
 
 namespace {
 
-constexpr int kGroups = MU_IPV6_BYTES / 2;
+constexpr int kGroupBytes = 2;
 constexpr int kMaxGroupDigits = 4;
 constexpr int kQuadBytes = 4;
 constexpr int kMaxOctetDigits = 3;
@@ -107,9 +107,9 @@ mu_status_t mu_str2ipv6(const char *s, uint8_t addr[MU_IPV6_BYTES]) {
 mu_status_t mu_ipv6tostr(char *dst, const uint8_t addr[MU_IPV6_BYTES]) {
   if (dst == nullptr) return kFailure;
   // Deliberate: zeros are never compressed to "::". Held by Ipv6ToStr.NeverCompressesZeros.
-  for (int i = 0; i < kGroups; i++) {
+  for (int i = 0; i < MU_IPV6_BYTES; i += kGroupBytes) {
     if (i > 0) *dst++ = ':';
-    dst = put_group(dst, static_cast<u32>(addr[2 * i]) << 8 | addr[2 * i + 1]);
+    dst = put_group(dst, static_cast<u32>(addr[i]) << 8 | addr[i + 1]);
   }
   *dst = '\0';
   return kSuccess;
