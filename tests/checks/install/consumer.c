@@ -1,6 +1,7 @@
 // A daemon's smallest program in C. Uses each subsystem once; tells by its result what did not work.
 
 #include <tarn/containers.h>
+#include <tarn/convert.h>
 #include <tarn/log.h>
 #include <tarn/os.h>
 #include <tarn/platform.h>
@@ -24,6 +25,8 @@ int main(void) {
   mu_free(inst);
   if (mup_log_level_str_get(8)[0] != 'D' || mup_log_ctrl_get()->inited != 0) return 5;
   if (OS_STRTOUL("42", NULL, 10) != 42) return 6;
+  uint32_t ip = 0;
+  if (mu_str2ip("192.168.1.254", &ip) != 0 || ip != 0xC0A801FE) return 7;
   mu_printf("consumer: done\n");
   return 0;
 }

@@ -1,6 +1,7 @@
 // The same for C++: the headers give C linkage, so this links to a library of C.
 
 #include <tarn/containers.h>
+#include <tarn/convert.h>
 #include <tarn/log.h>
 #include <tarn/os.h>
 #include <tarn/platform.h>
@@ -26,6 +27,8 @@ int main() {
   mu_free(inst);
   if (std::string(mup_log_level_str_get(8)) != "Debug" || mup_log_ctrl_get()->inited != 0) return 5;
   if (OS_STRTOUL("42", nullptr, 10) != 42) return 6;
+  uint32_t ip = 0;
+  if (mu_str2ip("192.168.1.254", &ip) != 0 || ip != 0xC0A801FE) return 7;
   mu_printf("consumer: done\n");
   return 0;
 }
