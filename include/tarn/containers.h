@@ -1,11 +1,14 @@
 /**
  * @file
- * Containers. `mu_list`: a doubly linked list of fixed-size record copies in insertion order.
+ * Containers:
+ * - `mu_list`: a doubly linked list of fixed-size record copies in insertion order;
+ * - `mu_lst`: a doubly linked list through the caller's own elements;
  *
  * Holds for the whole header:
- * - No locking: a caller whose list is shared holds a lock of its own across every call and across any walk.
+ * - No locking, but for `mu_hash`: a caller whose container is shared holds a lock of its own across every call and
+ *   across any walk.
  * - Failures are told by results alone; nothing is printed.
- * - Memory comes from mu_malloc.
+ * - Memory comes from mu_malloc. `mu_lst`, `mu_hash` and the bit arrays neither copy nor free what the caller puts in.
  */
 #ifndef TARN_CONTAINERS_H
 #define TARN_CONTAINERS_H
@@ -13,6 +16,8 @@
 #include "tarn/types.h"
 
 TARN_BEGIN_DECLS
+
+/* ---- mu_list: a list of record copies --------------------------------------------------------------------------- */
 
 /**
  * Compares a record with a key; both belong to the caller. The list looks only at zero versus nonzero.
@@ -117,6 +122,67 @@ TARN_API void mu_list_traverse(const mu_list_t *list, mu_list_trav_cb_t visit);
 
 /** The number of nodes; 0 for a null list. */
 TARN_API uint32_t mu_list_count(const mu_list_t *list);
+
+/* ---- mu_lst: a list through the caller's elements ---------------------------------------------------------------
+ *
+ * An element is a structure of the caller's that begins with a mu_lst_node; a pointer to the one is a pointer to the
+ * other, cast. The list neither allocates, copies nor frees. No pointer is checked for null, but for `after` of
+ * mu_lst_insert.
+ */
+
+/** The links, the first field of every element. Leave them to the list while the element is on one. */
+typedef struct mu_lst_node {
+  struct mu_lst_node *prev; /**< Null at the head. */
+  struct mu_lst_node *next; /**< Null at the tail. */
+} mu_lst_node;
+
+/** A list. Deliberate: the tail stands first, in the order of a node's links. */
+typedef struct mu_lst {
+  mu_lst_node *last;  /**< The tail; null when empty. */
+  mu_lst_node *first; /**< The head; null when empty. */
+  uint32_t count;     /**< Number of nodes. */
+} mu_lst;
+
+static_assert(offsetof(mu_lst_node, next) == 8 && sizeof(mu_lst_node) == 16, "node layout");
+static_assert(offsetof(mu_lst, first) == 8 && offsetof(mu_lst, count) == 16 && sizeof(mu_lst) == 24, "list layout");
+
+/** Makes `list` empty, whatever it held. */
+TARN_API void mu_lst_init(mu_lst *list);
+
+/**
+ * Links `node` right behind `after`.
+ *
+ * @param[in] after  A node of `list`; null for the front.
+ * @param[in] node   On no list; its links are overwritten. It stays the caller's, and in place while it is on the list.
+ */
+TARN_API void mu_lst_insert(mu_lst *list, mu_lst_node *after, mu_lst_node *node);
+
+/** Appends `node`, which is on no list, at the tail. */
+TARN_API void mu_lst_add(mu_lst *list, mu_lst_node *node);
+
+/**
+ * Unlinks `node`, which is on `list`: not checked, and undefined otherwise. The node's own links stay as they were, so
+ * a walk may delete the node that it stands on and go on from it.
+ */
+TARN_API void mu_lst_delete(mu_lst *list, mu_lst_node *node);
+
+/** Removes the head. @return The node, its links as they were; null for an empty list. */
+TARN_API mu_lst_node *mu_lst_get(mu_lst *list);
+
+/** The head; null for an empty list. */
+TARN_API mu_lst_node *mu_lst_first(const mu_lst *list);
+
+/** The tail; null for an empty list. */
+TARN_API mu_lst_node *mu_lst_last(const mu_lst *list);
+
+/** The node behind `node`; null for the tail. */
+TARN_API mu_lst_node *mu_lst_next(const mu_lst_node *node);
+
+/** The node before `node`; null for the head. */
+TARN_API mu_lst_node *mu_lst_prev(const mu_lst_node *node);
+
+/** The number of nodes. */
+TARN_API uint32_t mu_lst_count(const mu_lst *list);
 
 TARN_END_DECLS
 

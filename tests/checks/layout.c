@@ -45,6 +45,15 @@ FIELD(mu_list_node_t, prev, 8, 8);
 FIELD(mu_list_node_t, next, 16, 8);
 SIZE(mu_list_node_t, 24);
 
+FIELD(mu_lst_node, prev, 0, 8);
+FIELD(mu_lst_node, next, 8, 8);
+SIZE(mu_lst_node, 16);
+
+FIELD(mu_lst, last, 0, 8);  // the tail first
+FIELD(mu_lst, first, 8, 8);
+FIELD(mu_lst, count, 16, 4);
+SIZE(mu_lst, 24);
+
 // ---- Timer service -------------------------------------------------------------------------------------------------
 
 FIELD(mu_timer_rec_t, interval, 0, 4);
