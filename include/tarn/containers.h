@@ -3,6 +3,7 @@
  * Containers:
  * - `mu_list`: a doubly linked list of fixed-size record copies in insertion order;
  * - `mu_lst`: a doubly linked list through the caller's own elements;
+ * - bit arrays: single bits of the caller's bytes;
  *
  * Holds for the whole header:
  * - No locking, but for `mu_hash`: a caller whose container is shared holds a lock of its own across every call and
@@ -183,6 +184,38 @@ TARN_API mu_lst_node *mu_lst_prev(const mu_lst_node *node);
 
 /** The number of nodes. */
 TARN_API uint32_t mu_lst_count(const mu_lst *list);
+
+/* ---- Bit arrays -------------------------------------------------------------------------------------------------
+ *
+ * Bytes of the caller's, at any address, of which bit `n` is the bit 0x80 >> (n % 8) of byte n / 8: bit 0 is the most
+ * significant one of byte 0. The array is not checked for null, and bit numbers must not be negative.
+ */
+
+/** What mu_bit_get_0 and mu_bit_get_1 give when there is no such bit; as an int, -1. */
+#define MU_BIT_NONE UINT32_C(0xFFFFFFFF)
+
+/** Sets bit `n`. @return 0, always. */
+TARN_API mu_status_t mu_bit_set(uint8_t *bits, int n);
+
+/** Clears bit `n`. @return 0, always. */
+TARN_API mu_status_t mu_bit_clr(uint8_t *bits, int n);
+
+/** @return 1 when bit `n` is set, else 0. */
+TARN_API int mu_bit_tst(const uint8_t *bits, int n);
+
+/**
+ * Finds the first clear bit of the `nbits` bits of an array. No byte without one of these bits is read.
+ *
+ * @param[in] nbits  A negative length counts as 0.
+ * @return Its number; MU_BIT_NONE when all of them are set, also when there are none.
+ */
+TARN_API uint32_t mu_bit_get_0(const uint8_t *bits, int nbits);
+
+/** Finds the first set bit, as mu_bit_get_0 the first clear one. */
+TARN_API uint32_t mu_bit_get_1(const uint8_t *bits, int nbits);
+
+/** @return 1 when the first `nbits` bits are all set, also when there are none; else 0. */
+TARN_API int mu_bit_tst_all(const uint8_t *bits, uint32_t nbits);
 
 TARN_END_DECLS
 
