@@ -4,6 +4,7 @@
  * - `mu_list`: a doubly linked list of fixed-size record copies in insertion order;
  * - `mu_lst`: a doubly linked list through the caller's own elements;
  * - bit arrays: single bits of the caller's bytes;
+ * - `mu_rbuf`: a ring buffer of 64-bit values.
  *
  * Holds for the whole header:
  * - No locking, but for `mu_hash`: a caller whose container is shared holds a lock of its own across every call and
@@ -216,6 +217,47 @@ TARN_API uint32_t mu_bit_get_1(const uint8_t *bits, int nbits);
 
 /** @return 1 when the first `nbits` bits are all set, also when there are none; else 0. */
 TARN_API int mu_bit_tst_all(const uint8_t *bits, uint32_t nbits);
+
+/* ---- mu_rbuf: a ring buffer of 64-bit values -------------------------------------------------------------------- */
+
+/** A ring buffer. All of its `size` slots can be filled: `full` tells apart what the indices alone cannot. */
+typedef struct mu_rbuf {
+  uint64_t rd;     /**< Slot that is read next. */
+  uint32_t wr;     /**< Slot that is written next. */
+  uint32_t size;   /**< Number of slots. */
+  uint32_t full;   /**< When `rd` equals `wr`: 1 full, 0 empty. Deliberate: else without a meaning, and maybe 1. */
+  uint64_t *slots; /**< A block of its own. Slots that have been read are 0. */
+} mu_rbuf;
+
+static_assert(offsetof(mu_rbuf, wr) == 8 && offsetof(mu_rbuf, size) == 12 && offsetof(mu_rbuf, full) == 16 &&
+                  offsetof(mu_rbuf, slots) == 24 && sizeof(mu_rbuf) == 32,
+              "ring buffer layout");
+
+/**
+ * Creates an empty ring buffer.
+ *
+ * @param[in] size  Number of values that it holds, 1 to 268435455: the slots' 8 * `size` bytes must fit an int.
+ * @return The buffer; null when `size` is out of range or memory runs out. No call releases it: an owner that has to
+ *         frees `slots` and then the buffer with mu_free.
+ */
+TARN_API mu_rbuf *mu_rbuf_create(int size);
+
+/**
+ * Appends a value.
+ *
+ * @retval 0  Written.
+ * @retval 1  `rb` is null or full; nothing is changed.
+ */
+TARN_API mu_status_t mu_rbuf_write(mu_rbuf *rb, uint64_t value);
+
+/**
+ * Takes the oldest value.
+ *
+ * @param[out] value  The value; 0 on failure. Not null.
+ * @retval 0  Read.
+ * @retval 1  `rb` is null or empty.
+ */
+TARN_API mu_status_t mu_rbuf_read(mu_rbuf *rb, uint64_t *value);
 
 TARN_END_DECLS
 

@@ -54,6 +54,13 @@ FIELD(mu_lst, first, 8, 8);
 FIELD(mu_lst, count, 16, 4);
 SIZE(mu_lst, 24);
 
+FIELD(mu_rbuf, rd, 0, 8);
+FIELD(mu_rbuf, wr, 8, 4);
+FIELD(mu_rbuf, size, 12, 4);
+FIELD(mu_rbuf, full, 16, 4);
+FIELD(mu_rbuf, slots, 24, 8);
+SIZE(mu_rbuf, 32);
+
 // ---- Timer service -------------------------------------------------------------------------------------------------
 
 FIELD(mu_timer_rec_t, interval, 0, 4);
