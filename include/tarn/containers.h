@@ -3,6 +3,7 @@
  * Containers:
  * - `mu_list`: a doubly linked list of fixed-size record copies in insertion order;
  * - `mu_lst`: a doubly linked list through the caller's own elements;
+ * - `mu_hash`: a table of `mu_lst` buckets behind one mutex;
  * - bit arrays: single bits of the caller's bytes;
  * - `mu_rbuf`: a ring buffer of 64-bit values.
  *
@@ -185,6 +186,121 @@ TARN_API mu_lst_node *mu_lst_prev(const mu_lst_node *node);
 
 /** The number of nodes. */
 TARN_API uint32_t mu_lst_count(const mu_lst *list);
+
+/* ---- mu_hash: buckets of mu_lst behind one mutex ----------------------------------------------------------------
+ *
+ * Any thread may call; each call but mu_hash_count and mu_hash_destroy holds the table's mutex for its whole run, apart
+ * from the call of the bucket function. An element is in one table at a time and stays in place meanwhile; between the
+ * calls of a walk its life is the callers' to agree on.
+ *
+ * The order of the elements, for mu_hash_first, mu_hash_next, mu_hash_find and mu_hash_get: by bucket from 0 on and, in
+ * a bucket, as they were added.
+ */
+
+/**
+ * Tells the bucket of an element: below the table's `size`, or the add or delete fails; and the same as long as the
+ * element is in the table. Called on the thread that adds or deletes, without the mutex: it may call the table.
+ */
+typedef uint32_t (*mu_hash_fn_t)(const mu_lst_node *node);
+
+/**
+ * Compares an element with a key; 0 is a match. Called on the thread that searches, with the mutex held: it must not
+ * call the same table, throw or longjmp.
+ */
+typedef int (*mu_hash_cmp_fn_t)(const mu_lst_node *node, const void *key);
+
+/** A table, one block of memory with the buckets at its end. Leave the writing to the calls. */
+__extension__ typedef struct mu_hash { /* an array without a length: C11, an extension in C++ */
+  uint32_t size;                       /**< Number of buckets. */
+  mu_mutex_t lock;                     /**< Guards `count`, the buckets and the links of the elements. */
+  mu_hash_fn_t hash_fn;                /**< Not null. */
+  mu_hash_cmp_fn_t cmp_fn;             /**< Not null. */
+  uint32_t count;                      /**< Number of elements. */
+  mu_lst buckets[];                    /**< `size` lists. */
+} mu_hash;
+
+static_assert(offsetof(mu_hash, lock) == 8 && offsetof(mu_hash, hash_fn) == 16 && offsetof(mu_hash, cmp_fn) == 24 &&
+                  offsetof(mu_hash, count) == 32 && offsetof(mu_hash, buckets) == 40 && sizeof(mu_hash) == 40,
+              "table layout");
+
+/**
+ * Creates an empty table. Its mutex is named "H" and the table's address.
+ *
+ * @param[in] size  Number of buckets, 1 to 89478483: the table's 40 + 24 * `size` bytes must fit an int.
+ * @return The table, released with mu_hash_destroy; null when `size` is out of range, a function is null, or there is
+ * no memory for the table or its mutex.
+ */
+TARN_API mu_hash *mu_hash_create(uint32_t size, mu_hash_fn_t hash_fn, mu_hash_cmp_fn_t cmp_fn);
+
+/**
+ * Releases a table and its mutex, which no other thread may be using. The elements are not touched.
+ *
+ * @retval 0  Done.
+ * @retval 1  `table` is null.
+ */
+TARN_API mu_status_t mu_hash_destroy(mu_hash *table);
+
+/**
+ * Appends `node`, which is on no list and no table, to its bucket. There is no check for duplicates.
+ *
+ * @retval 0   Added.
+ * @retval -1  `table` or `node` is null, or the bucket function's result is `size` or above; nothing is changed.
+ */
+TARN_API mu_status_t mu_hash_add(mu_hash *table, mu_lst_node *node);
+
+/**
+ * Unlinks `node`, which is in the table, in the bucket that the bucket function tells now: not checked, and undefined
+ * otherwise. The node's own links stay as they were.
+ *
+ * @retval 0   Deleted.
+ * @retval -1  As mu_hash_add.
+ */
+TARN_API mu_status_t mu_hash_del(mu_hash *table, mu_lst_node *node);
+
+/**
+ * Begins a walk:
+ *
+ *     for (int r = mu_hash_first(table, &node, &bucket); r == 0; r = mu_hash_next(table, node, bucket, &node, &bucket))
+ *
+ * The mutex is released between the calls. What other threads add meanwhile is met if it is added behind the walk's
+ * place; what they delete or take must not be the node that the walk stands on.
+ *
+ * @param[out] out         The first element; not null.
+ * @param[out] bucket_out  Its bucket; not null.
+ * @retval 0   Found.
+ * @retval -1  `table` is null or empty; the outputs are untouched.
+ */
+TARN_API mu_status_t mu_hash_first(mu_hash *table, mu_lst_node **out, uint32_t *bucket_out);
+
+/**
+ * Goes on with a walk.
+ *
+ * @param[in]  node        Where the walk stands; not null. Only its link is read.
+ * @param[in]  bucket      The bucket of `node`. From `size` on there is no bucket behind it.
+ * @param[out] out         The element behind `node`; may be the variable that holds `node`.
+ * @param[out] bucket_out  Its bucket; may be the variable that holds `bucket`.
+ * @retval 0   Found.
+ * @retval -1  `node` was the last: null is stored in `out`, `bucket_out` is untouched. Or `table` is null: both are.
+ */
+TARN_API mu_status_t mu_hash_next(mu_hash *table, const mu_lst_node *node, uint32_t bucket, mu_lst_node **out,
+                                  uint32_t *bucket_out);
+
+/**
+ * Finds the first element for which the compare function gives 0.
+ *
+ * Deliberate: every bucket is searched, from 0 on; the bucket function is not asked. So an element is found in whatever
+ * bucket it is, and the time grows with the number of elements, not with the length of a bucket.
+ *
+ * @param[in] key  Passed to the compare function; null too.
+ * @return The element; null when none matches or `table` is null.
+ */
+TARN_API mu_lst_node *mu_hash_find(mu_hash *table, const void *key);
+
+/** Removes the first element. @return The element, its links as they were; null when `table` is null or empty. */
+TARN_API mu_lst_node *mu_hash_get(mu_hash *table);
+
+/** The number of elements, read without the mutex; 0 for a null table. */
+TARN_API uint32_t mu_hash_count(const mu_hash *table);
 
 /* ---- Bit arrays -------------------------------------------------------------------------------------------------
  *

@@ -26,6 +26,8 @@ SIZE(mu_spinlock_t, 8);
 SIZE(mu_thread_entry_t, 8);
 SIZE(mu_list_cmp_cb_t, 8);
 SIZE(mu_list_trav_cb_t, 8);
+SIZE(mu_hash_fn_t, 8);
+SIZE(mu_hash_cmp_fn_t, 8);
 SIZE(mu_timer_cb_t, 8);
 SIZE(tlv_save_cb, 8);
 SIZE(mup_log_level_hook, 8);
@@ -53,6 +55,14 @@ FIELD(mu_lst, last, 0, 8);  // the tail first
 FIELD(mu_lst, first, 8, 8);
 FIELD(mu_lst, count, 16, 4);
 SIZE(mu_lst, 24);
+
+FIELD(mu_hash, size, 0, 4);
+FIELD(mu_hash, lock, 8, 8);
+FIELD(mu_hash, hash_fn, 16, 8);
+FIELD(mu_hash, cmp_fn, 24, 8);
+FIELD(mu_hash, count, 32, 4);
+FIELD(mu_hash, buckets[0], 40, 24);
+SIZE(mu_hash, 40);  // the buckets, 24 bytes each, follow
 
 FIELD(mu_rbuf, rd, 0, 8);
 FIELD(mu_rbuf, wr, 8, 4);
