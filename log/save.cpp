@@ -12,11 +12,14 @@ namespace {
 
 constexpr size_t kLineMax = 511;
 
-// A file that is written. Small enough for the timer thread's stack.
+// The log mutex is held by whoever saves. Too large for the timer thread's stack.
+char block[16384];
+
+// A file that is written, a block of lines at a time.
 class LineFile {
  public:
   explicit LineFile(const char *path) : file_(fopen(path, "w")) {
-    if (file_) (void)setvbuf(file_.get(), nullptr, _IONBF, 0);  // the block below is the buffer
+    if (file_) (void)setvbuf(file_.get(), nullptr, _IONBF, 0);  // the block is the buffer
   }
   ~LineFile() { flush(); }
   LineFile(const LineFile &) = delete;
@@ -26,24 +29,23 @@ class LineFile {
 
   // Room for one more line is kept at all times.
   void put(std::string_view text) {
-    text.copy(block_ + used_, text.size());
+    text.copy(block + used_, text.size());
     used_ += text.size();
   }
   void end_line() {
     put("\n");
-    if (used_ > sizeof block_ - kLineMax) flush();
+    if (used_ > sizeof block - kLineMax) flush();
   }
 
  private:
   // What a full disk does not take is lost.
   void flush() {
-    if (file_) (void)fwrite(block_, 1, used_, file_.get());
+    if (file_) (void)fwrite(block, 1, used_, file_.get());
     used_ = 0;
   }
 
   File file_;
   size_t used_ = 0;
-  char block_[4096] = {};
 };
 
 // Times of many records, of which many have the second of the one before.
