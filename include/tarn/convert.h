@@ -118,7 +118,7 @@ TARN_API mu_status_t mu_buffer_dump(const char *title, const uint8_t *buf, uint1
 /**
  * Parses a dotted-quad IPv4 address: four decimal octets of at most 255.
  *
- * Deliberate: the text must not begin with "0", so no address of the network 0 parses; in the later octets zeros may
+ * Deliberate: the text must not begin with "0", not even for an address of the network 0; in the later octets zeros may
  * lead: "10.01.0.1" parses, "0.1.2.3" and "010.1.0.1" do not. An octet is read as mu_atoi reads it, modulo 2^32:
  * "1.2.3.4294967300" is 1.2.3.4.
  *

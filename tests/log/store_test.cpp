@@ -30,6 +30,13 @@ std::string line(const std::string &text, const std::string &source = "[Error]m0
 
 using Strings = std::vector<std::string>;
 
+// Seconds of a time of day.
+constexpr time_t seconds(time_t hour, time_t minute = 0, time_t second = 0) {
+  return (hour * 60 + minute) * 60 + second;
+}
+
+constexpr time_t kMidnight = VirtualClock::kStart - seconds(3, 4, 5);  // 2026-01-02 00:00:00 UTC
+
 // What the user file holds before its records while no description is set.
 const std::string kNoHeader = "Manufacturer:;\nProductClass:;\nSerialNumber:;\nIP:;\nHWVer:;\nSWVer:;\n\n";
 
@@ -124,7 +131,7 @@ TEST_F(LogStore, ReadsTheTimesBackAsLocalTime) {
   set_zone("XXX-2");  // two hours ahead of UTC
   write_file(sys_file, "SysLog:\n2026-01-02 10:00:00[Error]m0:a\n");
   start();
-  EXPECT_EQ(control().sys_ring[0].time, VirtualClock::kStart - (3 * 3600 + 4 * 60 + 5) + 8 * 3600);
+  EXPECT_EQ(control().sys_ring[0].time, kMidnight + seconds(8));
 }
 
 TEST_F(LogStore, KeepsALogOverARestart) {
@@ -231,9 +238,10 @@ TEST_F(LogStoreLoad, FailsAtATailOfMoreThanAChunk) {
   for (const size_t tail : {512u, 513u}) {
     // The first read, of 512 bytes, leaves 504 behind the marker, the second makes them 1016. The two records end where
     // the tail begins; with the third read it is a line, but no record.
-    const std::string first = line("a");
-    const std::string second = line(std::string(1016 - tail - first.size() - line("").size(), 'b'));
-    write_file(sys_file, "SysLog:\n" + first + second + std::string(tail + 10, 'x') + '\n');
+    std::string content = "SysLog:\n" + line("a");
+    content += line(std::string(8 + 1016 - tail - content.size() - line("").size(), 'b'));
+    content.append(tail + 10, 'x');
+    write_file(sys_file, content + '\n');
     EXPECT_EQ(start(), (tail > 512 ? failed : "") + others);
     EXPECT_EQ(control().sys_idx, 2u);
     unlink(usr_file.c_str());
@@ -294,16 +302,15 @@ TEST_F(LogStoreLoad, ReadsTimesAsMktimeDoes) {
 }
 
 TEST_F(LogStoreLoad, ReadsTimesThatAreNotWrittenDigitForDigit) {
-  const time_t day = VirtualClock::kStart - (3 * 3600 + 4 * 60 + 5);
   const struct {
     const char *stamp;
     time_t time;
   } rows[] = {
-      {"2026- 1- 2  3: 4: 5", day + 3 * 3600 + 4 * 60 + 5},  // blanks before a number
-      {"2026-01-02 3:4:5", day + 3 * 3600 + 4 * 60 + 5},     // fewer digits
-      {"2026-01-02 03:04:60", day + 3 * 3600 + 5 * 60},      // mktime carries
-      {"2026-01-02 03:61:00", day + 4 * 3600 + 60},         {"2026-01-02 99:00:00", day + 99 * 3600},
-      {"2026-13-02 00:00:00", day + 365 * 86400},           {"2026-01-02x03:04:05", -1},  // no blank, no stamp
+      {"2026- 1- 2  3: 4: 5", kMidnight + seconds(3, 4, 5)},  // blanks before a number
+      {"2026-01-02 3:4:5", kMidnight + seconds(3, 4, 5)},     // fewer digits
+      {"2026-01-02 03:04:60", kMidnight + seconds(3, 5)},     // mktime carries
+      {"2026-01-02 03:61:00", kMidnight + seconds(4, 1)},     {"2026-01-02 99:00:00", kMidnight + seconds(99)},
+      {"2026-13-02 00:00:00", kMidnight + seconds(24) * 365}, {"2026-01-02x03:04:05", -1},  // no blank, no stamp
   };
   for (const auto &row : rows) {
     write_file(sys_file, std::string("SysLog:\n") + row.stamp + "[Error]m0:x\n");
