@@ -34,7 +34,8 @@ static_assert(sizeof(void *) == 8 && sizeof(long) == 8, "tarn is built for 64-bi
 
 /**
  * Status result: 0 is success. Two failure values are in use, 1 and -1, and which one a function returns is part
- * of its contract. Logging adds 2 (bad argument), 10 (out of memory) and 19 (not initialised).
+ * of its contract. Logging adds 2 (bad argument), 10 (out of memory) and 19 (not initialised); aes128_cmac_compute
+ * returns 2 for a bad tag length.
  */
 typedef int32_t mu_status_t;
 

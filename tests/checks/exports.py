@@ -13,9 +13,9 @@ import sys
 VERSION_NODE = "TARN_1.0"
 CLASSES = {"T": "function", "B": "object", "D": "object", "R": "object"}
 
-# A declaration that TARN_API begins, up to its semicolon: `extern TYPE NAME`, or `TYPE NAME(` with the arguments.
+# A declaration that TARN_API begins, up to its semicolon: `extern TYPE NAME` or `extern TYPE NAME[SIZE]`, or `TYPE NAME(` with the arguments.
 DECLARATION = re.compile(r"^TARN_API\s+([^;]*);", re.MULTILINE)
-OBJECT = re.compile(r"^extern\s[^()]*?(\w+)$")
+OBJECT = re.compile(r"^extern\s[^()]*?(\w+)(?:\[\w+\])?$")
 FUNCTION = re.compile(r"^[^()]*?(\w+)\(")
 
 

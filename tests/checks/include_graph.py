@@ -19,6 +19,7 @@ BUILDS_ON = {
     "convert": ["os", "platform"],
     "timer": ["os", "platform", "containers"],
     "startup_cfg": ["platform"],
+    "crypto": ["platform"],
     "log": ["platform", "timer"],
 }
 
@@ -31,6 +32,7 @@ PUBLIC_HEADERS = {
     "convert.h": ["tarn/types.h"],
     "timer.h": ["tarn/types.h", "tarn/containers.h", "pthread.h"],
     "startup_cfg.h": ["tarn/types.h"],
+    "crypto.h": ["tarn/types.h"],
     "log.h": ["tarn/types.h", "time.h"],
 }
 
@@ -43,6 +45,11 @@ RESERVED = {
     "sys/select.h": ["os"],
     "sys/time.h": ["os"],
     "unistd.h": ["os", "log"],
+    "arm_neon.h": ["crypto"],
+    "cpuid.h": ["crypto"],
+    "sys/auxv.h": ["crypto"],
+    "tmmintrin.h": ["crypto"],
+    "wmmintrin.h": ["crypto"],
     "arpa/inet.h": ["log"],
     "netinet/in.h": ["log"],
     "sys/ioctl.h": ["log"],

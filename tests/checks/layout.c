@@ -7,6 +7,7 @@
 #include <time.h>
 
 #include "tarn/containers.h"
+#include "tarn/crypto.h"
 #include "tarn/log.h"
 #include "tarn/startup_cfg.h"
 #include "tarn/timer.h"
@@ -124,6 +125,10 @@ FIELD(tlv_inst, field_num, 16, 4);
 FIELD(tlv_inst, max_size, 20, 4);
 FIELD(tlv_inst, save_cb, 24, 8);
 SIZE(tlv_inst, 32);
+
+// ---- Cryptography --------------------------------------------------------------------------------------------------
+
+_Static_assert(sizeof(const_Rb) == 16, "const_Rb takes 16 bytes");
 
 // ---- Log -----------------------------------------------------------------------------------------------------------
 

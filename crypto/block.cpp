@@ -1,0 +1,69 @@
+// The block cipher's entry points, and the choice of the path that they take.
+
+#include <cstdlib>
+#include <cstring>
+
+#include "internal.h"
+
+using namespace tarn;
+
+namespace tarn::aes {
+
+namespace {
+
+const Path *g_path;  // null until the first use; whoever comes first finds the same
+
+// For tests, and for comparisons on one machine. A program with raised privileges does not look.
+bool is_portable_demanded() {
+  const char *demanded = secure_getenv("TARN_AES");
+  return demanded != nullptr && strcmp(demanded, "portable") == 0;
+}
+
+const Path *choose_path() {
+  if (is_portable_demanded()) return &kPortable;
+  const Path *hardware = hardware_path();
+  return hardware != nullptr ? hardware : &kPortable;
+}
+
+}  // namespace
+
+#if !defined(__x86_64__) && !defined(__aarch64__)
+const Path *hardware_path() { return nullptr; }
+#endif
+
+const Path &path() {
+  const Path *path = load_relaxed(g_path);
+  if (path == nullptr) {
+    path = choose_path();
+    store_relaxed(g_path, path);
+  }
+  return *path;
+}
+
+}  // namespace tarn::aes
+
+void aes_key_schedule_128(const uint8_t key[16], uint8_t round_keys[176]) { aes::path().expand_key(key, round_keys); }
+
+void aes_encrypt_128(const uint8_t round_keys[176], const uint8_t in[16], uint8_t out[16]) {
+  aes::path().encrypt(round_keys, in, out);
+}
+
+void aes_decrypt_128(const uint8_t round_keys[176], const uint8_t in[16], uint8_t out[16]) {
+  aes::path().decrypt(round_keys, in, out);
+}
+
+mu_status_t aes128_ecb_encrypt(const uint8_t key[16], const uint8_t in[16], uint8_t out[16]) {
+  const aes::Path &path = aes::path();
+  u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
+  path.expand_key(key, round_keys);
+  path.encrypt(round_keys, in, out);
+  return 0;
+}
+
+mu_status_t aes128_ecb_decrypt(const uint8_t key[16], const uint8_t in[16], uint8_t out[16]) {
+  const aes::Path &path = aes::path();
+  u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
+  path.expand_key(key, round_keys);
+  path.decrypt(round_keys, in, out);
+  return 0;
+}

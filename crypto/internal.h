@@ -1,0 +1,34 @@
+// What the sources of crypto/ share: the paths by which AES-128 can be computed, and the choice among them.
+#ifndef TARN_CRYPTO_INTERNAL_H
+#define TARN_CRYPTO_INTERNAL_H
+
+#include "platform/support.h"
+#include "tarn/crypto.h"
+
+namespace tarn::aes {
+
+constexpr size_t kRounds = 10;
+constexpr size_t kBlockSize = AES128_BLOCK_BYTES;
+constexpr size_t kRoundKeysSize = AES128_ROUND_KEYS_BYTES;
+static_assert(kRoundKeysSize == (kRounds + 1) * kBlockSize);
+
+// One path. Round keys and blocks are in the form of the public functions; `out` may be `in`.
+struct Path {
+  void (*expand_key)(const u8 *key, u8 *round_keys);
+  void (*encrypt)(const u8 *round_keys, const u8 *in, u8 *out);
+  void (*decrypt)(const u8 *round_keys, const u8 *in, u8 *out);
+  // For each of `blocks` blocks at `msg`: x = AES(x XOR block).
+  void (*chain)(const u8 *round_keys, u8 *x, const u8 *msg, size_t blocks);
+};
+
+extern const Path kPortable;
+
+// The processor's own instructions; null where it has none.
+const Path *hardware_path();
+
+// The path of this process.
+const Path &path();
+
+}  // namespace tarn::aes
+
+#endif

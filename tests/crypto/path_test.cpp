@@ -1,0 +1,141 @@
+// The choice between the portable path and the processor's own, and the two against each other.
+
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <thread>
+
+#include "crypto/reference.h"
+#include "support/library.h"
+#include "tarn/crypto.h"
+
+using namespace crypto_test;
+
+namespace {
+
+std::atomic<int> g_reads;        // of TARN_AES, by the library
+std::atomic<int> g_other_reads;  // of anything else, by the library
+
+}  // namespace
+
+extern "C" char *secure_getenv(const char *name) noexcept {
+  if (tarn_test::is_in_library(__builtin_return_address(0)))
+    (strcmp(name, "TARN_AES") == 0 ? g_reads : g_other_reads)++;
+  return getenv(name);
+}
+
+namespace {
+
+void use_everything() {
+  uint8_t key[16] = {};
+  uint8_t round_keys[176];
+  uint8_t block[16] = {};
+  uint8_t other[16];
+  aes_key_schedule_128(key, round_keys);
+  aes_encrypt_128(round_keys, block, block);
+  aes_decrypt_128(round_keys, block, block);
+  aes128_ecb_encrypt(key, block, block);
+  aes128_ecb_decrypt(key, block, block);
+  generate_subkey(key, block, other);
+  aes128_cmac_compute(key, block, 16, 16, block);
+}
+
+// What the functions make of random input, one result after another.
+Bytes results() {
+  Random random(40);
+  Bytes results;
+  const auto add = [&results](const Bytes &bytes) { results.insert(results.end(), bytes.begin(), bytes.end()); };
+  for (size_t i = 0; i < 1000; i++) {
+    const Bytes key = random.bytes(16);
+    const Bytes block = random.bytes(16);
+    const Bytes random_keys = random.bytes(AES128_ROUND_KEYS_BYTES);
+    const Bytes msg = random.bytes(i % 100);
+    Bytes round_keys(AES128_ROUND_KEYS_BYTES);
+    Bytes out(16);
+    Bytes second(16);
+    aes_key_schedule_128(key.data(), round_keys.data());
+    add(round_keys);
+    for (const Bytes &keys : {round_keys, random_keys}) {
+      aes_encrypt_128(keys.data(), block.data(), out.data());
+      add(out);
+      aes_decrypt_128(keys.data(), block.data(), out.data());
+      add(out);
+    }
+    aes128_ecb_encrypt(key.data(), block.data(), out.data());
+    add(out);
+    aes128_ecb_decrypt(key.data(), block.data(), out.data());
+    add(out);
+    generate_subkey(key.data(), out.data(), second.data());
+    add(out);
+    add(second);
+    aes128_cmac_compute(key.data(), msg.data(), static_cast<uint32_t>(msg.size()), 16, out.data());
+    add(out);
+  }
+  return results;
+}
+
+// The same of a process whose environment orders the portable path.
+Bytes portable_results(size_t size) {
+  void *const shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
+  const pid_t child = fork();
+  if (child == 0) {
+    setenv("TARN_AES", "portable", 1);
+    const Bytes bytes = results();
+    if (bytes.size() == size) memcpy(shared, bytes.data(), size);
+    _exit(bytes.size() == size ? 0 : 1);
+  }
+  int status = -1;
+  EXPECT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  const auto *bytes = static_cast<const uint8_t *>(shared);
+  Bytes copy(bytes, bytes + size);
+  munmap(shared, size);
+  return copy;
+}
+
+}  // namespace
+
+TEST(AesPath, IsChosenAtTheFirstUseAndNeverAgain) {
+  EXPECT_EQ(g_reads, 0);
+  use_everything();
+  use_everything();
+  EXPECT_EQ(g_reads, 1);
+  EXPECT_EQ(g_other_reads, 0);
+}
+
+TEST(AesPath, IsNotAskedForByWhatDoesNotEncipher) {
+  uint8_t block[16] = {};
+  xor_128(block, block, block);
+  leftshift_onebit(block, block);
+  padding(block, block, 3);
+  EXPECT_EQ(g_reads, 0);
+}
+
+// The two results of this process and of its child come from different paths, where the processor has one of its own.
+TEST(AesPath, GivesTheSameResultsAsTheOther) {
+  constexpr size_t kSize = size_t{1000} * (176 + 9 * 16);
+  unsetenv("TARN_AES");
+  const Bytes portable = portable_results(kSize);  // before this process has chosen
+  const Bytes own = results();
+  ASSERT_EQ(own.size(), kSize);
+  EXPECT_EQ(own, portable);
+}
+
+TEST(AesPath, MayBeChosenByManyThreadsAtOnce) {
+  const Bytes cipher = from_hex("69c4e0d86a7b0430d8cdb78070b4c55a");  // FIPS 197, appendix C.1
+  std::atomic<int> right = 0;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < 8; i++) {
+    threads.emplace_back([&] {
+      Bytes out(16);
+      aes128_ecb_encrypt(from_hex("000102030405060708090a0b0c0d0e0f").data(),
+                         from_hex("00112233445566778899aabbccddeeff").data(), out.data());
+      if (out == cipher) right++;
+    });
+  }
+  for (std::thread &thread : threads) thread.join();
+  EXPECT_EQ(right, 8);
+}
