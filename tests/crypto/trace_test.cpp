@@ -1,0 +1,194 @@
+// What the library executes, instruction by instruction: which path it takes, and that the way does not depend on key
+// or data. The processor traps after each instruction while its trace flag is set. On x86-64 alone, and without
+// sanitizers, which have checks of their own between the instructions.
+
+#include <gtest/gtest.h>
+
+#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+
+#include <x86intrin.h>
+
+#include <csignal>
+#include <cstring>
+#include <functional>
+#include <span>
+
+#include "crypto/reference.h"
+#include "support/library.h"
+#include "tarn/crypto.h"
+
+using namespace crypto_test;
+
+namespace {
+
+struct Trace {
+  uint64_t instructions;      // of the library
+  uint64_t aes_instructions;  // AESENC, AESENCLAST, AESDEC, AESDECLAST, AESIMC
+  uint64_t way;               // a hash of their addresses in turn
+
+  bool operator==(const Trace &) const = default;
+};
+
+Trace g_trace;
+
+// 66 [REX] 0F 38 DB to DF.
+bool is_aes(const uint8_t *code) {
+  if (*code++ != 0x66) return false;
+  if ((*code & 0xF0) == 0x40) code++;
+  return code[0] == 0x0F && code[1] == 0x38 && code[2] >= 0xDB && code[2] <= 0xDF;
+}
+
+void note_step(int, siginfo_t *, void *context) {
+  const auto address = static_cast<uint64_t>(static_cast<ucontext_t *>(context)->uc_mcontext.gregs[REG_RIP]);
+  const auto *code = reinterpret_cast<const uint8_t *>(address);
+  if (!tarn_test::is_in_library(code)) return;
+  g_trace.instructions++;
+  if (is_aes(code)) g_trace.aes_instructions++;
+  g_trace.way = (g_trace.way ^ address) * 0x100000001B3;
+}
+
+constexpr unsigned long long kTraceFlag = 0x100;
+
+Trace trace(const std::function<void()> &call) {
+  struct sigaction step = {};
+  step.sa_sigaction = note_step;
+  step.sa_flags = SA_SIGINFO;
+  struct sigaction before = {};
+  sigaction(SIGTRAP, &step, &before);
+  g_trace = {};
+  __writeeflags(__readeflags() | kTraceFlag);
+  call();
+  __writeeflags(__readeflags() & ~kTraceFlag);
+  sigaction(SIGTRAP, &before, nullptr);
+  return g_trace;
+}
+
+// Each function with a key and bytes of the caller's choice.
+struct Function {
+  const char *name;
+  void (*call)(const uint8_t *key, const uint8_t *bytes);
+  uint64_t aes_instructions;  // on the processor's own path
+};
+
+// Ten for a key, ten for a block, nine more to prepare round keys for decryption.
+constexpr Function kFunctions[] = {
+    {"aes_key_schedule_128",
+     [](const uint8_t *key, const uint8_t *) {
+       uint8_t round_keys[176];
+       aes_key_schedule_128(key, round_keys);
+     },
+     10},
+    {"aes_encrypt_128",
+     [](const uint8_t *, const uint8_t *bytes) {
+       uint8_t out[16];
+       aes_encrypt_128(bytes, bytes + 176, out);
+     },
+     10},
+    {"aes_decrypt_128",
+     [](const uint8_t *, const uint8_t *bytes) {
+       uint8_t out[16];
+       aes_decrypt_128(bytes, bytes + 176, out);
+     },
+     19},
+    {"aes128_ecb_encrypt",
+     [](const uint8_t *key, const uint8_t *bytes) {
+       uint8_t out[16];
+       aes128_ecb_encrypt(key, bytes, out);
+     },
+     20},
+    {"aes128_ecb_decrypt",
+     [](const uint8_t *key, const uint8_t *bytes) {
+       uint8_t out[16];
+       aes128_ecb_decrypt(key, bytes, out);
+     },
+     29},
+    {"generate_subkey",
+     [](const uint8_t *key, const uint8_t *) {
+       uint8_t k1[16], k2[16];
+       generate_subkey(key, k1, k2);
+     },
+     20},
+    {"aes128_cmac_compute, 48 bytes",
+     [](const uint8_t *key, const uint8_t *bytes) {
+       uint8_t tag[16];
+       aes128_cmac_compute(key, bytes, 48, 16, tag);
+     },
+     50},
+    {"aes128_cmac_compute, 33 bytes",
+     [](const uint8_t *key, const uint8_t *bytes) {
+       uint8_t tag[16];
+       aes128_cmac_compute(key, bytes, 33, 16, tag);
+     },
+     50},
+};
+
+bool has_instructions() { return __builtin_cpu_supports("aes") != 0 && __builtin_cpu_supports("ssse3") != 0; }
+
+// The path is chosen before anything is traced.
+void choose_path() {
+  const Bytes zeros(16);
+  kFunctions[3].call(zeros.data(), zeros.data());
+}
+
+Trace trace(const Function &function, const Bytes &key, const Bytes &bytes) {
+  return trace([&] { function.call(key.data(), bytes.data()); });
+}
+
+class AesPathOfOtherValues : public testing::TestWithParam<const char *> {};
+INSTANTIATE_TEST_SUITE_P(TarnAes, AesPathOfOtherValues,
+                         testing::Values("", "Portable", "portable ", "portabl", "hardware", "0"),
+                         [](const auto &value) { return "value" + std::to_string(value.index); });
+
+}  // namespace
+
+TEST_P(AesPathOfOtherValues, IsTheProcessorsOwn) {
+  if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
+  setenv("TARN_AES", GetParam(), 1);
+  choose_path();
+  for (const Function &function : kFunctions) {
+    const Trace found = trace(function, Bytes(16), Bytes(192));
+    EXPECT_EQ(found.aes_instructions, function.aes_instructions) << function.name;
+  }
+}
+
+TEST(AesPathByDefault, IsTheProcessorsOwn) {
+  if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
+  unsetenv("TARN_AES");
+  choose_path();
+  for (const Function &function : kFunctions) {
+    const Trace found = trace(function, Bytes(16), Bytes(192));
+    EXPECT_EQ(found.aes_instructions, function.aes_instructions) << function.name;
+  }
+}
+
+TEST(AesPathOfPortable, UsesNoAesInstructions) {
+  setenv("TARN_AES", "portable", 1);
+  choose_path();
+  for (const Function &function : std::span(kFunctions).first(3)) {  // the others are made of these
+    const Trace found = trace(function, Bytes(16), Bytes(192));
+    EXPECT_GT(found.instructions, 100u) << function.name;
+    EXPECT_EQ(found.aes_instructions, 0u) << function.name;
+  }
+}
+
+TEST(AesWay, IsTheSameForEveryKeyAndEveryMessage) {
+  if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
+  unsetenv("TARN_AES");
+  choose_path();
+  Random random(50);
+  for (const Function &function : kFunctions) {
+    SCOPED_TRACE(function.name);
+    const Trace of_zeros = trace(function, Bytes(16), Bytes(192));
+    for (int i = 0; i < 4; i++) {  // the subkeys of four keys take the reduction or not in different ways
+      const Bytes key = random.bytes(16);
+      const Bytes bytes = random.bytes(192);
+      EXPECT_EQ(trace(function, key, bytes).way, of_zeros.way);
+    }
+  }
+}
+
+#else
+
+TEST(AesWay, IsTheSameForEveryKeyAndEveryMessage) { GTEST_SKIP() << "cannot be traced in this build"; }
+
+#endif
