@@ -31,7 +31,7 @@ const Path *choose_path() {
 const Path *hardware_path() { return nullptr; }
 #endif
 
-const Path &path() {
+const Path &chosen_path() {
   const Path *path = load_relaxed(g_path);
   if (path == nullptr) {
     path = choose_path();
@@ -42,18 +42,20 @@ const Path &path() {
 
 }  // namespace tarn::aes
 
-void aes_key_schedule_128(const uint8_t key[16], uint8_t round_keys[176]) { aes::path().expand_key(key, round_keys); }
+void aes_key_schedule_128(const uint8_t key[16], uint8_t round_keys[176]) {
+  aes::chosen_path().expand_key(key, round_keys);
+}
 
 void aes_encrypt_128(const uint8_t round_keys[176], const uint8_t in[16], uint8_t out[16]) {
-  aes::path().encrypt(round_keys, in, out);
+  aes::chosen_path().encrypt(round_keys, in, out);
 }
 
 void aes_decrypt_128(const uint8_t round_keys[176], const uint8_t in[16], uint8_t out[16]) {
-  aes::path().decrypt(round_keys, in, out);
+  aes::chosen_path().decrypt(round_keys, in, out);
 }
 
 mu_status_t aes128_ecb_encrypt(const uint8_t key[16], const uint8_t in[16], uint8_t out[16]) {
-  const aes::Path &path = aes::path();
+  const aes::Path &path = aes::chosen_path();
   u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
   path.expand_key(key, round_keys);
   path.encrypt(round_keys, in, out);
@@ -61,7 +63,7 @@ mu_status_t aes128_ecb_encrypt(const uint8_t key[16], const uint8_t in[16], uint
 }
 
 mu_status_t aes128_ecb_decrypt(const uint8_t key[16], const uint8_t in[16], uint8_t out[16]) {
-  const aes::Path &path = aes::path();
+  const aes::Path &path = aes::chosen_path();
   u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
   path.expand_key(key, round_keys);
   path.decrypt(round_keys, in, out);

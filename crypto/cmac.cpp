@@ -100,7 +100,7 @@ void prepare_last_block(const u8 *msg, u32 msg_len, u32 blocks, const u8 *k1, co
 }
 
 void compute_tag(const u8 *key, const u8 *msg, u32 msg_len, u8 *tag) {
-  const Path &path = aes::path();
+  const Path &path = aes::chosen_path();
   u8 round_keys[kRoundKeysSize];  // not wiped, as the header says
   u8 k1[kBlockSize];
   u8 k2[kBlockSize];
@@ -132,7 +132,7 @@ mu_status_t aes128_cmac_compute(const uint8_t key[16], const uint8_t *msg, uint3
 }
 
 void generate_subkey(const uint8_t key[16], uint8_t k1[16], uint8_t k2[16]) {
-  const aes::Path &path = aes::path();
+  const aes::Path &path = aes::chosen_path();
   u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
   path.expand_key(key, round_keys);
   aes::derive_subkeys(path, round_keys, k1, k2);

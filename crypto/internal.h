@@ -27,7 +27,7 @@ extern const Path kPortable;
 const Path *hardware_path();
 
 // The path of this process.
-const Path &path();
+const Path &chosen_path();
 
 }  // namespace tarn::aes
 

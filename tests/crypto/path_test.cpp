@@ -128,6 +128,7 @@ TEST(AesPath, MayBeChosenByManyThreadsAtOnce) {
   const Bytes cipher = from_hex("69c4e0d86a7b0430d8cdb78070b4c55a");  // FIPS 197, appendix C.1
   std::atomic<int> right = 0;
   std::vector<std::thread> threads;
+  threads.reserve(8);
   for (int i = 0; i < 8; i++) {
     threads.emplace_back([&] {
       Bytes out(16);

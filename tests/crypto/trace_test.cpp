@@ -8,6 +8,7 @@
 
 #include <x86intrin.h>
 
+#include <bit>
 #include <csignal>
 #include <cstring>
 #include <functional>
@@ -40,7 +41,7 @@ bool is_aes(const uint8_t *code) {
 
 void note_step(int, siginfo_t *, void *context) {
   const auto address = static_cast<uint64_t>(static_cast<ucontext_t *>(context)->uc_mcontext.gregs[REG_RIP]);
-  const auto *code = reinterpret_cast<const uint8_t *>(address);
+  const auto *code = std::bit_cast<const uint8_t *>(address);
   if (!tarn_test::is_in_library(code)) return;
   g_trace.instructions++;
   if (is_aes(code)) g_trace.aes_instructions++;
