@@ -31,7 +31,7 @@ class StampReader {
     if (second >= kSeconds) return read_slowly(line, time);  // no plain time, or a minute or second of 60 and above
     if (line.substr(0, sizeof hour_) != std::string_view(hour_, sizeof hour_)) enter_hour(line);
     if (!is_even_) return read_slowly(line, time);
-    *time = start_ + time_t{minute} * kSeconds + second;
+    *time = start_ + static_cast<time_t>(minute) * kSeconds + second;
     return true;
   }
 
