@@ -80,8 +80,9 @@ class Stream {
   void log_frame(size_t start, size_t end) {
     const char *frame = buffer_ + start;
     const auto module = static_cast<u8>(10 * digit(frame[kModuleAt]) + digit(frame[kModuleAt + 1]));
+    const u8 level = digit(frame[kLevelAt]);  // may be the end marker's first byte
     buffer_[end] = '\0';
-    mup_log_msg(0, module, digit(frame[kLevelAt]), MUP_LOG_NOPRINT, "%s\n", frame + kTextAt);
+    mup_log_msg(0, module, level, MUP_LOG_NOPRINT, "%s\n", frame + kTextAt);
   }
 
   void log_overflow() {

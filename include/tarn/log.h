@@ -234,8 +234,9 @@ TARN_API mup_log_ctrl *mup_log_ctrl_get(void);
  * level, or when the ring is full; what was read before it stays. An unfinished last line is dropped; one of more than
  * 512 bytes prints "Log file:%s Parse fail\n". The records' line numbers are not in the files: they are 0.
  *
- * Deliberate: the files hold UTC and are read back as local time, so a record's time moves by the zone's offset with
- * each restart. Deliberate: `usr_header` is not read back; set it after the start.
+ * Deliberate: of a file of exactly 512 bytes nothing is read back. Deliberate: the files hold UTC and are read back as
+ * local time, so a record's time moves by the zone's offset with each restart. Deliberate: `usr_header` is not read
+ * back; set it after the start.
  *
  * Prints "mu-log: init usr log OK (module_num %d, max_log_num %d, save_log_timer %d seconds)\n" with the given count,
  * 1024 and 3. Without memory for the reading it prints "Log Malloc fail \n" instead: no file is read, no timer starts.
@@ -316,7 +317,7 @@ TARN_API mu_status_t mup_log_file_remove(void);
  *     sem_t started;
  *     pthread_t bridge;
  *     sem_init(&started, 0, 0);
- *     mu_thread_create("klog", log_msg_process, &started, 0, 0, &bridge, 0);  // and, if that gave 0:
+ *     mu_thread_create(&bridge, "klog", log_msg_process, &started, 0, 0, 0);  // and, if that gave 0:
  *     sem_wait(&started);
  *
  * Reads at pauses of 100 ms; the right to read "/proc/kmsg" is the caller's to have (root, or CAP_SYSLOG). Allocates

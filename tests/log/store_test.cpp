@@ -232,6 +232,16 @@ TEST_F(LogStoreLoad, MissesAMarkerThatEndsWithTheFirstChunk) {
   }
 }
 
+TEST_F(LogStoreLoad, TakesNothingFromAFileOf512Bytes) {
+  for (const size_t size : {511u, 512u, 513u}) {
+    std::string content = "SysLog:\n" + line("a");
+    content += line(std::string(size - content.size() - line("").size(), 'b'));
+    write_file(sys_file, content);
+    start();
+    EXPECT_EQ(sys_texts().size(), size == 512 ? 0u : 2u) << size;
+  }
+}
+
 TEST_F(LogStoreLoad, FailsAtATailOfMoreThanAChunk) {
   const std::string others = std::string("Log file:/overlay/user_log.txt init\n") + kInitOk;
   const std::string failed = "Log file:/overlay/mu_log.txt Parse fail\n";
