@@ -1,0 +1,227 @@
+// Reading the files back into the rings: every place at which a file can end, every way in which the chunks of 512
+// bytes can cut it, and files that fill a ring or are damaged.
+
+#include <random>
+
+#include "contract_load.h"
+
+using namespace tarn_test;
+
+// A file that begins with "SysLog:\n" and holds records of several sizes, cut at every byte.
+TEST(LogStoreChunksContract, CutAtEveryByteItKeepsTheWholeLinesBefore) {
+  Store store;
+  const std::string whole = kSysMarker + good("a") + line_of("Debug", "m15", "second") + good(std::string(40, 'b')) +
+                            line_of("Off", "m7", ":") + good("end");
+  const std::vector<Record> all = {good_record("a"),
+                                   {15, 8, kTen, "second"},
+                                   good_record(std::string(40, 'b')),
+                                   {7, 0, kTen, ":"},
+                                   good_record("end")};
+  for (size_t size = 0; size <= whole.size(); size++) {
+    SCOPED_TRACE(size);
+    const std::string file = whole.substr(0, size);
+    const auto lines = std::count(file.begin(), file.end(), '\n');
+    const auto kept = lines == 0 ? 0 : lines - 1;  // the first is the marker
+    ASSERT_NO_FATAL_FAILURE(expect_system_load(store, file, {all.begin(), all.begin() + kept}));
+  }
+}
+
+TEST(LogStoreChunksContract, AUserFileCutAtEveryByteKeepsTheWholeLinesBefore) {
+  Store store;
+  const std::string header = "Manufacturer:a;\nIP:b;\n\n";
+  const std::string whole = header + good("a") + line_of("Debug", "m16", "second") + good("end");
+  const std::vector<Record> all = {good_record("a"), {16, 8, kTen, "second"}, good_record("end")};
+  for (size_t size = 0; size <= whole.size(); size++) {
+    SCOPED_TRACE(size);
+    const std::string file = whole.substr(0, size);
+    const auto kept = std::max<long>(std::count(file.begin(), file.end(), '\n') - 3, 0);
+    ASSERT_NO_FATAL_FAILURE(expect_user_load(store, file, {all.begin(), all.begin() + kept}));
+  }
+}
+
+TEST(LogStoreChunksContract, ChunksMayEndAtEveryByteOfARecord) {
+  Store store;
+  const std::string tail = line_of("Warning", "m1", "over the edge") + good("next");
+  const std::vector<Record> tail_records = {{1, 5, kTen, "over the edge"}, good_record("next")};
+  // Behind the first read, where only what follows the marker is held, and behind later ones.
+  for (const size_t edge : std::vector<size_t>{512, 1024, 1536}) {
+    for (size_t begin = edge - tail.size() - 1; begin <= edge + 1; begin++) {
+      SCOPED_TRACE(testing::Message() << "tail at " << begin << " over " << edge);
+      std::string file = kSysMarker;
+      std::vector<Record> records;
+      while (begin - file.size() > 300) {
+        file += line_of_size(200);
+        records.push_back(record_of_size(200));
+      }
+      const size_t rest = begin - file.size();
+      file += line_of_size(rest);
+      records.push_back(record_of_size(rest));
+      file += tail;
+      records.insert(records.end(), tail_records.begin(), tail_records.end());
+      if (file.size() == 512) continue;  // loads nothing, see below
+      ASSERT_NO_FATAL_FAILURE(expect_system_load(store, file, records));
+    }
+  }
+}
+
+TEST(LogStoreChunksContract, AFileOfExactly512BytesLoadsNothing) {
+  // A full first read is looked at behind a second one, and a second read of nothing ends the load.
+  Store store;
+  for (const size_t size : std::vector<size_t>{511, 512, 513}) {
+    SCOPED_TRACE(size);
+    std::vector<Record> records = {good_record("a"), record_of_size(size - 8 - good("a").size())};
+    std::string file = good("a") + line_of_size(size - 8 - good("a").size());
+    expect_system_load(store, kSysMarker + file, size == 512 ? std::vector<Record>() : records);
+    expect_user_load(store, "header" + (kUsrMarker + file), size == 512 ? std::vector<Record>() : records);
+  }
+}
+
+TEST(LogStoreChunksContract, ATailOf512BytesIsHeldAndOneOf513FailsTheParse) {
+  Store store;
+  // 100 bytes before the tail's line in the first read; the file ends within the second or third.
+  const std::string before = kSysMarker + line_of_size(504 - 300) + line_of_size(300);
+  ASSERT_EQ(before.size(), 512u);
+  const std::vector<Record> records = {record_of_size(504 - 300), record_of_size(300)};
+  const std::string fail = "Log file:/overlay/mu_log.txt Parse fail\n";
+  std::string tail = line_of_size(513);
+  tail.pop_back();
+  ASSERT_EQ(tail.size(), 512u);
+  expect_system_load(store, before + tail, records);  // 512 bytes, never finished
+  std::vector<Record> more = records;
+  more.push_back(record_of_size(513));
+  expect_system_load(store, before + tail + "\n", more);  // finished in the next read
+  more.push_back(good_record("next"));
+  expect_system_load(store, before + tail + "\n" + good("next"), more);
+  expect_system_load(store, before + tail + "x", records, fail);  // 513, unfinished
+  expect_system_load(store, before + tail + "x\n", {records[0], records[1], record_of_size(514)});
+}
+
+TEST(LogStoreChunksContract, LinesOf511And512BytesAreRead) {
+  Store store;
+  for (const size_t size : std::vector<size_t>{510, 511, 512, 513}) {
+    for (const size_t first : std::vector<size_t>{200, 201, 350, 499, 500, 502, 503, 504}) {
+      SCOPED_TRACE(testing::Message() << first << " then " << size);
+      const std::string file = kSysMarker + line_of_size(first) + line_of_size(size, 'y') + good("next");
+      const Loaded expected = load_model(file, kSysMarker, numbered_names(), MUP_LOG_SYS_NUM);
+      ASSERT_FALSE(expected.parse_failed);  // as long as it ends within what is held
+      ASSERT_EQ(expected.records.size(), 3u);
+      expect_system_load(store, file, {record_of_size(first), record_of_size(size, 'y'), good_record("next")});
+    }
+  }
+}
+
+TEST(LogStoreChunksContract, ALineOfMoreThan512BytesFailsTheParseWhereItsTailIsHeld) {
+  Store store;
+  const std::string fail = "Log file:/overlay/mu_log.txt Parse fail\n";
+  // The first read holds 504 bytes of the line, the second 512 more, none of them a line feed.
+  expect_system_load(store, kSysMarker + line_of_size(2000) + good("next"), {}, fail);
+  // A record before it stays.
+  expect_system_load(store, kSysMarker + good("a") + line_of_size(2000) + good("next"), {good_record("a")}, fail);
+  // A line of 1000 bytes that ends within what is held is read.
+  expect_system_load(store, kSysMarker + line_of_size(1000) + good("next"),
+                     {record_of_size(1000), good_record("next")});
+  const std::string user_fail = "Log file:/overlay/user_log.txt Parse fail\n";
+  expect_user_load(store, kUsrMarker + good("a") + line_of_size(2000), {good_record("a")}, user_fail);
+}
+
+TEST(LogStoreChunksContract, OneLongLineIsTreatedBySizeAndPlace) {
+  Store store;
+  for (const size_t before : std::vector<size_t>{0, 1, 400, 480, 503}) {
+    for (const size_t size : std::vector<size_t>{505, 511, 512, 513, 514, 600, 1015, 1016, 1017, 1018, 1100}) {
+      for (const bool finished : {true, false}) {
+        SCOPED_TRACE(testing::Message() << before << ", " << size << ", " << finished);
+        std::string file = std::string(before, 'h') + kSysMarker + line_of_size(size);
+        if (finished) {
+          file += good("next");
+        } else {
+          file.pop_back();
+        }
+        ASSERT_NO_FATAL_FAILURE(expect_as_read(store, file));
+      }
+    }
+  }
+}
+
+TEST(LogStoreChunksContract, AShortTailOfTextWithoutRecordsIsNoFailure) {
+  Store store;
+  expect_system_load(store, kSysMarker + std::string(503, 'x'), {});
+  expect_system_load(store, kSysMarker + std::string(504, 'x'), {});
+  expect_system_load(store, kSysMarker + std::string(512, 'x'), {});
+  expect_system_load(store, kSysMarker + std::string(513, 'x'), {}, "Log file:/overlay/mu_log.txt Parse fail\n");
+}
+
+TEST(LogStoreChunksContract, AFileThatFillsTheRingSetsTheIndexToZero) {
+  Store store;
+  std::string file;
+  std::vector<Record> records;
+  for (int i = 0; i < MUP_LOG_SYS_NUM; i++) {
+    file += good(std::to_string(i));
+    records.push_back(good_record(std::to_string(i)));
+  }
+  expect_system_load(store, kSysMarker + file, records);
+  EXPECT_EQ(store.ctrl->sys_idx, 0u);
+  log_text(0, 4, "overwrites the oldest");
+  EXPECT_EQ(text_of(store.ctrl->sys_ring[0]), "overwrites the oldest");
+}
+
+TEST(LogStoreChunksContract, AFileLongerThanItsRingStopsAtTheRingsSize) {
+  Store store;
+  std::string file;
+  std::vector<Record> records;
+  for (int i = 0; i < MUP_LOG_SYS_NUM + 30; i++) {
+    file += good(std::to_string(i));
+    records.push_back(good_record(std::to_string(i)));
+  }
+  records.resize(MUP_LOG_SYS_NUM);
+  expect_system_load(store, kSysMarker + file, records);
+  records.resize(MUP_LOG_USR_NUM);
+  expect_user_load(store, kUsrMarker + file, records);
+  EXPECT_EQ(store.ctrl->usr_idx, 0u);
+  EXPECT_STREQ(store.ctrl->usr_path, "/overlay/user_log.txt");  // what stands behind the ring
+}
+
+TEST(LogStoreChunksContract, OneRecordLessThanTheRingKeepsItsLastSlotFree) {
+  Store store;
+  std::string file;
+  std::vector<Record> records;
+  for (int i = 0; i < MUP_LOG_USR_NUM - 1; i++) {
+    file += good(std::to_string(i));
+    records.push_back(good_record(std::to_string(i)));
+  }
+  expect_user_load(store, kUsrMarker + file, records);
+  EXPECT_EQ(store.ctrl->usr_idx, 511u);
+}
+
+TEST(LogStoreChunksContract, DamagedFilesLoadAsTheNaiveReadingSays) {
+  Store store;
+  std::mt19937 random(20260102);
+  const auto below = [&random](size_t bound) { return static_cast<size_t>(random() % bound); };
+  const std::string alphabet = std::string("\n\n-[]: \0x2m0E", 13);
+  for (int round = 0; round < 150; round++) {
+    SCOPED_TRACE(round);
+    std::string file = below(2) == 0 ? kSysMarker : "SysLog:\n\n";
+    if (below(3) == 0) file = std::string(kEmptyHeader) + kSysMarker;
+    if (below(4) == 0) file = "SysLog:\n" + std::string(below(500), 'h') + kUsrMarker;
+    while (file.size() < 2000) {
+      file += line_of(kLevelNames[below(9)], "m" + std::to_string(below(21)),
+                      std::string(below(6) == 0 ? below(600) : below(60), 't'));
+    }
+    for (size_t wounds = below(3); wounds > 0; wounds--) {
+      const size_t at = below(file.size());
+      switch (below(3)) {
+        case 0:
+          file[at] = alphabet[below(alphabet.size())];
+          break;
+        case 1:
+          file.erase(at, below(20));
+          break;
+        default:
+          file.insert(at, 1, alphabet[below(alphabet.size())]);
+          break;
+      }
+    }
+    if (below(2) == 0) file.resize(below(file.size()));
+    ASSERT_NO_FATAL_FAILURE(expect_as_read(store, file));
+    if (HasFailure()) break;
+  }
+}
