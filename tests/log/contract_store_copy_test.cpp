@@ -309,6 +309,16 @@ TEST(LogStoreCopyContract, LinesWithoutAReadableStampAreNoRecords) {
   }
 }
 
+TEST(LogStoreCopyContract, ALineOf18CharactersIsNoRecordThoughItsStampCanBeRead) {
+  // The local stamp would be written over its line feed.
+  Store store;
+  store.start();
+  Store::set_zone("UTC-1");
+  const std::string file = "2026-01-02 10:00:0\n2026-01-02 10:00:0";
+  EXPECT_EQ(copy_of(store, file), file);
+  EXPECT_EQ(copy_of(store, file, "m2", 9), file);
+}
+
 TEST(LogStoreCopyContract, OddStampsAreReadAsScanfReadsThem) {
   Store store;
   store.start();
