@@ -21,6 +21,7 @@ BUILDS_ON = {
     "startup_cfg": ["platform"],
     "crypto": ["platform"],
     "log": ["platform", "timer"],
+    "event": ["platform", "containers", "timer"],
 }
 
 # Each public header, with the project's headers and the system's that it may include: callers include them all with it.
@@ -34,26 +35,28 @@ PUBLIC_HEADERS = {
     "startup_cfg.h": ["tarn/types.h"],
     "crypto.h": ["tarn/types.h"],
     "log.h": ["tarn/types.h", "time.h"],
+    "event.h": ["tarn/types.h", "tarn/containers.h"],
 }
 
 # The system's headers that only these subsystems may include.
 RESERVED = {
-    "fcntl.h": ["os", "log"],
+    "fcntl.h": ["os", "log", "event"],
     "mqueue.h": ["os"],
-    "pthread.h": ["os"],
+    "pthread.h": ["os", "event"],
     "semaphore.h": ["os", "log"],
-    "sys/select.h": ["os"],
+    "sys/select.h": ["os", "event"],
     "sys/time.h": ["os"],
-    "unistd.h": ["os", "log"],
+    "unistd.h": ["os", "log", "event"],
     "arm_neon.h": ["crypto"],
     "cpuid.h": ["crypto"],
     "sys/auxv.h": ["crypto"],
     "tmmintrin.h": ["crypto"],
     "wmmintrin.h": ["crypto"],
     "arpa/inet.h": ["log"],
+    "linux/netlink.h": ["event"],
     "netinet/in.h": ["log"],
-    "sys/ioctl.h": ["log"],
-    "sys/socket.h": ["log"],
+    "sys/ioctl.h": ["log", "event"],
+    "sys/socket.h": ["log", "event"],
 }
 
 # What no source of the library includes: it would bring the C++ run-time library, or a way around platform/ and os/.

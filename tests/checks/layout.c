@@ -8,6 +8,7 @@
 
 #include "tarn/containers.h"
 #include "tarn/crypto.h"
+#include "tarn/event.h"
 #include "tarn/log.h"
 #include "tarn/startup_cfg.h"
 #include "tarn/timer.h"
@@ -32,6 +33,10 @@ SIZE(mu_hash_cmp_fn_t, 8);
 SIZE(mu_timer_cb_t, 8);
 SIZE(tlv_save_cb, 8);
 SIZE(mup_log_level_hook, 8);
+SIZE(mu_event_cb_t, 8);
+SIZE(mu_event_hook_t, 8);
+SIZE(mu_event_suprs_cb_t, 8);
+SIZE(mu_event_cfg_handler_t, 8);
 
 // ---- Containers ----------------------------------------------------------------------------------------------------
 
@@ -170,3 +175,65 @@ FIELD(mup_log_ctrl, sys_path, 56 + 1536 * 272, 32);
 FIELD(mup_log_ctrl, usr_path, 56 + 1536 * 272 + 32, 32);
 FIELD(mup_log_ctrl, usr_header, 56 + 1536 * 272 + 64, 192);
 SIZE(mup_log_ctrl, 56 + 1536 * 272 + 256);
+
+// ---- Events --------------------------------------------------------------------------------------------------------
+
+FIELD(mu_event_cfg_t, suprs_en, 0, 4);
+FIELD(mu_event_cfg_t, threshold, 4, 4);
+FIELD(mu_event_cfg_t, period, 8, 4);
+SIZE(mu_event_cfg_t, 12);
+
+// These two cross to the kernel.
+FIELD(mu_event_msg_t, op, 0, 4);
+FIELD(mu_event_msg_t, type, 4, 4);
+FIELD(mu_event_msg_t, reserved, 8, 4);
+FIELD(mu_event_msg_t, suprs_en, 12, 4);
+FIELD(mu_event_msg_t, threshold, 16, 4);
+FIELD(mu_event_msg_t, period, 20, 4);
+FIELD(mu_event_msg_t, count, 24, 4);
+FIELD(mu_event_msg_t, clear, 28, 4);
+SIZE(mu_event_msg_t, 32);
+
+FIELD(mu_pal_hdr_t, reserved0, 0, 2);
+FIELD(mu_pal_hdr_t, length, 2, 2);
+FIELD(mu_pal_hdr_t, reserved4, 4, 2);
+FIELD(mu_pal_hdr_t, event_type, 6, 2);
+FIELD(mu_pal_hdr_t, reserved8, 8, 2);
+FIELD(mu_pal_hdr_t, device_id, 10, 2);
+FIELD(mu_pal_hdr_t, reserved12, 12, 8);
+FIELD(mu_pal_hdr_t, destination, 20, 4);
+SIZE(mu_pal_hdr_t, 24);
+
+FIELD(mu_event_subscriber_t, type, 0, 4);
+FIELD(mu_event_subscriber_t, cb, 8, 8);
+SIZE(mu_event_subscriber_t, 16);
+
+FIELD(mu_event_rec, registered, 0, 1);
+FIELD(mu_event_rec, suprs_en, 1, 1);
+FIELD(mu_event_rec, suprs_s, 2, 1);
+FIELD(mu_event_rec, type, 4, 4);
+FIELD(mu_event_rec, count, 8, 4);
+FIELD(mu_event_rec, suprs_cnt, 12, 4);
+FIELD(mu_event_rec, threshold, 16, 4);
+FIELD(mu_event_rec, period_cnt, 20, 4);
+FIELD(mu_event_rec, period, 24, 4);
+FIELD(mu_event_rec, tick, 28, 4);
+FIELD(mu_event_rec, cb_list, 32, 8);
+FIELD(mu_event_rec, release_cb, 40, 8);
+FIELD(mu_event_rec, suppress_cb, 48, 8);
+FIELD(mu_event_rec, cookie, 56, 8);
+FIELD(mu_event_rec, reserved, 64, 8);
+SIZE(mu_event_rec, 72);
+
+FIELD(mu_event_state_t, inited, 0, 4);
+FIELD(mu_event_state_t, max_event_num, 4, 4);
+FIELD(mu_event_state_t, lock, 8, 8);
+FIELD(mu_event_state_t, poll_timer, 16, 4);
+FIELD(mu_event_state_t, send_hook, 24, 8);
+FIELD(mu_event_state_t, cfg_handler, 32, 8);
+FIELD(mu_event_state_t, events, 40, 8);
+SIZE(mu_event_state_t, 48);
+
+SIZE(glb_evt, 48);
+SIZE(evt_flag, 4);
+SIZE(evt_dest, 4);
