@@ -107,6 +107,23 @@ int real_open(const char *path, int flags, mode_t mode) { return g_shim_calls.op
 
 int real_socket(int domain, int type, int protocol) { return g_shim_calls.socket(domain, type, protocol); }
 
+int real_bind(int sock, const sockaddr *address, socklen_t size) { return g_shim_calls.bind(sock, address, size); }
+
+ssize_t real_recvfrom(int sock, void *data, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
+  static const auto function = next<ssize_t (*)(int, void *, size_t, int, sockaddr *, socklen_t *)>("recvfrom");
+  return function(sock, data, size, flags, from, from_size);
+}
+
+int real_close(int file) {
+  static const auto function = next<int (*)(int)>("close");
+  return function(file);
+}
+
+pid_t real_getppid() {
+  static const auto function = next<pid_t (*)()>("getppid");
+  return function();
+}
+
 ssize_t real_sendto(int sock, const void *data, size_t size, int flags, const sockaddr *to, socklen_t to_size) {
   return g_shim_calls.sendto(sock, data, size, flags, to, to_size);
 }
@@ -130,7 +147,11 @@ constinit Call<int(const char *, int)> access{real_access};
 constinit Call<FILE *(const char *, const char *)> fopen{real_fopen};
 constinit Call<int(const char *, int, mode_t)> open{real_open};
 constinit Call<int(int, int, int)> socket{real_socket};
+constinit Call<int(int, const sockaddr *, socklen_t)> bind{real_bind};
 constinit Call<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto{real_sendto};
+constinit Call<ssize_t(int, void *, size_t, int, sockaddr *, socklen_t *)> recvfrom{real_recvfrom};
+constinit Call<int(int)> close{real_close};
+constinit Call<pid_t()> getppid{real_getppid};
 
 }  // namespace libc
 
@@ -141,6 +162,9 @@ namespace {
   tarn_sim::calls.fopen = [](const char *path, const char *mode) { return libc::fopen(path, mode); };
   tarn_sim::calls.open = [](const char *path, int flags, mode_t mode) { return libc::open(path, flags, mode); };
   tarn_sim::calls.socket = [](int domain, int type, int protocol) { return libc::socket(domain, type, protocol); };
+  tarn_sim::calls.bind = [](int sock, const sockaddr *address, socklen_t size) {
+    return libc::bind(sock, address, size);
+  };
   tarn_sim::calls.sendto = [](int sock, const void *data, size_t size, int flags, const sockaddr *to,
                               socklen_t to_size) { return libc::sendto(sock, data, size, flags, to, to_size); };
   return true;
@@ -227,6 +251,22 @@ ssize_t read(int file, void *data, size_t size) {
 int sem_timedwait(sem_t *sem, const timespec *deadline) {
   const auto &call = tarn_test::libc::sem_timedwait;
   return FROM_LIBRARY ? call(sem, deadline) : call.real(sem, deadline);
+}
+
+ssize_t recvfrom(int sock, void *data, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
+  const auto &call = tarn_test::libc::recvfrom;
+  return FROM_LIBRARY ? call(sock, data, size, flags, from, from_size)
+                      : call.real(sock, data, size, flags, from, from_size);
+}
+
+int close(int file) {
+  const auto &call = tarn_test::libc::close;
+  return FROM_LIBRARY ? call(file) : call.real(file);
+}
+
+pid_t getppid() noexcept {
+  const auto &call = tarn_test::libc::getppid;
+  return FROM_LIBRARY ? call() : call.real();
 }
 
 mqd_t mq_open(const char *name, int flags, ...) noexcept {

@@ -8,8 +8,8 @@
 // A replacement may go on to `libc::malloc.real(size)`. It runs on the library's thread: install it before the library
 // has a thread of its own, or while that thread sleeps on a VirtualClock.
 //
-// access, fopen, open, socket and sendto belong to the desktop shim, which redirects them for the whole process; their
-// replacements see the calls of the test too.
+// access, bind, fopen, open, socket and sendto belong to the desktop shim, which redirects them for the whole process;
+// their replacements see the calls of the test too.
 #ifndef TARN_TESTS_SUPPORT_LIBC_H
 #define TARN_TESTS_SUPPORT_LIBC_H
 
@@ -95,7 +95,11 @@ extern Call<int(const char *, int)> access;
 extern Call<FILE *(const char *, const char *)> fopen;
 extern Call<int(const char *, int, mode_t)> open;
 extern Call<int(int, int, int)> socket;
+extern Call<int(int, const sockaddr *, socklen_t)> bind;
 extern Call<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto;
+extern Call<ssize_t(int, void *, size_t, int, sockaddr *, socklen_t *)> recvfrom;
+extern Call<int(int)> close;
+extern Call<pid_t()> getppid;
 
 }  // namespace libc
 

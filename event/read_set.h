@@ -1,0 +1,52 @@
+// select's set of one descriptor.
+#ifndef TARN_EVENT_READ_SET_H
+#define TARN_EVENT_READ_SET_H
+
+#include <sys/select.h>
+
+#include <cstring>
+
+#include "platform/support.h"
+
+namespace tarn::event {
+
+// Made for its descriptor, which may have any number: a daemon with many files open must not be ended by FD_SET, which
+// stops at FD_SETSIZE.
+class ReadSet {
+ public:
+  explicit ReadSet(int fd) : fd_(fd) {
+    if (fd < FD_SETSIZE) {
+      words_ = inline_.fds_bits;
+      size_ = sizeof inline_;
+    } else {
+      const size_t count = static_cast<size_t>(fd) / NFDBITS + 1;
+      heap_ = allocate<fd_mask>(count);
+      words_ = heap_.get();
+      size_ = count * sizeof(fd_mask);
+    }
+  }
+
+  // Whether there is memory for it.
+  bool exists() const { return words_ != nullptr; }
+
+  // Waits without a timeout. Returns whether the descriptor can be read; false also after a failed wait.
+  bool wait() {
+    memset(words_, 0, size_);
+    fd_mask &word = words_[fd_ / NFDBITS];
+    const auto bit = static_cast<fd_mask>(1UL << (fd_ % NFDBITS));
+    word |= bit;
+    const int ready = select(fd_ + 1, reinterpret_cast<fd_set *>(words_), nullptr, nullptr, nullptr);
+    return ready >= 1 && (word & bit) != 0;
+  }
+
+ private:
+  const int fd_;
+  fd_mask *words_;
+  size_t size_;
+  fd_set inline_;
+  Owned<fd_mask> heap_;
+};
+
+}  // namespace tarn::event
+
+#endif
