@@ -48,6 +48,9 @@ class Call<Result(Args...)> {
     return replacement == nullptr ? real_(args...) : (*replacement)(args...);
   }
 
+  // What stands there now, for a replacement that goes on to it; null when it is libc's own.
+  const Replacement *replacement() const { return replacement_.load(std::memory_order_acquire); }
+
   // Returns what was there before.
   const Replacement *exchange(const Replacement *replacement) { return replacement_.exchange(replacement); }
 
