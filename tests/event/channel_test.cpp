@@ -1,9 +1,11 @@
 // The event thread and its start.
 
 #include <gtest/gtest.h>
+#include <semaphore.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <thread>
 #include <vector>
@@ -35,6 +37,7 @@ class EventChannel : public testing::Test {
  protected:
   EventChannel() {
     mu_event_init(20, hook, nullptr);
+    clock_.settle();  // the timer thread sleeps on the clock, for good
     kernel();
   }
 
@@ -252,6 +255,57 @@ TEST_F(EventChannel, AShortDatagramStaysInTheBuffer) {
   EXPECT_EQ(run(Round{}), std::vector{heard(5, 8, 4)});
 }
 
+// ---- Through libc's own select and recvfrom -------------------------------------------------------------------------
+
+namespace {
+
+sem_t g_arrived;
+std::vector<Heard> g_arrivals;
+
+int note_arrival(uint16_t device_id, uint32_t type, void *, uint32_t len) {
+  g_arrivals.push_back({'h', device_id, type, nullptr, len});
+  return sem_post(&g_arrived);
+}
+
+// A pair of local sockets in place of the netlink socket; the event thread's end has the number `sock`.
+void expect_events_through(int sock) {
+  int pair[2];
+  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, pair), 0);
+  ASSERT_EQ(dup2(pair[0], sock), sock);
+  VirtualClock clock;
+  Console console;
+  sem_init(&g_arrived, 0, 0);
+  mu_event_init(20, note_arrival, nullptr);
+  clock.settle();
+  Replace socket(libc::socket, [sock](int, int, int) { return sock; });
+  Replace bind(libc::bind, [](int, const sockaddr *, socklen_t) { return 0; });
+  Replace ioctl(libc::ioctl, [](int, unsigned long, void *) { return 0; });
+  Replace open(libc::open, [](const char *path, int flags, mode_t mode) {
+    return strcmp(path, MU_PAL_DEVICE) == 0 ? dup(STDIN_FILENO) : libc::open.real(path, flags, mode);
+  });
+  std::thread([] { remote_event_process(); }).detach();
+  for (uint16_t type : {uint16_t{3}, uint16_t{4}}) {
+    const Bytes bytes = datagram(type, 5, 6, 30);
+    ASSERT_EQ(send(pair[1], bytes.data(), bytes.size(), 0), 30);
+    while (sem_wait(&g_arrived) != 0) continue;
+  }
+  EXPECT_EQ(g_arrivals, (std::vector<Heard>{{'h', 5, 3, nullptr, 6}, {'h', 5, 4, nullptr, 6}}));
+}
+
+}  // namespace
+
+TEST(EventSocket, IsWaitedForAndReceivedFrom) { expect_events_through(100); }
+
+TEST(EventSocket, MayHaveANumberAboveTheSizeOfASet) {
+  constexpr int kHigh = FD_SETSIZE + 77;
+  rlimit limit = {};
+  getrlimit(RLIMIT_NOFILE, &limit);
+  if (limit.rlim_max <= kHigh) GTEST_SKIP() << "the process may not open that many files";
+  limit.rlim_cur = limit.rlim_max;
+  setrlimit(RLIMIT_NOFILE, &limit);
+  expect_events_through(kHigh);
+}
+
 // ---- The start of both ---------------------------------------------------------------------------------------------
 
 namespace {
@@ -274,6 +328,7 @@ class EventPlatform : public testing::Test {
   // The timer service is started first: its thread is none of this.
   EventPlatform() {
     mu_timer_add(0, nullptr, nullptr);
+    clock_.settle();
     kernel();
     create_.emplace(libc::pthread_create,
                     [this](pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {

@@ -151,7 +151,8 @@ inline Kernel::Kernel()
               return -1;
             }),
       open_(libc::open,
-            [this](const char *path, int flags, mode_t) {
+            [this](const char *path, int flags, mode_t mode) {
+              if (strncmp(path, "/dev/mu", 7) != 0) return libc::open.real(path, flags, mode);  // a sanitizer's
               note("open");
               open_path = path;
               open_flags = flags;

@@ -453,12 +453,12 @@ TEST_F(EventAttach, ResetsTheFirstPartOfTheRecord) {
   EXPECT_EQ(attach(3, released, suppressed, 0x123456789ABCDEF0), 0);
   mu_event_rec expected;
   memset(&expected, 0, sizeof expected);
-  memset(reinterpret_cast<char *>(&expected) + 3, 0xEE, 1);  // padding
   expected.type = 3;
   expected.release_cb = released;
   expected.suppress_cb = suppressed;
   expected.cookie = 0x123456789ABCDEF0;
   expected.reserved = 0xEEEEEEEEEEEEEEEE;
+  reinterpret_cast<char *>(&event)[3] = 0;  // padding: anything
   EXPECT_EQ(memcmp(&event, &expected, sizeof expected), 0);
 }
 
