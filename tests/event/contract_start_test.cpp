@@ -1,0 +1,211 @@
+// The start of the channel: the thread with its attributes, then the registry.
+
+#include <gtest/gtest.h>
+#include <limits.h>
+#include <pthread.h>
+#include <sched.h>
+
+#include <cerrno>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "event/contract_channel.h"
+#include "event/contract_support.h"
+#include "support/console.h"
+#include "support/libc.h"
+#include "support/sandbox.h"
+#include "tarn/timer.h"
+
+using namespace event_contract;
+using namespace tarn_test;
+
+namespace {
+
+const std::string kReady = "mu-event: init OK (max_event_num 20)\n";
+
+struct Created {
+  bool real_time = false;
+  size_t stack = 0;
+  int priority = 0;
+  int inherit = -1;
+  int detach = -1;
+  void *(*entry)(void *) = nullptr;
+  void *arg = nullptr;
+};
+
+Created created_with(const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
+  Created created;
+  created.entry = entry;
+  created.arg = arg;
+  if (attributes == nullptr) return created;
+  int policy = 0;
+  sched_param param = {};
+  pthread_attr_getschedpolicy(attributes, &policy);
+  pthread_attr_getschedparam(attributes, &param);
+  pthread_attr_getstacksize(attributes, &created.stack);
+  pthread_attr_getinheritsched(attributes, &created.inherit);
+  pthread_attr_getdetachstate(attributes, &created.detach);
+  created.real_time = policy == SCHED_RR;
+  created.priority = param.sched_priority;
+  return created;
+}
+
+// Neither the event thread nor the timer thread comes to life.
+class EventStartContract : public testing::Test {
+ protected:
+  // The thread of the channel: the first that is created.
+  const Created &event_thread() const { return threads_.at(0); }
+
+  Console console_;
+  std::vector<Created> threads_;
+  std::function<int()> on_create_ = [] { return 0; };
+  std::vector<size_t> stack_sizes_;
+  Replace<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> pthread_create_{
+      libc::pthread_create,
+      [this](pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
+        *thread = pthread_self();
+        threads_.push_back(created_with(attributes, entry, arg));
+        return threads_.size() == 1 ? on_create_() : 0;
+      }};
+  Replace<int(pthread_attr_t *, size_t)> setstacksize_{libc::pthread_attr_setstacksize,
+                                                       [this](pthread_attr_t *attributes, size_t size) {
+                                                         stack_sizes_.push_back(size);
+                                                         return libc::pthread_attr_setstacksize.real(attributes, size);
+                                                       }};
+};
+
+}  // namespace
+
+TEST_F(EventStartContract, IsNotYetDoneAtFirst) { EXPECT_EQ(evt_flag, 0u); }
+
+TEST_F(EventStartContract, CreatesAThreadWithItsOwnScheduling) {
+  mup_plat_event_init();
+  ASSERT_EQ(threads_.size(), 2u) << "the event thread and the timer thread";
+  EXPECT_TRUE(event_thread().real_time);
+  EXPECT_EQ(event_thread().priority, 80);
+  EXPECT_EQ(event_thread().inherit, PTHREAD_EXPLICIT_SCHED);
+  EXPECT_EQ(event_thread().detach, PTHREAD_CREATE_JOINABLE);
+  EXPECT_EQ(event_thread().arg, nullptr);
+  EXPECT_FALSE(threads_[1].real_time);
+}
+
+TEST_F(EventStartContract, AsksForAStackOf32768Bytes) {
+  mup_plat_event_init();
+  ASSERT_GE(stack_sizes_.size(), 1u);
+  EXPECT_EQ(stack_sizes_[0], 32768u);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  if (pthread_attr_setstacksize(&attributes, 32768) == 0) {
+    EXPECT_EQ(event_thread().stack, 32768u);
+  } else {
+    EXPECT_GE(event_thread().stack, static_cast<size_t>(sysconf(_SC_THREAD_STACK_MIN))) << "the system's default";
+  }
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(EventStartContract, RunsTheBodyOfTheEventThread) {
+  mup_plat_event_init();
+  Channel channel;
+  channel.fail_socket(EPROTONOSUPPORT);
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(event_thread().entry(event_thread().arg), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr().substr(0, 34), "!Create pkt_evt channel failed::\n:");
+}
+
+TEST_F(EventStartContract, StartsARegistryOfTwentyTypesThatForwards) {
+  EXPECT_EQ(evt_flag, 0u);
+  mup_plat_event_init();
+  EXPECT_EQ(evt_flag, 1u);
+  EXPECT_EQ(glb_evt.inited, 1u);
+  EXPECT_EQ(glb_evt.max_event_num, 20);
+  EXPECT_EQ(glb_evt.send_hook, nullptr);
+  EXPECT_EQ(glb_evt.cfg_handler, mup_event_cfg_forward);
+  EXPECT_NE(glb_evt.poll_timer, 0u);
+  EXPECT_EQ(console_.take(), kReady);
+  EXPECT_EQ(send(19), 0);
+  EXPECT_EQ(send(20), -1);
+}
+
+TEST_F(EventStartContract, CreatesTheThreadBeforeTheRegistry) {
+  bool called = false;
+  on_create_ = [&] {
+    called = true;
+    EXPECT_EQ(evt_flag, 0u);
+    EXPECT_EQ(bytes_of(glb_evt), std::string(sizeof glb_evt, '\0'));
+    EXPECT_EQ(console_.take(), "");
+    EXPECT_EQ(send(0), -1) << "an event that arrives in between is dropped";
+    return 0;
+  };
+  mup_plat_event_init();
+  EXPECT_TRUE(called);
+  EXPECT_EQ(rec(0).count, 0u);
+}
+
+TEST_F(EventStartContract, GoesOnWithoutTheThread) {
+  on_create_ = [] { return EPERM; };
+  mup_plat_event_init();
+  EXPECT_EQ(evt_flag, 1u);
+  EXPECT_EQ(glb_evt.max_event_num, 20);
+  EXPECT_EQ(console_.take(), kReady);
+  EXPECT_EQ(threads_.size(), 2u) << "no second try";
+}
+
+TEST_F(EventStartContract, GoesOnWithoutTheRegistry) {
+  {
+    const FailingMalloc failing(1);
+    mup_plat_event_init();
+    EXPECT_EQ(failing.seen(), 1);
+  }
+  EXPECT_EQ(evt_flag, 1u);
+  EXPECT_EQ(bytes_of(glb_evt), std::string(sizeof glb_evt, '\0'));
+  EXPECT_EQ(console_.take(), kReady);
+  EXPECT_EQ(threads_.size(), 1u);
+  mup_plat_event_init();
+  EXPECT_EQ(glb_evt.inited, 0u) << "nor does a second call make one";
+  EXPECT_EQ(console_.take(), "");
+}
+
+TEST_F(EventStartContract, DoesNothingTheSecondTime) {
+  mup_plat_event_init();
+  console_.take();
+  rec(3).count = 9;
+  const std::string before = state_bytes();
+  mup_plat_event_init();
+  mup_plat_event_init();
+  EXPECT_EQ(state_bytes(), before);
+  EXPECT_EQ(threads_.size(), 2u);
+  EXPECT_EQ(mu_timer_count(), 1u);
+  EXPECT_EQ(evt_flag, 1u);
+  EXPECT_EQ(console_.take(), "");
+}
+
+TEST_F(EventStartContract, DoesNothingWhenTheFlagIsSet) {
+  evt_flag = 1;
+  mup_plat_event_init();
+  EXPECT_EQ(threads_.size(), 0u);
+  EXPECT_EQ(bytes_of(glb_evt), std::string(sizeof glb_evt, '\0'));
+  EXPECT_EQ(console_.take(), "");
+}
+
+TEST_F(EventStartContract, LooksAtTheFlagNotAtTheRegistry) {
+  EXPECT_EQ(mu_event_init(3, hook, nullptr), 0);
+  keep(glb_evt.events);
+  for (int i = 0; i < 3; i++) keep(rec(i).cb_list);
+  keep(glb_evt.lock);
+  mup_plat_event_init();
+  EXPECT_EQ(glb_evt.max_event_num, 20);
+  EXPECT_EQ(console_.take(), kReady);
+}
+
+// The road of an event, from the start to a subscriber.
+TEST_F(EventStartContract, LeadsADatagramToASubscriber) {
+  const Sandbox sandbox;
+  Channel channel;
+  mup_plat_event_init();
+  mu_event_register(0, 4, subscriber<1>);
+  console_.take();
+  channel.start();
+  channel.feed({arrives(datagram(6, 4, 2, "ab"))});
+  EXPECT_EQ(take_journal(), Journal{subscriber_line(1, 6, 4, static_cast<char *>(channel.buffer()) + 24, 2)});
+}
