@@ -142,7 +142,10 @@ class Channel {
       std::unique_lock lock(mutex);
       buffer = data;
       received.push_back({from_sock, size, flags, from != nullptr, from_size == nullptr ? 99 : *from_size});
-      if (from_size != nullptr) *from_size = 12;
+      if (from != nullptr && from_size != nullptr) {
+        memset(from, 0, std::min<size_t>(*from_size, kAddressSize));
+        *from_size = kAddressSize;
+      }
       if (round.fails) {
         errno = ENOBUFS;
         return -1;
@@ -151,6 +154,8 @@ class Channel {
       memcpy(data, round.bytes.data(), got);
       return static_cast<ssize_t>(got);
     }
+
+    static constexpr socklen_t kAddressSize = 12;  // of netlink
 
     // The set is a row of longs, with the lowest file in the lowest bit of the first.
     static constexpr int kBits = 8 * sizeof(long);

@@ -1,13 +1,15 @@
 // The start of the channel: the thread with its attributes, then the registry.
 
 #include <gtest/gtest.h>
-#include <limits.h>
 #include <pthread.h>
 #include <sched.h>
+#include <semaphore.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <functional>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 #include "event/contract_channel.h"
@@ -21,6 +23,8 @@ using namespace event_contract;
 using namespace tarn_test;
 
 namespace {
+
+static_assert(std::is_same_v<decltype(evt_flag), uint32_t> && std::is_same_v<decltype(evt_dest), int32_t>);
 
 const std::string kReady = "mu-event: init OK (max_event_num 20)\n";
 
@@ -208,4 +212,34 @@ TEST_F(EventStartContract, LeadsADatagramToASubscriber) {
   channel.start();
   channel.feed({arrives(datagram(6, 4, 2, "ab"))});
   EXPECT_EQ(take_journal(), Journal{subscriber_line(1, 6, 4, static_cast<char *>(channel.buffer()) + 24, 2)});
+}
+
+// What the kernel made of the attributes. The thread ends where it would open its socket.
+TEST(EventThreadContract, RunsAtRealTimePriority) {
+  static sem_t started;
+  static int policy = -1;
+  static sched_param param;
+  sem_init(&started, 0, 0);
+  int created = -1;
+  int threads = 0;
+  const Replace pthread_create(libc::pthread_create, [&](pthread_t *thread, const pthread_attr_t *attributes,
+                                                         void *(*entry)(void *), void *arg) {
+    *thread = pthread_self();
+    if (threads++ != 0) return 0;  // the timer thread
+    created = libc::pthread_create.real(thread, attributes, entry, arg);
+    if (created == 0) pthread_detach(*thread);
+    return created;
+  });
+  const Replace socket(libc::socket, [](int, int, int) {
+    pthread_getschedparam(pthread_self(), &policy, &param);
+    sem_post(&started);
+    errno = EPROTONOSUPPORT;
+    return -1;
+  });
+  mup_plat_event_init();
+  if (created == EPERM) GTEST_SKIP() << "needs the right to real-time scheduling";
+  ASSERT_EQ(created, 0);
+  sem_wait(&started);
+  EXPECT_EQ(policy, SCHED_RR);
+  EXPECT_EQ(param.sched_priority, 80);
 }

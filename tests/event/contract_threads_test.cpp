@@ -327,6 +327,32 @@ TEST(EventThreadsContract, SendWhileTheKernelSends) {
   EXPECT_EQ(g_overlaps, 0u);
 }
 
+// The device is opened by each call for itself.
+TEST(EventThreadsContract, UseADescriptorOfTheirOwnForEveryCommand) {
+  constexpr int kCalls = kSenders * kRounds;
+  static std::atomic<int> opened;
+  static std::array<std::atomic<int>, kCalls + 1> used;
+  static std::array<std::atomic<int>, kCalls + 1> closed;
+  const Replace open(libc::open, [](const char *, int, mode_t) { return ++opened; });
+  const Replace ioctl(libc::ioctl, [](int file, unsigned long, void *) {
+    used.at(static_cast<size_t>(file))++;
+    return file;
+  });
+  const Replace close(libc::close, [](int file) {
+    closed.at(static_cast<size_t>(file))++;
+    return 0;
+  });
+  run_together(Jobs(kSenders, [] {
+    for (uint32_t i = 0; i < kRounds; i++) {
+      mu_pal_hdr_t argument = {};
+      const int file = mu_pal_ioctl(1, &argument);
+      EXPECT_EQ(used.at(static_cast<size_t>(file)), 1);
+      EXPECT_EQ(closed.at(static_cast<size_t>(file)), 1);
+    }
+  }));
+  EXPECT_EQ(opened, kCalls);
+}
+
 // Each waits for the lock while another thread holds it. The loop gives a call that does not wait every chance to end.
 TEST(EventLockContract, IsWaitedForByEveryOperationOfTheTable) {
   const Registry registry(2);
