@@ -21,6 +21,12 @@ namespace {
 
 constexpr int kTypes = 5;
 constexpr int kBefore = 2;  // records before the table, which negative types reach
+// A type's place among all records.
+size_t index_of(int type) {
+  const int index = type + kBefore;
+  return static_cast<size_t>(index);
+}
+
 constexpr unsigned kCallbacks = 4;
 constexpr mu_event_cb_t kCallback[kCallbacks] = {subscriber<0>, subscriber<1>, subscriber<2>, subscriber<3>};
 
@@ -156,7 +162,7 @@ class Model {
  private:
   using Words = std::array<uint32_t, 8>;
 
-  Record &at(int type) { return records.at(static_cast<size_t>(type + kBefore)); }
+  Record &at(int type) { return records.at(index_of(type)); }
   static bool in_signed_range(int type) { return type < kTypes; }
   static bool in_unsigned_range(int type) { return type >= 0 && type < kTypes; }
 
@@ -407,7 +413,7 @@ class Service {
   std::string take_output() { return console_.take(); }
 
  private:
-  mu_list_t *&list(int type) { return lists_.at(static_cast<size_t>(type + kBefore)); }
+  mu_list_t *&list(int type) { return lists_.at(index_of(type)); }
 
   static int do_register(const Step &step, mu_event_cb_t callback) {
     if (!step.no_memory) return mu_event_register(step.device, static_cast<uint32_t>(step.type), callback);
@@ -463,7 +469,7 @@ class EventModelContract : public testing::TestWithParam<Profile> {
     ASSERT_EQ(take_journal(), std::exchange(model_.journal, {}));
     ASSERT_EQ(service_.take_output(), std::exchange(model_.printed, {}));
     for (int type = -kBefore; type < kTypes; type++) {
-      Record expected = model_.records.at(static_cast<size_t>(type + kBefore));
+      Record expected = model_.records.at(index_of(type));
       expected.lost.clear();
       ASSERT_EQ(Service::record(type), expected) << "type " << type;
     }
