@@ -60,6 +60,7 @@ TEST(RbContract, IsFifteenZerosAnd0x87) { EXPECT_EQ(hex(const_Rb, sizeof const_R
 TEST(RbContract, CanBeWritten) {
   for (uint8_t &byte : const_Rb) byte = static_cast<uint8_t>(byte ^ 0xFF);
   EXPECT_EQ(hex(const_Rb, sizeof const_Rb), "ffffffffffffffffffffffffffffff78");
+  std::copy(kRb.begin(), kRb.end(), const_Rb);
 }
 
 // ---- XOR ------------------------------------------------------------------------------------------------------------
@@ -125,7 +126,7 @@ TEST(XorContract, TakesBuffersOfAnyAlignment) {
   Random random(63);
   const Bytes a = random(kBlock);
   const Bytes b = random(kBlock);
-  for (size_t at = 0; at < 16 * 16; at++) {
+  for (size_t at = 0; at < kBlock * kBlock; at++) {
     alignas(16) uint8_t left[2 * kBlock];
     alignas(16) uint8_t right[2 * kBlock];
     alignas(16) uint8_t out[3 * kBlock];
@@ -180,7 +181,7 @@ TEST(ShiftContract, TouchesNothingButItsBuffers) {
 
 TEST(ShiftContract, TakesBuffersOfAnyAlignment) {
   const Bytes block = Random(67)(kBlock);
-  for (size_t at = 0; at < 16 * 16; at++) {
+  for (size_t at = 0; at < kBlock * kBlock; at++) {
     alignas(16) uint8_t in[2 * kBlock];
     alignas(16) uint8_t out[3 * kBlock];
     const size_t out_at = at / 16 + 1;
@@ -253,7 +254,7 @@ TEST(PaddingContract, WorksInPlace) {
 
 TEST(PaddingContract, TakesBuffersOfAnyAlignment) {
   const Bytes last = Random(73)(kBlock);
-  for (size_t at = 0; at < 16 * 16; at++) {
+  for (size_t at = 0; at < kBlock * kBlock; at++) {
     alignas(16) uint8_t in[2 * kBlock];
     alignas(16) uint8_t out[3 * kBlock];
     const size_t out_at = at / 16 + 1;
