@@ -139,12 +139,15 @@ wait_for "the kernel's message at the collector" has_collected '^port 3 is up$'
 say "   and at the collector:"
 show $collected '^port 3 is up'
 
-step "6. SIGTERM ends it in order. It prints its timers and its log."
+step "6. SIGTERM ends it in order. It prints its timers, events and log."
 stop TERM
 wait_for "the end" has_output 'ends, SIGTERM'
 has_output '^[0-9]+ +[0-9]+ +[0-9]+ +[0-9]+ +Circle' || fail "no circular timer in the table"
 has_output '^[0-9]+ +[0-9]+ +[0-9]+ +[0-9]+ +OneShot' || fail "no one-shot timer in the table"
-show "$output" '^No\. Id\.|Circle|OneShot' 6
+show "$output" '^No\. Id\.|Circle|OneShot' 7
+has_output '^1 +1 +Disable' || fail "no link event in the table"
+say "   Types of events: 1 link up, 2 link down, 3 traffic, whose storms are suppressed."
+show "$output" '^Type |^[123] +[0-9]+ +(Dis|En)able' 4
 has_output '^\[[0-9/:-]+\]-\[Notice [0-9]+\]main: ' || fail "no log at the end"
 show "$output" '^\[[0-9/:-]+\]-\[' 3
 has_output '^\[[0-9/:-]+\]-\[Notice\]switch: port 3 is up' || fail "the kernel's message is not in the log"

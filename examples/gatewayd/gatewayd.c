@@ -1,9 +1,9 @@
 // gatewayd: a small gateway daemon on tarn, written to be copied from.
 //
-// Three threads run here: the main one, the library's timer thread, on which callbacks run one after another, and the
-// kernel bridge, which only logs. The configuration is the main thread's alone: it fills `settings` before the first
-// timer of its own, and nothing changes them later. `uplink` is the callbacks' alone. The timers' ids are shared, under
-// `ids_lock`.
+// Four threads run here: the main one, the library's timer thread, on which callbacks run one after another, the kernel
+// bridge, which only logs, and the event thread, which calls the subscribers. The configuration is the main thread's
+// alone: it fills `settings` before the first timer of its own, and nothing changes them later. `uplink` is the
+// callbacks' alone. The timers' ids are shared, under `ids_lock`.
 #define _DEFAULT_SOURCE
 
 #include <arpa/inet.h>
@@ -22,6 +22,7 @@
 #include <unistd.h>
 
 #include "gatewayd.h"
+#include "tarn/event.h"
 #include "tarn/platform.h"
 #include "tarn/timer.h"
 
@@ -31,7 +32,7 @@ static const char usage[] =
     "  --run-for SECONDS     end by itself after this time (1 to 1000000)\n"
     "  --set-collector IP    store the log collector's IPv4 address; 0.0.0.0 for none\n"
     "  --help                show this and end\n"
-    "SIGINT and SIGTERM end it; it then prints its timers and its log. Exit codes: 0 ended in order,\n"
+    "SIGINT and SIGTERM end it; it then prints its timers, events and log. Exit codes: 0 ended in order,\n"
     "1 internal failure, 2 bad option, 3 bad path, 4 image not readable, 5 image too large.\n";
 
 struct options {
@@ -134,6 +135,40 @@ static void start_kernel_bridge(void) {
   (void)sem_destroy(&started);
 }
 
+// Event types. The platform's driver sends them for its ports, and check_uplink for the uplink, as device 0.
+enum { EVENT_LINK_UP = 1, EVENT_LINK_DOWN, EVENT_TRAFFIC };
+
+// Subscribers run on the thread that sends, under the registry's lock: short work, and no call of the registry.
+static int on_link(uint16_t device, uint32_t type, void *data, uint32_t length, uint64_t reserved) {
+  (void)data, (void)length, (void)reserved;  // a kernel event's length is what it claims: not to be read by
+  LOG(LOG_UPLINK, MUP_LOG_NOTICE, "device %u: link %s", device, type == EVENT_LINK_UP ? "up" : "down");
+  return 0;
+}
+
+static int on_traffic(uint16_t device, uint32_t type, void *data, uint32_t length, uint64_t reserved) {
+  (void)type, (void)data, (void)length, (void)reserved;
+  LOG(LOG_UPLINK, MUP_LOG_INFO, "device %u: traffic", device);
+  return 0;
+}
+
+// With the platform's driver events come from the kernel, too, and the driver suppresses storms. Without it the
+// registry of this process does.
+static void start_events(void) {
+  if (access(MU_PAL_DEVICE, F_OK) == 0) {
+    mup_plat_event_init();
+  } else {
+    LOG(LOG_MAIN, MUP_LOG_NOTICE, "no platform driver: events of this process alone");
+    (void)mu_event_init(MUP_EVENT_NUM, NULL, NULL);
+  }
+  const bool all_known = mu_event_register(0, EVENT_LINK_UP, on_link) == 0 &&
+                         mu_event_register(0, EVENT_LINK_DOWN, on_link) == 0 &&
+                         mu_event_register(0, EVENT_TRAFFIC, on_traffic) == 0;
+  if (!all_known) errx(ENDS_INTERNAL, "the events do not start");
+  // Traffic storms: three in a window are enough. 100 ms are 10 polls of 500 ms, so a window takes 5 s.
+  const mu_event_cfg_t storm = {.suprs_en = 1, .threshold = 3, .period = 100};
+  (void)mu_event_set(0, EVENT_TRAFFIC, &storm);
+}
+
 // The timers. Callbacks share one thread with a small stack: short work, small buffers. A first call may come early:
 // the first scan of the service runs every timer that was added before it at once. So a callback must make sense at any
 // time.
@@ -156,6 +191,7 @@ static struct {
   uint64_t bytes;       // received; at first more than there can be
   uint64_t changed_at;  // in ticks
   uint32_t checks, changes;
+  bool is_up;  // at the last check
 } uplink = {.bytes = UINT64_MAX};
 
 // Finds a row such as "    lo: 3319 30 0 ...", in which the bytes received come first.
@@ -174,11 +210,19 @@ static bool read_bytes(uint64_t *bytes) {
   return found;
 }
 
+static void report_link(bool is_up) {
+  if (uplink.checks > 1 && uplink.is_up == is_up) return;
+  uplink.is_up = is_up;
+  (void)mu_event_send(0, is_up ? EVENT_LINK_UP : EVENT_LINK_DOWN, NULL, 0);
+}
+
 static void check_uplink(void *unused) {  // circular
   (void)unused;
   uint64_t bytes;
   uplink.checks++;
-  if (!read_bytes(&bytes)) {
+  const bool is_up = read_bytes(&bytes);
+  report_link(is_up);
+  if (!is_up) {
     LOG(LOG_UPLINK, MUP_LOG_ERROR, "%s: no counters", settings.uplink);
     return;
   }
@@ -188,6 +232,7 @@ static void check_uplink(void *unused) {  // circular
     LOG(LOG_UPLINK, MUP_LOG_DEBUG, "%s: nothing new", settings.uplink);
   } else {
     LOG(LOG_UPLINK, MUP_LOG_NOTICE, "%s: %" PRIu64 " bytes received", settings.uplink, bytes - uplink.bytes);
+    (void)mu_event_send(0, EVENT_TRAFFIC, NULL, 0);  // -1 for one that is suppressed
     uplink.changes++;
     uplink.changed_at = mu_current_tick();
     arm(&silence_id, SILENCE_MS);
@@ -270,11 +315,13 @@ int main(int argc, char **argv) {
   use_collector();
   describe_device();
   start_kernel_bridge();
+  start_events();
   start_timers();
   LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: started, boot count %u", settings.host_name, settings.boot_count);
 
   LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: ends, %s", settings.host_name, wait_for_end(&ends, options.run_for_s));
   mu_timer_show();
+  mu_event_dump();  // with the driver, on the kernel's console
   (void)mup_log_show(0, 0);
   (void)mup_log_usr_savefile();  // the save timer would come up to three seconds later
   // The other threads end with the process; what they use is static.

@@ -536,14 +536,14 @@ class Ending(GatewaydTest):
   def test_prints_its_timers(self):
     output = self.run_until(r'\[traffic-Info: \d+\]: lo: \d+ checks')  # the first scan is over
     rows = re.findall(r'\n(\d+) +(\d+) +\d+ +(\d+) +(Circle|OneShot) ', output)
-    # The one-shots of the first look and the first report, 6 and 7, may still be on their way out.
-    rows = [row for row in rows if int(row[1]) <= 5]
-    # In the order of their adds, intervals in ticks of 10 ms; what the one-shots are armed for changes.
+    # The one-shots of the first look and the first report, 7 and 8, may still be on their way out.
+    rows = [row for row in rows if int(row[1]) <= 6]
+    # In the order of their adds; what the one-shots are armed for changes.
     self.assertEqual([(row, timer_id, kind) for row, timer_id, _, kind in rows],
-                     [('0', '1', 'Circle'), ('1', '2', 'Circle'), ('2', '3', 'Circle'), ('3', '4', 'OneShot'),
-                      ('4', '5', 'OneShot')])
-    # The first is the log's, which saves its files.
-    self.assertEqual([interval for _, _, interval, kind in rows if kind == 'Circle'], ['300', '100', '300'])
+                     [('0', '1', 'Circle'), ('1', '2', 'Circle'), ('2', '3', 'Circle'), ('3', '4', 'Circle'),
+                      ('4', '5', 'OneShot'), ('5', '6', 'OneShot')])
+    # In ticks of 10 ms. The first saves the log's files, the second polls the events.
+    self.assertEqual([interval for _, _, interval, kind in rows if kind == 'Circle'], ['300', '50', '100', '300'])
     self.assertRegex(output, r'\nExpired timer Number: \d+')
     self.assertNotRegex(output, r'\n\[[0-9/:-]+\]-\[Info \d+\]traffic: ', 'statistics have a ring of their own')
 
@@ -560,7 +560,7 @@ class Log(GatewaydTest):
   def test_is_kept_over_a_restart(self):
     self.run_once()
     saved = self.read_below_root('overlay/mu_log.txt')
-    self.assertRegex(saved, r'^SysLog:\n[^\n]+first start\n[^\n]+\[Notice\]main:gateway: started, boot count 1\n')
+    self.assertRegex(saved, r'^SysLog:\n[^\n]+first start\n(?s:.*)\[Notice\]main:gateway: started, boot count 1\n')
     self.assertRegex(saved, r'\n[^\n]+\[Notice\]main:gateway: ends, SIGTERM\n$')
     shown = self.run_once()
     # Read from the file: without line numbers, and before what this run has logged.
@@ -594,6 +594,54 @@ class Log(GatewaydTest):
   def test_leaves_the_kernel_to_its_own_daemon(self):
     self.write_below_root('overlay/klogd', '')
     self.assertIn('Klogd enable!!\n', self.run_once())
+
+
+class Events(GatewaydTest):
+
+  ROW = r'\n%d +(\d+) +(\w+) +(\S+) +(\S+) +(\S+) +(\S+)\n'
+
+  def test_link_events_reach_their_subscriber_and_the_table(self):
+    output = self.run_until(' checks,')
+    self.assertIn('no platform driver: events of this process alone', output)
+    self.assertRegex(output, r'\[uplink-Notice: \d+\]: device 0: link up')
+    self.assertRegex(output, self.ROW % 1)
+    self.assertEqual(re.search(self.ROW % 1, output).groups(), ('1', 'Disable', '-', '-', '-', '-'))
+    self.assertEqual(re.search(self.ROW % 2, output).group(1), '0')
+    self.assertEqual(re.search(self.ROW % 3, output).groups()[1:3] + re.search(self.ROW % 3, output).groups()[4:],
+                     ('Enable', 'No', '3', '100'))
+
+  def test_a_missing_uplink_is_a_link_that_is_down(self):
+    self.write_fields({image.UPLINK: image.text(b'nosuch0'), image.UPLINK_CHECK_MS: image.number_of(100),
+                       image.STATISTICS_S: image.number_of(1)})
+    daemon = self.start()
+    daemon.wait_for(r'\[uplink-Notice: \d+\]: device 0: link down')
+    daemon.wait_for(r': [2-9]\d* checks')
+    daemon.end()
+    self.assertEqual(re.search(self.ROW % 2, daemon.output).group(1), '1', 'told once, not at each check')
+
+  def test_a_storm_of_traffic_is_suppressed(self):
+    self.write_fields({image.UPLINK_CHECK_MS: image.number_of(100), image.STATISTICS_S: image.number_of(1)})
+    daemon = self.start()
+    daemon.wait_for(' lo: [1-9][0-9]* checks')
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+      receiver.bind(('127.0.0.1', 0))
+      for _ in range(12):  # each seen by a check of its own; windows take 10 polls, which are fewer than checks
+        receiver.sendto(b'x', receiver.getsockname())
+        daemon.wait_for('bytes received')
+    daemon.end()
+    count, enabled, _, dropped, threshold, period = re.search(self.ROW % 3, daemon.output).groups()
+    self.assertEqual((enabled, threshold, period), ('Enable', '3', '100'))
+    self.assertGreater(int(dropped), 0)
+    reports = len(re.findall(r'\]: lo: \d+ bytes received', daemon.output))
+    self.assertIn(int(count) + int(dropped), (reports - 1, reports), 'the last one may have come between the two')
+
+  def test_with_the_device_the_platform_is_asked(self):
+    # An ordinary file stands for the device: it opens, and refuses every command.
+    self.write_below_root('dev/mu_pal_ioctl', '')
+    output = self.run_once()
+    self.assertIn('mu-event: init OK (max_event_num 20)\n', output)
+    self.assertIn("Can not run command '1', ret=-1.\n", output)
+    self.assertNotIn('Suprs-en', output, 'the table is the driver\'s to show')
 
 
 class Timers(GatewaydTest):
