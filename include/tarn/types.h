@@ -12,8 +12,8 @@
 #include <stdint.h>
 
 /** The version of the library. The build system and the package files read it from here. */
-#define TARN_VERSION_MAJOR 0
-#define TARN_VERSION_MINOR 1
+#define TARN_VERSION_MAJOR 1
+#define TARN_VERSION_MINOR 0
 #define TARN_VERSION_PATCH 0
 
 /** Marks what libtarn exports; everything else is hidden. */
