@@ -214,7 +214,8 @@ TEST_P(CmacSubkeys, AreReducedAsTheTopBitsSay) {
     const Bytes key = random.bytes(16);
     const Bytes l = reference_l(key);
     const Bytes k1 = reference::doubled(l, reference::standard_rb());
-    seen[static_cast<size_t>((l[0] >> 7) * 2 + (k1[0] >> 7))]++;
+    const size_t top_bits = (l[0] >> 7) * size_t{2} + (k1[0] >> 7);
+    seen[top_bits]++;
     const Subkeys subkeys = subkeys_of(key);
     ASSERT_EQ(subkeys.k1, k1);
     ASSERT_EQ(subkeys.k2, reference::doubled(k1, reference::standard_rb()));
