@@ -19,6 +19,7 @@ import threading
 import unittest
 
 sys.dont_write_bytecode = True
+sys.path.insert(1, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'support'))
 import image  # pylint: disable=wrong-import-position
 
 OK, BAD_OPTION, BAD_PATH, UNREADABLE, TOO_LARGE = 0, 2, 3, 4, 5

@@ -37,12 +37,12 @@ def record(key, value):
   return struct.pack('>HH', key, len(value)) + value
 
 
-def image(records, length=None, crc=None):
+def image(records, length=None, crc=None, active=0, flag=0, version=0):
   """An image of `records`, bytes. A given `length` or `crc` stands in the header instead of the right one."""
   length = len(records) if length is None else length
   if crc is None:
-    crc = checksum(struct.pack('>IHBBII', MAGIC, 0, 0, 0, length, 0) + records)
-  return struct.pack('>IHBBII', MAGIC, crc, 0, 0, length, 0) + records
+    crc = checksum(struct.pack('>IHBBII', MAGIC, 0, active, flag, length, version) + records)
+  return struct.pack('>IHBBII', MAGIC, crc, active, flag, length, version) + records
 
 
 def parse(data):
