@@ -115,10 +115,10 @@ def public_fault(header_name, header, quoted):
 
 
 def outsider_fault(folder, header, quoted):
-    """sim/ stands beside the library, examples/ before it: neither looks inside."""
+    """sim/ stands beside the library, examples/ and tools/ before it: none looks inside."""
     if not quoted or header.startswith(folder + "/") or "/" not in header:
         return None
-    if folder == "examples" and header.startswith("tarn/"):
+    if folder in ("examples", "tools") and header.startswith("tarn/"):
         return None
     return "not for " + folder
 
@@ -146,7 +146,7 @@ def faults(root):
             fault = public_fault(file.name, header, quoted)
             if fault:
                 yield f"{file.relative_to(root)}:{line}: {header}: {fault}"
-    for folder in ("sim", "examples"):
+    for folder in ("sim", "examples", "tools"):
         for file in sources(root / folder):
             for line, header, quoted in includes(file):
                 fault = outsider_fault(folder, header, quoted)

@@ -1,0 +1,19 @@
+// What distinguishes two images.
+#ifndef TARN_CFG_DIFF_H
+#define TARN_CFG_DIFF_H
+
+#include "image.h"
+
+namespace tarn_cfg {
+
+// One that has only `after` was added, one that has only `before` removed.
+struct Difference {
+  std::string what;  // a key, or "active", "flag", "version", "order"
+  std::optional<std::string> before, after;
+};
+
+std::vector<Difference> differences(const Survey &a, const Survey &b);
+
+}  // namespace tarn_cfg
+
+#endif

@@ -1,0 +1,60 @@
+// Files that a loss of power leaves as they were, or as they are to be.
+#ifndef TARN_CFG_FILE_H
+#define TARN_CFG_FILE_H
+
+#include <sys/stat.h>
+
+#include "image.h"
+
+namespace tarn_cfg {
+
+constexpr uint32_t kMaxFileSize = uint32_t{64} << 20;
+
+// A whole regular file. Ends the program where it cannot be read, is larger than kMaxFileSize, or is no regular file.
+Bytes read_file(const std::string &path);
+
+// Standard input up to its end for "-", else a file.
+Bytes read_input(const std::string &path);
+
+// The place of a file, with a lock on its folder: no other tarn-cfg changes a file there as long as this object lives.
+// Symbolic links are followed, so that the file that is meant is the one that is replaced.
+class Place {
+ public:
+  // Ends the program where the folder cannot be opened.
+  explicit Place(std::string path);
+  ~Place();
+  Place(const Place &) = delete;
+  Place &operator=(const Place &) = delete;
+
+  [[nodiscard]] const std::string &path() const { return path_; }
+  [[nodiscard]] bool exists() const;
+
+  // Both end the program where they fail, and the file is then as it was.
+  // Puts `bytes` in the place of the file that is there; mode and owner stay.
+  void replace(View bytes) const;
+  // Makes a file that its owner alone can read. False: one with this name is there, and stays.
+  [[nodiscard]] bool make(View bytes) const;
+  // Puts `bytes` into a new file beside it, with `suffix` at its name or a number behind that, and with its mode and
+  // owner. Returns the new path.
+  [[nodiscard]] std::string keep(View bytes, const std::string &suffix) const;
+
+ private:
+  // What a new file takes from one that is there.
+  using Like = const struct stat *;
+
+  void write_temporary(View bytes, Like like) const;
+  [[nodiscard]] struct stat status() const;
+  [[nodiscard]] bool make_as(View bytes, const std::string &name, Like like) const;
+  void sync_folder() const;
+  [[noreturn]] void give_up(const char *what) const;
+
+  std::string path_;  // as the user gave it, for messages
+  std::string folder_path_;
+  std::string name_;       // in the folder
+  std::string temporary_;  // in the folder, the bytes while they are written
+  int folder_;
+};
+
+}  // namespace tarn_cfg
+
+#endif

@@ -1,0 +1,80 @@
+// What a file with a configuration image holds: header, records, what stands behind them, and what is wrong.
+#ifndef TARN_CFG_IMAGE_H
+#define TARN_CFG_IMAGE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <span>
+#include <string>
+#include <vector>
+
+#include "tarn/startup_cfg.h"
+
+namespace tarn_cfg {
+
+using Bytes = std::vector<uint8_t>;
+using View = std::span<const uint8_t>;
+
+constexpr size_t kHeaderSize = sizeof(tlv_hdr);
+constexpr size_t kHeadSize = sizeof(tlv_field);
+constexpr uint32_t kMaxValueSize = 0xFFFF;
+
+// Big-endian numbers at any address.
+constexpr uint16_t get16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
+constexpr uint32_t get32(const uint8_t *p) { return uint32_t{get16(p)} << 16 | get16(p + 2); }
+void put16(uint8_t *p, uint16_t value);
+void put32(uint8_t *p, uint32_t value);
+
+// A whole record. The value stands in the bytes that were surveyed.
+struct Record {
+  size_t offset;  // of the record's head in the file
+  uint16_t key;
+  View value;
+};
+
+// Something worth telling, and where in the file it stands.
+struct Finding {
+  size_t offset;
+  std::string text;
+};
+
+// The bytes behind an image. Those that are all alike are padding, into which the image may grow.
+struct Behind {
+  size_t size;
+  std::optional<uint8_t> fill;
+};
+
+// What a file holds, as far as it goes.
+struct Survey {
+  bool has_header = false;                 // nothing but `faults` is set without one
+  tlv_hdr header = {};                     //
+  uint64_t image_size = 0;                 // as the header states it
+  std::optional<uint16_t> right_checksum;  // none where the file ends before the image
+  std::vector<Record> records;             // the whole ones
+  size_t records_end = 0;                  // where the last whole one ends
+  Behind behind = {0, {}};
+  std::vector<Finding> faults;  // what keeps the image from being loaded, by offset within each kind
+  std::vector<Finding> notes;   // what does not, and is still worth knowing
+
+  [[nodiscard]] uint16_t stored_checksum() const { return get16(header.crc); }
+  [[nodiscard]] bool is_sealed() const { return right_checksum == stored_checksum(); }
+  // The first record with this key, which is the one that the library finds; null without one.
+  [[nodiscard]] const Record *find(uint16_t key) const;
+};
+
+// The survey refers to `file`, which has to stay.
+Survey survey(View file);
+
+// Ends the program where `found` has a fault. `path` is for the message.
+void require_sound(const std::string &path, const Survey &found);
+
+// What stands from `size` on.
+Behind behind(View file, size_t size);
+
+// "0x0102".
+std::string key_name(uint16_t key);
+
+}  // namespace tarn_cfg
+
+#endif

@@ -1,0 +1,86 @@
+// Images that the library opens, and images that are built anew.
+//
+// The library changes fields and appends them. It takes none away, and a change of a buffer field's length in place
+// breaks the image: for these the records are put together here, and the library seals them.
+
+#include "store.h"
+
+#include <err.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "commands.h"
+#include "file.h"
+#include "tarn/platform.h"
+#include "value.h"
+
+namespace tarn_cfg {
+
+Store::Store(View image, size_t room)
+    : buffer_(room + kHeaderSize), instance_(tlv_inst_init(buffer_.data(), static_cast<uint32_t>(room), nullptr)) {
+  std::copy(image.begin(), image.end(), buffer_.begin());
+  // Nothing that a file may hold: images are surveyed before they come here.
+  if (instance_ == nullptr || tlv_load(instance_) != 0) errx(kWrong, "internal: the image does not load");
+}
+
+Store::~Store() {
+  if (instance_ != nullptr) mu_free(instance_->field_tbl);
+  mu_free(instance_);
+}
+
+Bytes Store::image() const {
+  const size_t size = kHeaderSize + get32(buffer_.data() + offsetof(tlv_hdr, cfg_len));
+  return {buffer_.begin(), buffer_.begin() + static_cast<ptrdiff_t>(size)};
+}
+
+void require_room(const std::string &path, size_t size, size_t room) {
+  if (size <= room) return;
+  errx(kWrong, "%s: at 0x%zx: no room: the image would take %zu bytes, there are %zu", path.c_str(), room, size, room);
+}
+
+size_t room_of(const std::string &max_size) {
+  return max_size.empty() ? SIZE_MAX : parse_number("--max-size", max_size, UINT32_MAX);
+}
+
+Bytes put_in_file(const std::string &path, View file, size_t old_size, View image, size_t room) {
+  const Behind old = behind(file, old_size);
+  room = std::min<size_t>(room, kMaxFileSize);
+  if (old.size != 0) room = std::min(room, old.fill ? file.size() : old_size);
+  require_room(path, image.size(), room);
+  if (old.size == 0) return {image.begin(), image.end()};
+  Bytes bytes(file.begin(), file.end());
+  std::fill_n(bytes.begin(), old_size, old.fill.value_or(0));
+  std::copy(image.begin(), image.end(), bytes.begin());
+  return bytes;
+}
+
+Builder::Builder(const tlv_hdr &header) : image_(kHeaderSize) {
+  memcpy(image_.data(), &header, kHeaderSize);
+  put32(image_.data() + offsetof(tlv_hdr, magic), TLV_MAGIC);
+  put16(image_.data() + offsetof(tlv_hdr, crc), 0);
+}
+
+void Builder::add(uint16_t key, View value) {
+  uint8_t head[kHeadSize];
+  put16(head + offsetof(tlv_field, type), key);
+  put16(head + offsetof(tlv_field, max_len), static_cast<uint16_t>(value.size()));
+  add_bytes(head);
+  add_bytes(value);
+}
+
+void Builder::add_bytes(View records) { image_.insert(image_.end(), records.begin(), records.end()); }
+
+Bytes Builder::unsealed() const {
+  Bytes image = image_;
+  put32(image.data() + offsetof(tlv_hdr, cfg_len), static_cast<uint32_t>(image.size() - kHeaderSize));
+  (void)Store(image, image.size());  // it loads
+  return image;
+}
+
+Bytes Builder::sealed() const {
+  const Bytes image = unsealed();
+  return Store(image, image.size()).image();
+}
+
+}  // namespace tarn_cfg
