@@ -1,0 +1,80 @@
+// Preloaded into a program that writes a file: counts its calls for files, writes one byte a call, and stumbles at the
+// call that TARN_STUMBLE_AT numbers. TARN_STUMBLE names how: "kill" ends the program before the call, "fail" lets the
+// call fail with EIO. Without these, TARN_STUMBLE_LOG takes the calls' names, a line each.
+#define _GNU_SOURCE
+
+#include <dlfcn.h>
+#include <errno.h>
+#include <fcntl.h>
+#include <signal.h>
+#include <stdarg.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+static int calls;
+
+static void note(const char *name) {
+  const char *path = getenv("TARN_STUMBLE_LOG");
+  if (path == NULL) return;
+  const long file = syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_CREAT | O_APPEND, 0600);
+  if (file < 0) abort();
+  char line[32];
+  const int length = snprintf(line, sizeof line, "%s\n", name);
+  if (syscall(SYS_write, file, line, (size_t)length) != length || syscall(SYS_close, file) != 0) abort();
+}
+
+// Whether the call is to fail.
+static int stumbles(const char *name) {
+  note(name);
+  const char *at = getenv("TARN_STUMBLE_AT");
+  calls++;
+  if (at == NULL || atoi(at) != calls) return 0;
+  if (strcmp(getenv("TARN_STUMBLE"), "kill") == 0) (void)raise(SIGKILL);
+  errno = EIO;
+  return 1;
+}
+
+static void *next(const char *name) {
+  void *found = dlsym(RTLD_NEXT, name);
+  if (found == NULL) abort();
+  return found;
+}
+
+int openat(int folder, const char *path, int flags, ...) {
+  va_list arguments;
+  va_start(arguments, flags);
+  const mode_t mode = (flags & O_CREAT) != 0 ? va_arg(arguments, mode_t) : 0;
+  va_end(arguments);
+  return stumbles("openat") ? -1 : (int)syscall(SYS_openat, folder, path, flags, mode);
+}
+
+ssize_t write(int file, const void *bytes, size_t size) {
+  if (file <= STDERR_FILENO) return syscall(SYS_write, file, bytes, size);
+  return stumbles("write") ? -1 : syscall(SYS_write, file, bytes, size != 0 ? 1 : size);
+}
+
+int fsync(int file) { return stumbles("fsync") ? -1 : (int)syscall(SYS_fsync, file); }
+
+int fchmod(int file, mode_t mode) { return stumbles("fchmod") ? -1 : (int)syscall(SYS_fchmod, file, mode); }
+
+int fchown(int file, uid_t owner, gid_t group) {
+  return stumbles("fchown") ? -1 : (int)syscall(SYS_fchown, file, owner, group);
+}
+
+int renameat(int from_folder, const char *from, int to_folder, const char *to) {
+  int (*call)(int, const char *, int, const char *) = NULL;
+  *(void **)&call = next("renameat");
+  return stumbles("renameat") ? -1 : call(from_folder, from, to_folder, to);
+}
+
+int renameat2(int from_folder, const char *from, int to_folder, const char *to, unsigned flags) {
+  return stumbles("renameat2") ? -1 : (int)syscall(SYS_renameat2, from_folder, from, to_folder, to, flags);
+}
+
+int unlinkat(int folder, const char *path, int flags) {
+  return stumbles("unlinkat") ? -1 : (int)syscall(SYS_unlinkat, folder, path, flags);
+}
