@@ -1,0 +1,94 @@
+#include "counts.h"
+
+#include <langinfo.h>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <map>
+
+#include "levels.h"
+#include "message.h"
+
+namespace tarn_log {
+
+namespace {
+
+constexpr std::size_t kPlainColumns = 80;  // of a terminal that does not tell
+constexpr std::size_t kBarMin = 8;
+
+std::size_t widest_name(const Counts::List &list) {
+  std::size_t widest = 0;
+  for (const auto &[name, count] : list) widest = std::max(widest, printable(name).size());
+  return widest;
+}
+
+std::size_t most(const Counts::List &list) {
+  std::size_t most = 0;
+  for (const auto &[name, count] : list) most = std::max(most, count);
+  return most;
+}
+
+std::string bar(std::size_t length) {
+  const bool is_utf8 = strcmp(nl_langinfo(CODESET), "UTF-8") == 0;
+  std::string text;
+  for (std::size_t i = 0; i < length; i++) text += is_utf8 ? "\u2588" : "#";
+  return text;
+}
+
+// The longest bar fills the line but for its last column; the shortest has one character.
+std::string table(const char *title, const Counts::List &list, std::size_t name_width, std::size_t columns) {
+  const std::size_t largest = most(list);
+  const std::size_t count_width = std::to_string(largest).size();
+  const std::size_t used = 2 + name_width + 2 + count_width + 2 + 1;
+  const std::size_t bar_width = std::max(columns > used ? columns - used : 0, kBarMin);
+  std::string text = std::string(title) + "\n";
+  for (const auto &[name, count] : list) {
+    const std::string shown = printable(name);
+    const std::string number = std::to_string(count);
+    text += "  " + shown + std::string(name_width - shown.size() + 2 + count_width - number.size(), ' ') + number;
+    if (columns > 0) text += "  " + bar(std::max<std::size_t>(count * bar_width / largest, 1));
+    text += "\n";
+  }
+  return text;
+}
+
+}  // namespace
+
+Counts count(const std::vector<Entry> &entries) {
+  std::array<std::size_t, kLevelCount> levels = {};
+  std::map<std::string, std::size_t> modules;
+  for (const Entry &entry : entries) {
+    levels.at(static_cast<std::size_t>(entry.record().level))++;
+    modules[entry.record().module]++;
+  }
+  Counts counts;
+  counts.total = entries.size();
+  for (int level = 0; level < kLevelCount; level++) {
+    const std::size_t number = levels.at(static_cast<std::size_t>(level));
+    if (number > 0) counts.levels.emplace_back(level_name(level), number);
+  }
+  counts.modules.assign(modules.begin(), modules.end());
+  std::stable_sort(counts.modules.begin(), counts.modules.end(),
+                   [](const auto &one, const auto &other) { return one.second > other.second; });
+  return counts;
+}
+
+std::string counts_table(const Counts &counts, std::size_t columns) {
+  std::string text = std::to_string(counts.total) + (counts.total == 1 ? " record\n" : " records\n");
+  if (counts.total == 0) return text;
+  const std::size_t name_width = std::max(widest_name(counts.levels), widest_name(counts.modules));
+  return text + "\n" + table("By level", counts.levels, name_width, columns) + "\n" +
+         table("By module", counts.modules, name_width, columns);
+}
+
+std::size_t terminal_columns() {
+  if (isatty(STDOUT_FILENO) == 0) return 0;
+  winsize size = {};
+  if (ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kPlainColumns;
+  return size.ws_col;
+}
+
+}  // namespace tarn_log

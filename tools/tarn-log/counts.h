@@ -1,0 +1,32 @@
+// How many records each level and each module has.
+#ifndef TARN_TOOLS_LOG_COUNTS_H
+#define TARN_TOOLS_LOG_COUNTS_H
+
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "entries.h"
+
+namespace tarn_log {
+
+struct Counts {
+  using List = std::vector<std::pair<std::string, std::size_t>>;
+
+  std::size_t total = 0;
+  List levels;   // the most severe first, without those that have none
+  List modules;  // the most frequent first, then by name
+};
+
+Counts count(const std::vector<Entry> &entries);
+
+// Two tables, for a terminal with bars that fill its width. `columns` is the width, or 0 for tables without bars.
+std::string counts_table(const Counts &counts, std::size_t columns);
+
+// The width of the terminal at standard output; 0 when it is none.
+std::size_t terminal_columns();
+
+}  // namespace tarn_log
+
+#endif

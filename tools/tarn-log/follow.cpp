@@ -1,0 +1,124 @@
+// The files are read whole at each look: the daemon writes them whole, at the latest after three seconds, and they are
+// small. Their times would not do to see a change: two writes may have the same.
+
+#include "follow.h"
+
+#include <poll.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
+
+#include "input.h"
+#include "message.h"
+#include "news.h"
+#include "printer.h"
+#include "status.h"
+
+namespace tarn_log {
+
+namespace {
+
+// A file that is followed, and how it last was.
+class Followed {
+ public:
+  explicit Followed(const std::string &path) : path_(path) {}
+
+  // Looks at the file and returns its new records; they last until the next look. Faults in new lines are told.
+  std::vector<Entry> look(const Filter &filter, const Printer &printer) {
+    int error = 0;
+    std::optional<std::string> content = read_settled(path_, &error);
+    if (!content) {
+      tell_once(error);
+      return {};
+    }
+    error_ = 0;
+    if (*content == content_) return {};
+    content_ = std::move(*content);
+    file_ = parse_log(content_, LastLine::kMayGrow);
+    print_description(printer);
+    return entries(news_.take(file_.lines), filter);
+  }
+
+  bool is_faulty() const { return is_faulty_; }
+
+ private:
+  // A file that is not there may come.
+  void tell_once(int error) {
+    if (error == error_ || error == 0) return;
+    error_ = error;
+    tell(shown_name(path_) + ": " + strerror(error) + "; waiting for it");
+  }
+
+  // The head is written in one piece, before any record.
+  void print_description(const Printer &printer) {
+    if (file_.lines.empty() && file_.description.empty()) return;
+    if (file_.head_faults.size() != head_faults_) {
+      for (const Fault &fault : file_.head_faults) tell_fault(path_, fault);
+      head_faults_ = file_.head_faults.size();
+      is_faulty_ = is_faulty_ || head_faults_ > 0;
+    }
+    if (file_.description == description_) return;
+    description_ = file_.description;
+    printer.print(path_, description_);
+  }
+
+  std::vector<Entry> entries(const std::vector<std::size_t> &fresh, const Filter &filter) {
+    std::vector<Entry> entries;
+    for (const std::size_t i : fresh) {
+      const Line &line = file_.lines[i];
+      if (!line.record) {
+        tell_fault(path_, {line.number, line.offset, line.reason});
+        is_faulty_ = true;
+      } else if (filter.passes(*line.record)) {
+        entries.push_back({&path_, &line});
+      }
+    }
+    return entries;
+  }
+
+  std::string path_;
+  std::string content_;
+  LogFile file_;
+  News news_;
+  Description description_;
+  std::size_t head_faults_ = 0;
+  int error_ = 0;
+  bool is_faulty_ = false;
+};
+
+// Waits for the next look. False when standard output is a pipe that nobody reads any more.
+bool wait(int interval_ms) {
+  pollfd output = {STDOUT_FILENO, 0, 0};
+  return poll(&output, 1, interval_ms) <= 0 || (output.revents & (POLLERR | POLLHUP)) == 0;
+}
+
+}  // namespace
+
+int follow(const Options &options) {
+  const Printer printer(options);
+  std::vector<Followed> files;
+  files.reserve(options.paths.size());
+  for (const std::string &path : options.paths) files.emplace_back(path);
+  std::optional<std::size_t> last = options.last;
+  do {
+    std::vector<std::vector<Entry>> news;
+    news.reserve(files.size());
+    for (Followed &file : files) news.push_back(file.look(options.filter, printer));
+    std::vector<Entry> entries = merge(news);
+    keep_last(&entries, last);
+    last.reset();  // what comes later is shown, all of it
+    for (const Entry &entry : entries) printer.print(entry);
+    const int error = flush_output();
+    if (error != 0) {
+      tell(std::string("standard output: ") + strerror(error));
+      return kWrong;
+    }
+  } while (wait(options.interval_ms));
+  for (const Followed &file : files) {
+    if (options.strict && file.is_faulty()) return kFaulty;
+  }
+  return kDone;
+}
+
+}  // namespace tarn_log

@@ -1,0 +1,14 @@
+// --follow: what the daemon adds to its files, as it does.
+#ifndef TARN_TOOLS_LOG_FOLLOW_H
+#define TARN_TOOLS_LOG_FOLLOW_H
+
+#include "options.h"
+
+namespace tarn_log {
+
+// Ends when nobody reads what is printed, with the program's exit status; else the program is interrupted.
+int follow(const Options &options);
+
+}  // namespace tarn_log
+
+#endif

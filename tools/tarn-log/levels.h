@@ -1,0 +1,25 @@
+// The levels, by the names that the library gives them.
+#ifndef TARN_TOOLS_LOG_LEVELS_H
+#define TARN_TOOLS_LOG_LEVELS_H
+
+#include <optional>
+#include <string_view>
+
+#include "tarn/log.h"
+
+namespace tarn_log {
+
+constexpr int kLevelCount = MUP_LOG_DEBUG + 1;
+
+// "Off" to "Debug".
+std::string_view level_name(int level);
+
+// The level that stands under exactly this name in a file.
+std::optional<int> find_level(std::string_view name);
+
+// What a person calls a level: its number, or its name or an unmistakable beginning of it, in any case.
+std::optional<int> guess_level(std::string_view text);
+
+}  // namespace tarn_log
+
+#endif

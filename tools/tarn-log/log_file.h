@@ -1,0 +1,53 @@
+// A log file taken apart: what stands before the records, and the lines of the records.
+#ifndef TARN_TOOLS_LOG_LOG_FILE_H
+#define TARN_TOOLS_LOG_LOG_FILE_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+namespace tarn_log {
+
+struct Record {
+  std::int64_t time = 0;  // seconds since the Unix epoch
+  int level = 0;
+  std::string module;
+  std::string text;
+};
+
+// Where a line stands in its file, and what is wrong with it.
+struct Fault {
+  std::size_t line = 0;    // from 1
+  std::size_t offset = 0;  // of the line's first byte, from 0
+  std::string reason;
+};
+
+// A line behind the head: a record, or a fault.
+struct Line {
+  std::string raw;  // without its line feed
+  std::size_t number = 0;
+  std::size_t offset = 0;
+  std::optional<Record> record;
+  std::string reason;  // why it is no record
+};
+
+// The device's description: names and values in the order of the file.
+using Description = std::vector<std::pair<std::string, std::string>>;
+
+struct LogFile {
+  Description description;
+  std::vector<Fault> head_faults;
+  std::vector<Line> lines;
+};
+
+// Whether a last line without a line feed is a fault, or still being written: then it is left out.
+enum class LastLine : std::uint8_t { kMustEnd, kMayGrow };
+
+LogFile parse_log(std::string_view content, LastLine last_line);
+
+}  // namespace tarn_log
+
+#endif

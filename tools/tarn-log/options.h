@@ -1,0 +1,37 @@
+// What the command line asks for.
+#ifndef TARN_TOOLS_LOG_OPTIONS_H
+#define TARN_TOOLS_LOG_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "filter.h"
+#include "times.h"
+
+namespace tarn_log {
+
+enum class Colour : std::uint8_t { kAuto, kAlways, kNever };
+
+struct Options {
+  std::vector<std::string> paths;
+  Filter filter;
+  std::optional<std::size_t> last;  // how many records; all when there is no number
+  Zone zone = Zone::kUtc;
+  Colour colour = Colour::kAuto;
+  bool reverse = false;
+  bool follow = false;
+  int interval_ms = 1000;
+  bool header = false;
+  bool count = false;
+  bool json = false;
+  bool strict = false;
+};
+
+// Nothing when the program is to end with `status`: the help was shown, or what is wrong with the command line.
+std::optional<Options> parse_options(int argc, const char *const *argv, int *status);
+
+}  // namespace tarn_log
+
+#endif

@@ -1,0 +1,34 @@
+// Records and descriptions on standard output.
+#ifndef TARN_TOOLS_LOG_PRINTER_H
+#define TARN_TOOLS_LOG_PRINTER_H
+
+#include <string>
+
+#include "entries.h"
+#include "options.h"
+
+namespace tarn_log {
+
+class Printer {
+ public:
+  explicit Printer(const Options &options);
+
+  // A description that has no fields prints nothing.
+  void print(const std::string &path, const Description &description) const;
+  void print(const Entry &entry) const;
+
+ private:
+  bool json_;
+  bool colour_;
+  bool header_;
+  Zone zone_;
+};
+
+void print_line(const std::string &line);
+
+// Brings all that was printed on its way. Nothing when that worked, else an errno.
+int flush_output();
+
+}  // namespace tarn_log
+
+#endif
