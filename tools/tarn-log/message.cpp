@@ -9,13 +9,19 @@ namespace tarn_log {
 
 namespace {
 
+unsigned byte_at(const std::string &text, std::size_t at) {
+  return at < text.size() ? static_cast<unsigned char>(text[at]) : 0;
+}
+
+bool is_high_control(unsigned byte) { return byte >= 0x80 && byte <= 0x9f; }
+
+// U+0080 to U+009F are controls too: 0xC2 and such a byte, or on a terminal of single bytes that byte alone.
 bool is_control(const std::string &text, std::size_t at) {
-  const auto c = static_cast<unsigned char>(text[at]);
-  if (c < ' ' || c == 0x7f) return c != '\t';
-  // U+0080 to U+009F are 0xC2 and a second byte up to 0x9F; of a terminal that reads single bytes, that byte alone.
-  const bool is_alone = at == 0 || static_cast<unsigned char>(text[at - 1]) < 0x80;
-  const bool is_after_c2 = at > 0 && static_cast<unsigned char>(text[at - 1]) == 0xc2;
-  return c >= 0x80 && c <= 0x9f && (is_alone || is_after_c2);
+  const unsigned byte = byte_at(text, at);
+  const unsigned before = at > 0 ? byte_at(text, at - 1) : 0;
+  if (byte < ' ' || byte == 0x7f) return byte != '\t';
+  if (byte == 0xc2) return is_high_control(byte_at(text, at + 1));
+  return is_high_control(byte) && (before < 0x80 || before == 0xc2);
 }
 
 }  // namespace
@@ -32,8 +38,7 @@ std::string printable(const std::string &text) {
   for (std::size_t at = 0; at < text.size(); at++) {
     if (is_control(text, at)) {
       std::array<char, 8> escape = {};
-      (void)snprintf(escape.data(), escape.size(), "\\x%02x",
-                     static_cast<unsigned>(static_cast<unsigned char>(text[at])));
+      (void)snprintf(escape.data(), escape.size(), "\\x%02x", byte_at(text, at));
       shown += escape.data();
     } else {
       shown += text[at];

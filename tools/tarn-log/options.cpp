@@ -46,9 +46,10 @@ How they are shown:
       --version         show the version
 
 --module, --grep and --regex may be repeated: one of each must hold. Options of different kinds must all hold.
-A LEVEL is a number or the beginning of a name: 0 Off, 1 Emergency, 2 Alert, 3 Critical, 4 Error, 5 Warning, 6 Notice,
-7 Info, 8 Debug. A TIME is "2026-01-02", "2026-01-02 03:04" or "2026-01-02 03:04:05", in the zone that is shown unless "Z"
-or an offset such as "+02:00" follows; "now", "today", "yesterday"; or how long ago: "90s", "10min", "2h", "3d", "1d12h".
+A LEVEL is a number or the beginning of a name: 0 Off, 1 Emergency, 2 Alert, 3 Critical, 4 Error, 5 Warning,
+6 Notice, 7 Info, 8 Debug. A TIME is "2026-01-02", "2026-01-02 03:04" or "2026-01-02 03:04:05", in the zone that is
+shown unless "Z" or an offset such as "+02:00" follows; "now", "today" or "yesterday"; or how long ago: "90s", "10min",
+"2h", "3d", "1d12h".
 A malformed line is told on standard error and left out.
 
 Exit status: 0 done; 1 with --strict, a line is malformed; 2 wrong use, or a file cannot be read.
@@ -129,7 +130,7 @@ void add_selection(CLI::App *app, Words *words, Options *options) {
   add_list(app, "-g,--grep", "TEXT", &options->filter.texts);
   add_list(app, "-e,--regex", "REGEX", &words->regexes);
   app->add_flag("-i,--ignore-case", options->filter.ignore_case);
-  app->add_option("-n,--lines", options->last)->type_name("N");
+  app->add_option("-n,--lines", options->last)->type_name("N")->check(CLI::NonNegativeNumber);
 }
 
 void add_output(CLI::App *app, Words *words, Options *options) {
