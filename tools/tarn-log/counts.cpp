@@ -48,8 +48,11 @@ std::string table(const char *title, const Counts::List &list, std::size_t name_
   for (const auto &[name, count] : list) {
     const std::string shown = printable(name);
     const std::string number = std::to_string(count);
-    text += "  " + shown + std::string(name_width - shown.size() + 2 + count_width - number.size(), ' ') + number;
-    if (columns > 0) text += "  " + bar(std::max<std::size_t>(count * bar_width / largest, 1));
+    text.append("  ")
+        .append(shown)
+        .append(name_width - shown.size() + 2 + count_width - number.size(), ' ')
+        .append(number);
+    if (columns > 0) text.append("  ").append(bar(std::max<std::size_t>(count * bar_width / largest, 1)));
     text += "\n";
   }
   return text;

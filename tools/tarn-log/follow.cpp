@@ -8,6 +8,7 @@
 
 #include <cerrno>
 #include <cstring>
+#include <utility>
 
 #include "input.h"
 #include "message.h"
@@ -22,7 +23,7 @@ namespace {
 // A file that is followed, and how it last was.
 class Followed {
  public:
-  explicit Followed(const std::string &path) : path_(path) {}
+  explicit Followed(std::string path) : path_(std::move(path)) {}
 
   // Looks at the file and returns its new records; they last until the next look. Faults in new lines are told.
   std::vector<Entry> look(const Filter &filter, const Printer &printer) {

@@ -17,8 +17,8 @@ namespace tarn_log {
 
 namespace {
 
-constexpr std::int64_t kZoneStep = 15 * 60;  // every zone's offset is a multiple
-constexpr std::int64_t kZoneMax = 14 * 60 * 60;
+constexpr std::int64_t kZoneStep = 900;            // a quarter of an hour: every zone's offset is a multiple
+constexpr std::int64_t kZoneMax = 56 * kZoneStep;  // 14 hours
 
 bool is_same(const Line &last, const Line &now, std::int64_t shift) {
   if (shift == 0 || !last.record || !now.record) return last.raw == now.raw;

@@ -88,8 +88,7 @@ void set_levels(const std::string &range, Filter *filter) {
 
 std::int64_t time_of(const std::string &option, const std::string &word, Zone zone) {
   const auto result = parse_time(word, time(nullptr), zone);
-  if (!result)
-    refuse(option, word, "is no time: try \"2026-01-02 03:04:05\", \"2026-01-02\", \"today\", \"10min\" or \"2h\"");
+  if (!result) refuse(option, word, R"(is no time: try "2026-01-02 03:04:05", "2026-01-02", "today", "10min" or "2h")");
   return *result;
 }
 

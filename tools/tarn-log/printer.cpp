@@ -45,7 +45,11 @@ bool wants_colour(Colour choice) {
          strcmp(terminal, "dumb") != 0;
 }
 
-std::string padding(std::size_t size, std::size_t width) { return std::string(size < width ? width - size : 0, ' '); }
+std::string padding(std::size_t size, std::size_t width) {
+  std::string blanks;
+  if (size < width) blanks.assign(width - size, ' ');
+  return blanks;
+}
 
 }  // namespace
 
