@@ -11,6 +11,7 @@
 #include <getopt.h>
 #include <inttypes.h>
 #include <net/if.h>
+#include <pthread.h>
 #include <semaphore.h>
 #include <signal.h>
 #include <stdbool.h>
@@ -131,6 +132,7 @@ static void start_kernel_bridge(void) {
   if (sem_init(&started, 0, 0) != 0 || mu_thread_create(&bridge, "klog", log_msg_process, &started, 0, 0, 0) != 0) {
     errx(ENDS_INTERNAL, "the kernel bridge does not start");
   }
+  (void)pthread_detach(bridge);              // it may end: then nobody waits for it
   while (sem_wait(&started) != 0) continue;  // as after the process was stopped and goes on
   (void)sem_destroy(&started);
 }

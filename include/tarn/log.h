@@ -318,6 +318,7 @@ TARN_API mu_status_t mup_log_file_remove(void);
  *     pthread_t bridge;
  *     sem_init(&started, 0, 0);
  *     mu_thread_create(&bridge, "klog", log_msg_process, &started, 0, 0, 0);  // and, if that gave 0:
+ *     pthread_detach(bridge);
  *     sem_wait(&started);
  *
  * Reads at pauses of 100 ms; the right to read "/proc/kmsg" is the caller's to have (root, or CAP_SYSLOG). Allocates
