@@ -111,12 +111,10 @@ TEST(EventThreads, AttachWhileOthersSend) {
   mu_event_init(kTypes, nullptr, nullptr);
   mu_event_register(0, kAttached, passing);
   std::atomic<bool> runs{true};
-  std::vector<std::thread> threads;
-  for (int sender = 0; sender < 2; sender++) {
-    threads.emplace_back([&] {
-      while (runs) mu_event_send(0, kAttached, nullptr, 0);
-    });
-  }
+  const auto send_on = [&] {
+    while (runs) mu_event_send(0, kAttached, nullptr, 0);
+  };
+  std::thread threads[] = {std::thread(send_on), std::thread(send_on)};
   for (int i = 0; i < 50; i++) {
     EXPECT_EQ(attach(kAttached, released, suppressed, 1), 0);
     mu_event_poll();
