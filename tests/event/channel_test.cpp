@@ -297,6 +297,9 @@ void expect_events_through(int sock) {
 TEST(EventSocket, IsWaitedForAndReceivedFrom) { expect_events_through(100); }
 
 TEST(EventSocket, MayHaveANumberAboveTheSizeOfASet) {
+#if defined(TARN_EMULATED)
+  GTEST_SKIP() << "the emulator's own select ends at FD_SETSIZE";
+#endif
   constexpr int kHigh = FD_SETSIZE + 77;
   rlimit limit = {};
   getrlimit(RLIMIT_NOFILE, &limit);
