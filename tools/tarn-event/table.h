@@ -1,0 +1,17 @@
+// A simulation's state for people.
+#ifndef TARN_TOOLS_EVENT_TABLE_H
+#define TARN_TOOLS_EVENT_TABLE_H
+
+#include <string>
+
+#include "state.h"
+
+namespace tarn_event {
+
+// Lines of text. `before`, unless null, is an earlier state: what has come since is shown as "+N". Events that were
+// never sent, named nor configured are left out unless `all`.
+std::string table(const State &now, const State *before, bool all);
+
+}  // namespace tarn_event
+
+#endif
