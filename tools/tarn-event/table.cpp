@@ -9,7 +9,11 @@ namespace {
 constexpr std::array<const char *, 9> kLevels = {"Off",     "Emergency", "Alert", "Critical", "Error",
                                                  "Warning", "Notice",    "Info",  "Debug"};
 
-std::string blanks(std::size_t size, std::size_t width) { return std::string(size < width ? width - size : 0, ' '); }
+std::string blanks(std::size_t size, std::size_t width) {
+  std::string blanks;
+  if (size < width) blanks.assign(width - size, ' ');
+  return blanks;
+}
 
 std::string left(const std::string &text, std::size_t width) { return text + blanks(text.size(), width); }
 
