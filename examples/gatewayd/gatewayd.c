@@ -33,8 +33,9 @@ static const char usage[] =
     "  --run-for SECONDS     end by itself after this time (1 to 1000000)\n"
     "  --set-collector IP    store the log collector's IPv4 address; 0.0.0.0 for none\n"
     "  --help                show this and end\n"
-    "SIGINT and SIGTERM end it; it then prints its timers, events and log. Exit codes: 0 ended in order,\n"
-    "1 internal failure, 2 bad option, 3 bad path, 4 image not readable, 5 image too large.\n";
+    "SIGINT and SIGTERM end it; it then prints its timers, events and log. SIGUSR1 lets it keep debugging messages,\n"
+    "the kernel's drivers too, and SIGUSR2 no longer. Exit codes: 0 ended in order, 1 internal failure, 2 bad option,\n"
+    "3 bad path, 4 image not readable, 5 image too large.\n";
 
 struct options {
   const char *config;
@@ -89,6 +90,16 @@ static void start_log(void) {
   if (mup_log_ctrl_get()->inited == 0) errx(ENDS_INTERNAL, "the log does not start");
   for (int module = LOG_MAIN; module <= LOG_SWITCH; module++) set_levels(module, MUP_LOG_NOTICE, MUP_LOG_INFO);
   set_levels(LOG_TRAFFIC, MUP_LOG_INFO, MUP_LOG_INFO);
+}
+
+// Debugging messages have the least severe level. They are kept, and forwarded, but not shown.
+static void keep_debugging_messages(bool are_kept) {
+  const uint8_t level = are_kept ? MUP_LOG_DEBUG : MUP_LOG_INFO;
+  for (int module = LOG_MAIN; module <= LOG_SWITCH; module++) {
+    (void)mup_log_level_set(0, log_modules[module], MUP_LOG_SET_RECORD, level);
+  }
+  (void)mup_log_level_set(0, log_modules[LOG_TRAFFIC], MUP_LOG_SET_RECORD, level);
+  LOG(LOG_MAIN, MUP_LOG_NOTICE, "debugging messages are %s", are_kept ? "kept" : "dropped");
 }
 
 static void use_collector(void) {
@@ -286,30 +297,31 @@ static void start_timers(void) {
 // Called before the timer thread starts, which inherits the mask: these signals interrupt nothing, but wait to be asked
 // for. SIGPIPE (nobody reads the output) and SIGXFSZ (a file grew too large) become errors of the write.
 static sigset_t hold_signals(void) {
-  sigset_t ends;
-  (void)sigemptyset(&ends);
-  (void)sigaddset(&ends, SIGINT);
-  (void)sigaddset(&ends, SIGTERM);
-  (void)sigaddset(&ends, SIGALRM);
-  (void)sigprocmask(SIG_BLOCK, &ends, NULL);
+  static const int awaited[] = {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGUSR2};
+  sigset_t signals;
+  (void)sigemptyset(&signals);
+  for (size_t i = 0; i < sizeof awaited / sizeof awaited[0]; i++) (void)sigaddset(&signals, awaited[i]);
+  (void)sigprocmask(SIG_BLOCK, &signals, NULL);
   (void)signal(SIGPIPE, SIG_IGN);
   (void)signal(SIGXFSZ, SIG_IGN);
-  return ends;
+  return signals;
 }
 
-// Returns why the daemon ends.
-static const char *wait_for_end(const sigset_t *ends, unsigned long run_for_s) {
+// Does what the signals ask for, until one ends the daemon. Returns why it ends.
+static const char *wait_for_end(const sigset_t *signals, unsigned long run_for_s) {
   (void)alarm((unsigned)run_for_s);  // 0 for none
-  int received;
-  do received = sigwaitinfo(ends, NULL);
-  while (received < 0);  // as after the process was stopped and goes on
-  if (received == SIGALRM) return "its time is over";
-  return received == SIGINT ? "SIGINT" : "SIGTERM";
+  for (;;) {
+    const int received = sigwaitinfo(signals, NULL);  // fails as after the process was stopped and goes on
+    if (received == SIGALRM) return "its time is over";
+    if (received == SIGINT) return "SIGINT";
+    if (received == SIGTERM) return "SIGTERM";
+    if (received > 0) keep_debugging_messages(received == SIGUSR1);
+  }
 }
 
 int main(int argc, char **argv) {
   const struct options options = parse_options(argc, argv);
-  const sigset_t ends = hold_signals();
+  const sigset_t signals = hold_signals();
   (void)setvbuf(stdout, NULL, _IOLBF, 0);  // each line at once, to a pipe or a file too
 
   start_log();
@@ -321,7 +333,7 @@ int main(int argc, char **argv) {
   start_timers();
   LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: started, boot count %u", settings.host_name, settings.boot_count);
 
-  LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: ends, %s", settings.host_name, wait_for_end(&ends, options.run_for_s));
+  LOG(LOG_MAIN, MUP_LOG_NOTICE, "%s: ends, %s", settings.host_name, wait_for_end(&signals, options.run_for_s));
   mu_timer_show();
   mu_event_dump();  // with the driver, on the kernel's console
   (void)mup_log_show(0, 0);

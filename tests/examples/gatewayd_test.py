@@ -585,6 +585,24 @@ class Log(GatewaydTest):
     self.assertRegex(daemon.output, r'\]-\[Notice\]switch: port 3 is up')
     self.assertNotIn('boot\n', daemon.output)
 
+  def test_keeps_debugging_messages_while_it_is_told_to(self):
+    frame = '<7>[%d.0] <jxlog-05:8:details %d<jxlog>\n<6>[%d.0] <jxlog-99:6:<jxlog>\n'
+    daemon = self.start()
+
+    def driver_logs(number):
+      self.write_below_root('proc/kmsg', frame % (number, number, number), 'a')
+      daemon.wait_for('unknow module id:99')  # the bridge is past the frame
+
+    driver_logs(1)
+    daemon.process.send_signal(signal.SIGUSR1)
+    daemon.wait_for(r'\[main-Notice: \d+\]: debugging messages are kept')
+    driver_logs(2)
+    daemon.process.send_signal(signal.SIGUSR2)
+    daemon.wait_for(r'\[main-Notice: \d+\]: debugging messages are dropped')
+    driver_logs(3)
+    daemon.end()
+    self.assertEqual(re.findall(r'\]-\[Debug\]switch: details (\d)', daemon.output), ['2'])
+
   def test_goes_on_without_the_kernel_s_stream_and_device(self):
     os.remove(os.path.join(self.root, 'proc/kmsg'))
     os.remove(os.path.join(self.root, 'dev/mulog-ioctl-dev'))
