@@ -59,20 +59,30 @@ class Call<Result(Args...)> {
   std::atomic<const Replacement *> replacement_{nullptr};
 };
 
-// Puts a replacement in place for a scope; scopes nest.
+// Puts a replacement in place for a scope; scopes nest. The function itself stays until the process ends: a thread of
+// the library may be about to call it when the scope is left.
 template <typename Signature>
 class Replace {
  public:
   template <typename F>
   Replace(Call<Signature> &call, F replacement)
-      : call_(call), replacement_(std::move(replacement)), before_(call.exchange(&replacement_)) {}
+      : call_(call), before_(call.exchange(&(new Kept(std::move(replacement)))->function)) {}
   ~Replace() { call_.exchange(before_); }
   Replace(const Replace &) = delete;
   Replace &operator=(const Replace &) = delete;
 
  private:
+  // Every function is reachable from the latest: none is a leak.
+  struct Kept {
+    template <typename F>
+    explicit Kept(F replacement) : function(std::move(replacement)), before(latest.exchange(this)) {}
+
+    const typename Call<Signature>::Replacement function;
+    const Kept *const before;
+    static inline std::atomic<const Kept *> latest{nullptr};
+  };
+
   Call<Signature> &call_;
-  const typename Call<Signature>::Replacement replacement_;
   const typename Call<Signature>::Replacement *const before_;
 };
 
