@@ -21,6 +21,7 @@ import unittest
 sys.dont_write_bytecode = True
 sys.path.insert(1, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'support'))
 import image  # pylint: disable=wrong-import-position
+import programs  # pylint: disable=wrong-import-position
 
 OK, BAD_OPTION, BAD_PATH, UNREADABLE, TOO_LARGE = 0, 2, 3, 4, 5
 NOBODY = 65534
@@ -750,17 +751,5 @@ class Collector(GatewaydTest):
         self.assertEqual(bool(texts), bool(stored), texts)
 
 
-def main():
-  split = sys.argv.index('--')
-  gatewayd_command.extend(sys.argv[split + 1:])
-  gatewayd_command[-1] = os.path.abspath(gatewayd_command[-1])
-  program = unittest.main(argv=sys.argv[:split], verbosity=2, exit=False)
-  result = program.result
-  if not result.wasSuccessful():
-    sys.exit(1)
-  if result.testsRun > 0 and len(result.skipped) == result.testsRun:
-    sys.exit(77)
-
-
 if __name__ == '__main__':
-  main()
+  programs.main(gatewayd_command)

@@ -23,6 +23,7 @@ sys.dont_write_bytecode = True
 HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path.insert(1, os.path.join(HERE, '..', 'support'))
 import image  # pylint: disable=wrong-import-position
+import programs  # pylint: disable=wrong-import-position
 
 TOOLS = os.path.join(HERE, '..', '..', 'tools')
 DONE, NOT_SO, WRONG = 0, 1, 2
@@ -983,17 +984,5 @@ class Documentation(ToolTest):
     self.assertEqual(self.complete('tarn-cfg', 'get', 'cfg', '1', '--as', 'r'), ['raw'])
 
 
-def main():
-  split = sys.argv.index('--')
-  tool_command.extend(sys.argv[split + 1:])
-  tool_command[-1] = os.path.abspath(tool_command[-1])
-  program = unittest.main(argv=sys.argv[:split], verbosity=2, exit=False)
-  result = program.result
-  if not result.wasSuccessful():
-    sys.exit(1)
-  if result.testsRun > 0 and len(result.skipped) == result.testsRun:
-    sys.exit(77)
-
-
 if __name__ == '__main__':
-  main()
+  programs.main(tool_command)

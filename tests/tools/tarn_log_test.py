@@ -24,10 +24,15 @@ import termios
 import time
 import unittest
 
+sys.dont_write_bytecode = True
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path.insert(1, os.path.join(HERE, '..', 'support'))
+import programs  # pylint: disable=wrong-import-position
+
 DONE, FAULTY, WRONG = 0, 1, 2
 LEVELS = ['Off', 'Emergency', 'Alert', 'Critical', 'Error', 'Warning', 'Notice', 'Info', 'Debug']
 UTC = datetime.timezone.utc
-SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..', 'tools')
+SOURCES = os.path.join(HERE, '..', '..', 'tools')
 DEVICE = [('Manufacturer', 'tarn'), ('ProductClass', 'gatewayd'), ('SerialNumber', 'g:1;2'), ('IP', '192.168.1.1'),
           ('HWVer', ''), ('SWVer', '0.1.0')]
 
@@ -918,17 +923,5 @@ class CommandLine(LogTest):
       self.assertEqual((done.stdout.split(), done.stderr), (expected, ''), words)
 
 
-def main():
-  split = sys.argv.index('--')
-  tarn_log_command.extend(sys.argv[split + 1:])
-  tarn_log_command[-1] = os.path.abspath(tarn_log_command[-1])
-  program = unittest.main(argv=sys.argv[:split], verbosity=2, exit=False)
-  result = program.result
-  if not result.wasSuccessful():
-    sys.exit(1)
-  if result.testsRun > 0 and len(result.skipped) == result.testsRun:
-    sys.exit(77)
-
-
 if __name__ == '__main__':
-  main()
+  programs.main(tarn_log_command)
