@@ -10,6 +10,8 @@
 
 #include <cstdio>
 #include <nlohmann/json.hpp>
+#include <set>
+#include <vector>
 
 #include "commands.h"
 #include "file.h"
@@ -150,9 +152,37 @@ void add_behind(const std::string &file, const Json &json, Bytes &bytes) {
   bytes.insert(bytes.end(), more.begin(), more.end());
 }
 
+// Ends the program at a member that is there twice: the parser would drop one of the two.
+class Once {
+ public:
+  explicit Once(std::string file) : file_(std::move(file)) {}
+
+  bool operator()(int depth, Json::parse_event_t event, const Json &parsed) {
+    const auto level = static_cast<size_t>(depth);  // of the object; its names are one deeper
+    if (event == Json::parse_event_t::object_start) {
+      names_.resize(level);
+      names_.emplace_back();
+    } else if (event == Json::parse_event_t::key) {
+      const auto &name = parsed.get_ref<const std::string &>();
+      if (!names_[level - 1].insert(name).second) {
+        errx(kWrong, "%s: \"%s\" is there twice in one object", file_.c_str(), name.c_str());
+      }
+    }
+    return true;
+  }
+
+ private:
+  std::string file_;
+  std::vector<std::set<std::string>> names_;  // of each object around, outermost first
+};
+
 Json parse(const std::string &name, const std::string &text) {
+  // The parser would take a NUL for the end, and drop what stands behind it.
+  if (const size_t nul = text.find('\0'); nul != std::string::npos) {
+    errx(kWrong, "%s: at 0x%zx: no JSON", name.c_str(), nul);
+  }
   try {
-    return Json::parse(text);
+    return Json::parse(text, Once(name));
   } catch (const Json::parse_error &error) {
     errx(kWrong, "%s: at 0x%zx: no JSON", name.c_str(), error.byte == 0 ? 0 : error.byte - 1);
   }
