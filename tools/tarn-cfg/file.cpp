@@ -133,6 +133,7 @@ struct stat Place::status() const {
 
 void Place::replace(View bytes) const {
   const struct stat like = status();
+  if (!S_ISREG(like.st_mode)) errx(kWrong, "%s: is no regular file", path_.c_str());  // a device would be lost
   // A rename asks the folder alone for permission.
   if (faccessat(folder_, name_.c_str(), W_OK, AT_EACCESS) != 0) err(kWrong, "%s: not written", path_.c_str());
   write_temporary(bytes, &like);
