@@ -58,7 +58,7 @@ Change buffer_change(uint16_t key, const Record *record, const Options &options)
 }
 
 Change change_of(const Opened &old, const Options &options) {
-  const uint16_t key = parse_key(options.key);
+  const uint16_t key = parse_key(options.key, true);
   const Record *record = old.found.find(key);
   const size_t size = size_of_type(options.type);
   Change change = size != 0 ? fixed_change(key, size, options) : buffer_change(key, record, options);
@@ -100,7 +100,7 @@ int set(const Options &options) {
 int unset(const Options &options) {
   const Place place(options.file);
   const Opened old = open_sound(options.file);
-  const uint16_t key = parse_key(options.key);
+  const uint16_t key = parse_key(options.key, false);
   if (find_or_say(options.file, old.found, key) == nullptr) return kNotSo;
   Builder builder(old.found.header);
   size_t taken = 0;
@@ -116,7 +116,7 @@ int unset(const Options &options) {
 int resize(const Options &options) {
   const Place place(options.file);
   const Opened old = open_sound(options.file);
-  const Record *found = find_or_say(options.file, old.found, parse_key(options.key));
+  const Record *found = find_or_say(options.file, old.found, parse_key(options.key, false));
   if (found == nullptr) return kNotSo;
   const uint32_t length = parse_length(options.length);
   const size_t used = without_padding(found->value).size();

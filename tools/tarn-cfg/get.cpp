@@ -69,7 +69,7 @@ int get(const Options &options) {
     print(std::to_string(read_header(opened.found.header, key)));
     return kDone;
   }
-  const Record *record = find_or_say(options.file, opened.found, parse_key(options.key));
+  const Record *record = find_or_say(options.file, opened.found, parse_key(options.key, true));
   if (record == nullptr) return kNotSo;
   const std::string type = options.type.empty() ? natural_type(record->value) : options.type;
   if (!is_of(record->value, type)) {

@@ -43,9 +43,12 @@ uint32_t read_header(const tlv_hdr &header, HeaderValue value) {
   return value == HeaderValue::kActive ? header.active : header.flag;
 }
 
-uint16_t parse_key(const std::string &key) {
+uint16_t parse_key(const std::string &key, bool or_header) {
   const std::optional<uint32_t> number = number_from(key, 0xFFFF);
-  if (!number) errx(kWrong, "key '%s': a number from 0 to 65535, active, flag or version is needed", key.c_str());
+  if (!number) {
+    errx(kWrong, "key '%s': a number from 0 to 65535%s is needed", key.c_str(),
+         or_header ? ", active, flag or version" : "");
+  }
   return static_cast<uint16_t>(*number);
 }
 

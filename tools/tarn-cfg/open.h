@@ -30,8 +30,8 @@ HeaderValue header_value(const std::string &key);
 const char *type_of(HeaderValue value);
 uint32_t read_header(const tlv_hdr &header, HeaderValue value);
 
-// The key of a field.
-uint16_t parse_key(const std::string &key);
+// The key of a field; one that is none ends the program. `or_header`: the header's values may stand there, too.
+uint16_t parse_key(const std::string &key, bool or_header);
 // The field; null, after a line on standard error, where it is not there.
 const Record *find_or_say(const std::string &path, const Survey &found, uint16_t key);
 
