@@ -43,6 +43,9 @@ int set(const Options &options);
 int show(const Options &options);
 int unset(const Options &options);
 
+// Ends the program where what it has printed cannot be written: standard output may be a file on a full disk.
+void flush_output();
+
 // Reads the command line and runs its command.
 int run(int argc, char **argv);
 

@@ -3,6 +3,7 @@
 #include <err.h>
 
 #include <CLI/CLI.hpp>
+#include <csignal>
 #include <cstdio>
 
 #include "commands.h"
@@ -14,6 +15,9 @@ namespace {
 constexpr const char *kVersion = TARN_TOOLS_VERSION;
 
 const char *const kKeyHelp = "The field's key, 0 to 65535 or 0x0 to 0xffff; or active, flag, version, in the header";
+
+// An option's empty word is no number; later, it would look like an option that is not given.
+std::string not_empty(const std::string &word) { return word.empty() ? "a number is needed" : ""; }
 
 // A command line under construction. The commands write where their options are to stand.
 struct Line {
@@ -30,7 +34,8 @@ struct Line {
     sub->add_option("FILE", options.file, what)->required();
   }
   void max_size(CLI::App *sub) {
-    sub->add_option("--max-size", options.max_size, "The longest image, in bytes, that its reader takes");
+    sub->add_option("--max-size", options.max_size, "The longest image, in bytes, that its reader takes")
+        ->check(not_empty);
   }
   void json(CLI::App *sub) { sub->add_flag("--json", options.json, "Print JSON"); }
   void force(CLI::App *sub) {
@@ -68,7 +73,8 @@ void add_writers(Line &line) {
       ->required()
       ->check(CLI::IsMember({"char", "short", "int", "buffer", "text"}));
   sub->add_option("VALUE", line.options.value, "The value; one that begins with a dash stands behind --")->required();
-  sub->add_option("--length", line.options.length, "Bytes of a new buffer or text, with zeros at its end");
+  sub->add_option("--length", line.options.length, "Bytes of a new buffer or text, with zeros at its end")
+      ->check(not_empty);
   line.max_size(sub);
 
   sub = line.add("unset", "Take every field of a key away; 1 where there is none", unset);
@@ -85,8 +91,8 @@ void add_writers(Line &line) {
   sub = line.add("create", "Make a blank image", create);
   line.file(sub, "The new file");
   line.force(sub);
-  sub->add_option("--size", line.options.length, "Bytes of the file, with padding behind the image");
-  sub->add_option("--fill", line.options.fill, "The padding's byte, 0 to 255; 0 unless given");
+  sub->add_option("--size", line.options.length, "Bytes of the file, with padding behind the image")->check(not_empty);
+  sub->add_option("--fill", line.options.fill, "The padding's byte, 0 to 255; 0 unless given")->check(not_empty);
 
   sub = line.add("repair", "Cut an image behind its last whole record, and seal it", repair);
   line.file(sub);
@@ -107,7 +113,13 @@ void add_json(Line &line) {
 
 }  // namespace
 
+void flush_output() {
+  if (fflush(stdout) != 0 || ferror(stdout) != 0) err(kWrong, "standard output");
+}
+
 int run(int argc, char **argv) {
+  // A file that grows beyond a limit is told as any other that cannot be written.
+  (void)signal(SIGXFSZ, SIG_IGN);
   Line line;
   line.app.set_version_flag("--version", std::string("tarn-cfg ") + kVersion);
   line.app.set_help_flag("-h,--help", "Show this and end");
@@ -124,11 +136,12 @@ int run(int argc, char **argv) {
   try {
     line.app.parse(argc, argv);
   } catch (const CLI::ParseError &error) {
-    return line.app.exit(error) == 0 ? kDone : kWrong;
+    if (line.app.exit(error) != 0) return kWrong;
+    flush_output();  // the help
+    return kDone;
   }
   const int result = line.command(line.options);
-  // Standard output may be a file on a full disk.
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) err(kWrong, "standard output");
+  flush_output();
   return result;
 }
 

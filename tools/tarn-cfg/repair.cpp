@@ -63,8 +63,9 @@ int repair(const Options &options) {
   }
   for (const Finding &step : steps) printf("%s: at 0x%zx: %s\n", options.file.c_str(), step.offset, step.text.c_str());
   if (options.dry_run) return kNotSo;
+  flush_output();  // a repair that cannot be told is not made
   printf("%s: as it was: %s\n", options.file.c_str(), place.keep(old.bytes, ".bad").c_str());
-  (void)fflush(stdout);
+  flush_output();
   place.replace(repaired_file(options.file, old, image));
   return kDone;
 }
