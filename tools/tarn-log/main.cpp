@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <clocale>
+#include <csignal>
 #include <cstdio>
 #include <cstring>
 #include <ctime>
@@ -66,6 +67,14 @@ void print_all(const std::vector<Source> &sources, const Options &options) {
   for (const Entry &entry : entries) printer.print(entry);
 }
 
+// What was printed goes out; returns `status`, or kWrong where it cannot.
+int finish(int status) {
+  const int error = flush_output();
+  if (error == 0) return status;
+  tell(std::string("standard output: ") + strerror(error));
+  return kWrong;
+}
+
 // A file that cannot be read does not keep the others from being shown.
 int show(const Options &options) {
   int status = kDone;
@@ -82,21 +91,19 @@ int show(const Options &options) {
     if (!tell_faults(sources.back()) && options.strict) status = std::max(status, kFaulty);
   }
   print_all(sources, options);
-  const int error = flush_output();
-  if (error == 0) return status;
-  tell(std::string("standard output: ") + strerror(error));
-  return kWrong;
+  return finish(status);
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
   try {
-    (void)setlocale(LC_CTYPE, "");  // letters in expressions, and whether a terminal knows blocks
+    (void)signal(SIGXFSZ, SIG_IGN);  // output beyond a limit is told as on a full disk
+    (void)setlocale(LC_CTYPE, "");   // letters in expressions, and whether a terminal knows blocks
     tzset();
     int status = kDone;
     const auto options = parse_options(argc, argv, &status);
-    if (!options) return status;
+    if (!options) return finish(status);
     return options->follow ? follow(*options) : show(*options);
   } catch (const std::exception &error) {  // no memory
     (void)fprintf(stderr, "tarn-log: %s\n", error.what());

@@ -1,6 +1,8 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <cmath>
+#include <cstdlib>
 #include <ctime>
 #include <stdexcept>
 
@@ -57,7 +59,7 @@ Exit status: 0 done; 1 with --strict, a line is malformed; 2 wrong use, or a fil
 
 // What the command line holds, before it is understood.
 struct Words {
-  std::optional<std::string> level, since, until;
+  std::optional<std::string> level, since, until, lines;
   std::vector<std::string> regexes;
   std::string colour = "auto";
   double interval_s = 1;
@@ -92,8 +94,16 @@ std::int64_t time_of(const std::string &option, const std::string &word, Zone zo
   return *result;
 }
 
+// More than any file holds is all.
+std::size_t count_of(const std::string &word) {
+  const bool is_number = !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;
+  if (!is_number) refuse("--lines", word, "is no number");
+  return strtoull(word.c_str(), nullptr, 10);
+}
+
 void understand(const Words &words, Options *options) {
   Filter &filter = options->filter;
+  if (words.lines) options->last = count_of(*words.lines);
   options->zone = words.local ? Zone::kLocal : Zone::kUtc;
   if (words.level) set_levels(*words.level, &filter);
   if (words.since) filter.since = time_of("--since", *words.since, options->zone);
@@ -107,6 +117,7 @@ void understand(const Words &words, Options *options) {
   options->colour = words.colour == "always"  ? Colour::kAlways
                     : words.colour == "never" ? Colour::kNever
                                               : Colour::kAuto;
+  if (std::isnan(words.interval_s)) refuse("--interval", "nan", "is no number");  // it lies in every range
   options->interval_ms = static_cast<int>(words.interval_s * 1000);
   if (options->paths.empty()) options->paths = {"/overlay/mu_log.txt", "/overlay/user_log.txt"};
   if (!options->follow) return;
@@ -129,7 +140,7 @@ void add_selection(CLI::App *app, Words *words, Options *options) {
   add_list(app, "-g,--grep", "TEXT", &options->filter.texts);
   add_list(app, "-e,--regex", "REGEX", &words->regexes);
   app->add_flag("-i,--ignore-case", options->filter.ignore_case);
-  app->add_option("-n,--lines", options->last)->type_name("N")->check(CLI::NonNegativeNumber);
+  app->add_option("-n,--lines", words->lines)->type_name("N");
 }
 
 void add_output(CLI::App *app, Words *words, Options *options) {
