@@ -4,7 +4,12 @@ Usage: FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM
 """
 
 import os
+import re
+import shlex
+import shutil
+import subprocess
 import sys
+import tempfile
 import unittest
 
 SKIPPED = 77
@@ -23,3 +28,82 @@ def main(command):
     sys.exit(1)
   if result.testsRun > 0 and len(result.skipped) == result.testsRun:
     sys.exit(SKIPPED)
+
+
+class ProgramTest(unittest.TestCase):
+  """A folder of its own, and ways to run the program in it. `command` is the list that main has filled."""
+
+  command = []
+
+  def setUp(self):
+    self.folder = tempfile.mkdtemp(prefix='tarn-')
+    self.addCleanup(shutil.rmtree, self.folder, ignore_errors=True)
+
+  def path(self, name):
+    return os.path.join(self.folder, name)
+
+  def write(self, name, data):
+    with open(self.path(name), 'wb') as file:
+      file.write(data)
+
+  def read(self, name):
+    with open(self.path(name), 'rb') as file:
+      return file.read()
+
+  def names(self):
+    return sorted(os.listdir(self.folder))
+
+  def line(self, args, preload=None):
+    """The command line that runs the program, on its emulator if it has one, with a library before all others."""
+    *emulator, program = self.command
+    if not preload:
+      return [*emulator, program, *args]
+    load = 'LD_PRELOAD=' + preload
+    return [*emulator, '-E', load, program, *args] if emulator else ['env', load, program, *args]
+
+  def run_program(self, *args, preload=None, env=None, **popen):
+    """Runs it; returns its status, its output and what it wrote to standard error, as bytes."""
+    # Preloaded, a library comes before the address sanitizer's, which that would refuse.
+    env = {**os.environ, 'ASAN_OPTIONS': 'verify_asan_link_order=0:' + os.environ.get('ASAN_OPTIONS', ''),
+           **(env or {})}
+    popen.setdefault('stdout', subprocess.PIPE)
+    popen.setdefault('stderr', subprocess.PIPE)
+    if 'input' not in popen:
+      popen.setdefault('stdin', subprocess.DEVNULL)
+    done = subprocess.run(self.line(args, preload), cwd=self.folder, env=env, check=False, **popen)
+    return done.returncode, done.stdout, done.stderr
+
+  def on_the_path(self, name):
+    """The environment of a shell that finds the program as `name`."""
+    os.mkdir(self.path('bin'))
+    with open(self.path('bin/' + name), 'w', encoding='ascii') as script:
+      script.write('#!/bin/sh\nexec %s "$@"\n' % ' '.join(shlex.quote(word) for word in self.command))
+    os.chmod(self.path('bin/' + name), 0o755)
+    return {**os.environ, 'PATH': self.path('bin') + ':' + os.environ['PATH']}
+
+  def complete(self, script, function, *words):
+    """What bash offers for the last of `words`."""
+    bash = shutil.which('bash')
+    if not bash:
+      self.skipTest('no bash')
+    done = subprocess.run([bash,
+                           '-c', 'source "$1"; shift; COMP_WORDS=("${@:2}"); COMP_CWORD=$((${#COMP_WORDS[@]} - 1));'
+                           ' "$1"; printf "%s\\n" "${COMPREPLY[@]}"', 'bash', script, function, *words],
+                          cwd=self.folder, capture_output=True, text=True, check=True)
+    self.assertEqual(done.stderr, '')
+    return done.stdout.split()
+
+
+def man_examples(page):
+  """The lines of a man page's EXAMPLES that are shown as they stand, as a reader sees them."""
+  with open(page, encoding='ascii') as file:
+    text = file.read()
+  examples = text[text.index('.SH EXAMPLES'):]
+  blocks = re.findall(r'^\.(?:nf|EX)\n(.*?)^\.(?:fi|EE)$', examples, re.MULTILINE | re.DOTALL)
+  return [line.replace('\\-', '-') for block in blocks for line in block.splitlines()]
+
+
+def fenced(page, language):
+  """The blocks of a Markdown page between ```LANGUAGE and ```."""
+  with open(page, encoding='utf-8') as file:
+    return re.findall(r'^```%s\n(.*?)^```$' % language, file.read(), re.MULTILINE | re.DOTALL)
