@@ -497,6 +497,7 @@ class Following(LogTest):
         for at_byte in range(0, end, 7):
           file.write(whole[at_byte:min(at_byte + 7, end)])
           file.flush()
+        file.write(b'\n')  # the line feed of the last record
       self.assertEqual(self.until(running, name), [name])
 
   def test_removed_and_made_again(self):
