@@ -19,6 +19,10 @@ import tempfile
 import threading
 import unittest
 
+sys.dont_write_bytecode = True
+sys.path.insert(1, os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', 'support'))
+import programs  # pylint: disable=wrong-import-position
+
 DONE, NOT_LISTENING, WRONG = 0, 1, 2
 SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..', 'tools')
 
@@ -506,17 +510,5 @@ class Usage(EventTest):
         self.assertEqual(set(done.stdout.decode().split()), expected)
 
 
-def main():
-  split = sys.argv.index('--')
-  tarn_event_command.extend(sys.argv[split + 1:])
-  tarn_event_command[-1] = os.path.abspath(tarn_event_command[-1])
-  program = unittest.main(argv=sys.argv[:split], verbosity=2, exit=False)
-  result = program.result
-  if not result.wasSuccessful():
-    sys.exit(1)
-  if result.testsRun > 0 and len(result.skipped) == result.testsRun:
-    sys.exit(77)
-
-
 if __name__ == '__main__':
-  main()
+  programs.main(tarn_event_command)
