@@ -13,13 +13,20 @@ class RedirectedPath {
   explicit RedirectedPath(const char *path);
   const char *c_str() const { return path_; }
 
+  // Whether the path is that of a device or of the kernel's messages, and a socket of a launcher stands for it.
+  bool is_simulated() const;
+
  private:
   const char *path_;
+  bool is_device_ = false;
   char below_root_[PATH_MAX];
 };
 
 // Whether `address` is port 514 of an IPv4 address.
 bool is_collector(const sockaddr *address, socklen_t size);
+
+// Whether port 514 of every address is the collector's own, and is left as it is.
+bool collector_is_there();
 
 // The port that stands for 514, or 0 when none is set.
 in_port_t collector_port();

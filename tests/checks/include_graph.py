@@ -115,10 +115,10 @@ def public_fault(header_name, header, quoted):
 
 
 def outsider_fault(folder, header, quoted):
-    """sim/ stands beside the library, examples/ and tools/ before it: none looks inside."""
+    """sim/, examples/ and tools/ stand around the library: none looks inside."""
     if not quoted or header.startswith(folder + "/") or "/" not in header:
         return None
-    if folder in ("examples", "tools") and header.startswith("tarn/"):
+    if header.startswith("tarn/"):
         return None
     return "not for " + folder
 

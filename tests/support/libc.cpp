@@ -45,11 +45,6 @@ Function next(const char *name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
 }
 
-int real_select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout) {
-  static const auto function = next<decltype(&::select)>("select");
-  return function(count, read, write, except, timeout);
-}
-
 int real_clock_gettime(clockid_t clock, timespec *now) {
   static const auto function = next<int (*)(clockid_t, timespec *)>("clock_gettime");
   return function(clock, now);
@@ -65,12 +60,6 @@ time_t real_time(time_t *now) {
   return function(now);
 }
 
-int real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
-  static const auto function =
-      next<int (*)(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>("pthread_create");
-  return function(thread, attributes, entry, arg);
-}
-
 int real_setstacksize(pthread_attr_t *attributes, size_t size) {
   static const auto function = next<int (*)(pthread_attr_t *, size_t)>("pthread_attr_setstacksize");
   return function(attributes, size);
@@ -84,11 +73,6 @@ int real_sem_timedwait(sem_t *sem, const timespec *deadline) {
 mqd_t real_mq_open(const char *name, int flags, mode_t mode, mq_attr *attributes) {
   static const auto function = next<mqd_t (*)(const char *, int, ...)>("mq_open");
   return function(name, flags, mode, attributes);
-}
-
-int real_ioctl(int file, unsigned long request, void *argument) {
-  static const auto function = next<int (*)(int, unsigned long, ...)>("ioctl");
-  return function(file, request, argument);
 }
 
 ssize_t real_read(int file, void *data, size_t size) {
@@ -108,6 +92,16 @@ int real_open(const char *path, int flags, mode_t mode) { return g_shim_calls.op
 int real_socket(int domain, int type, int protocol) { return g_shim_calls.socket(domain, type, protocol); }
 
 int real_bind(int sock, const sockaddr *address, socklen_t size) { return g_shim_calls.bind(sock, address, size); }
+
+int real_ioctl(int file, unsigned long request, void *argument) { return g_shim_calls.ioctl(file, request, argument); }
+
+int real_select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout) {
+  return g_shim_calls.select(count, read, write, except, timeout);
+}
+
+int real_pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
+  return g_shim_calls.pthread_create(thread, attributes, entry, arg);
+}
 
 ssize_t real_recvfrom(int sock, void *data, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
   static const auto function = next<ssize_t (*)(int, void *, size_t, int, sockaddr *, socklen_t *)>("recvfrom");

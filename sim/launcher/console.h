@@ -1,0 +1,22 @@
+// The launcher's own lines, on standard error.
+#ifndef TARN_SIM_LAUNCHER_CONSOLE_H
+#define TARN_SIM_LAUNCHER_CONSOLE_H
+
+#include <string>
+#include <string_view>
+
+namespace tarn_sim {
+
+// Writes "tarn-sim: LINE" in one piece, from any thread.
+void tell(const std::string &line);
+
+// The same, with --verbose alone.
+void tell_more(const std::string &line);
+void set_verbose(bool verbose);
+
+// Bytes made readable on one line: control characters as \xNN, the backslash as \\.
+std::string readable(std::string_view bytes);
+
+}  // namespace tarn_sim
+
+#endif

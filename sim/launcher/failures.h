@@ -1,0 +1,35 @@
+// Calls of the daemon that are to fail.
+#ifndef TARN_SIM_LAUNCHER_FAILURES_H
+#define TARN_SIM_LAUNCHER_FAILURES_H
+
+#include <array>
+
+#include "command.h"
+#include "console.h"
+
+namespace tarn_sim {
+
+class Failures {
+ public:
+  // The next `count` calls fail, however many were left.
+  void set(Call call, std::uint32_t count) { left_[index(call)] = count; }
+
+  std::uint32_t left(Call call) const { return left_[index(call)]; }
+
+  // Whether this call fails; it is counted.
+  bool take(Call call) {
+    if (left_[index(call)] == 0) return false;
+    left_[index(call)]--;
+    tell_more(std::string(kCallNames[index(call)]) + ": fails, as was asked for");
+    return true;
+  }
+
+ private:
+  static std::size_t index(Call call) { return static_cast<std::size_t>(call); }
+
+  std::array<std::uint32_t, kCalls> left_ = {};
+};
+
+}  // namespace tarn_sim
+
+#endif

@@ -1,0 +1,43 @@
+// UNIX sockets at paths, on which clients and the shim come in.
+#ifndef TARN_SIM_LAUNCHER_LISTENER_H
+#define TARN_SIM_LAUNCHER_LISTENER_H
+
+#include <functional>
+#include <string>
+
+#include "descriptor.h"
+#include "loop.h"
+
+namespace tarn_sim {
+
+class Listener {
+ public:
+  using Accept = std::function<void(Descriptor)>;
+
+  // Listens at the path; a socket that nobody listens on any more is replaced. Removed from there at the end. Says why
+  // when it cannot, and is_open() is false.
+  Listener(Loop *loop, std::string path, int type, Accept accept);
+  ~Listener();
+  Listener(const Listener &) = delete;
+  Listener &operator=(const Listener &) = delete;
+
+  bool is_open() const { return socket_.is_open(); }
+
+ private:
+  bool make_way() const;
+  void open(int type);
+  void accept_one();
+
+  Loop *loop_;
+  std::string path_;
+  Accept accept_;
+  Descriptor socket_;
+  Descriptor spare_;  // given up for a moment when there are no more descriptors, to turn a client away
+};
+
+// Whether the path fits into a socket's address.
+bool fits_socket_address(const std::string &path);
+
+}  // namespace tarn_sim
+
+#endif

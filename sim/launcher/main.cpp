@@ -1,0 +1,96 @@
+// tarn-sim: runs a gateway's daemon on a developer's machine, and plays the kernel.
+
+#include <cstdlib>
+#include <exception>
+#include <filesystem>
+
+#include "console.h"
+#include "control.h"
+#include "options.h"
+#include "registry.h"
+#include "signals.h"
+#include "simulation.h"
+
+using namespace tarn_sim;
+
+namespace {
+
+// The shim stands beside this program where both were built, and in the library folder where they were installed.
+std::string find_shim() {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
+  for (const char *place : {"tarn-sim-shim.so", TARN_SIM_INSTALLED_SHIM}) {
+    const fs::path shim = (here / place).lexically_normal();
+    if (fs::exists(shim, error)) return shim.string();
+  }
+  tell((here / "tarn-sim-shim.so").string() + ": is missing");
+  return "";
+}
+
+std::string in_front(const std::string &first, const char *variable, char separator) {
+  const char *before = getenv(variable);
+  const bool is_set = before != nullptr && *before != '\0';
+  return std::string(variable) + '=' + first + (is_set ? separator + std::string(before) : "");
+}
+
+std::vector<std::string> environment(const std::string &shim, const Root &root, const Collector &collector) {
+  return {in_front(shim, "LD_PRELOAD", ':'), "TARN_SIM_ROOT=" + root.path(),
+          "TARN_SIM_COLLECTOR_PORT=" + collector.shim_setting(),
+          // Preloaded, the shim comes before the address sanitizer's library, which a sanitized daemon would refuse.
+          in_front("verify_asan_link_order=0", "ASAN_OPTIONS", ':')};
+}
+
+int run(const Options &options, const std::vector<Line> &script, Names *names) {
+  const std::string shim = find_shim();
+  if (shim.empty()) return kWrong;
+  if (shim.find_first_of(" :") != std::string::npos) {
+    tell(shim + ": a path with blanks or colons cannot be preloaded");
+    return kWrong;
+  }
+  const Root root(options.root);
+  if (!root.is_ready()) return kWrong;
+  Loop loop;
+  Signals signals(&loop);
+  Simulation simulation(&loop, root, names, script);
+  const Control control(&loop, options.control.empty() ? root.below("/control") : options.control, &simulation);
+  if (!simulation.is_open() || !control.is_open()) return kWrong;
+  if (!simulation.collector.start(options.collector, !options.no_namespace)) return kWrong;
+  Daemon daemon(options.daemon, environment(shim, root, simulation.collector), signals.before());
+  simulation.daemon = &daemon;
+  signals.pass_to(&daemon);
+  if (!daemon.is_running() || !start_registry(options.events, &simulation.channel)) return kWrong;
+  simulation.start();
+  daemon.execute();
+  if (!daemon.is_running()) return daemon.exit_status();
+  while (daemon.is_running()) loop.run(simulation.run_due());
+  simulation.collector.drain();
+  tell(daemon.end());
+  return daemon.exit_status();
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  try {
+    int status = 0;
+    const auto options = parse_options(argc, argv, &status);
+    if (!options) return status;
+    set_verbose(options->verbose);
+    Names names(options->events);
+    std::vector<Line> script;
+    if (!options->script.empty()) {
+      std::string fault;
+      auto lines = read_script(options->script, &names, &fault);
+      if (!lines) {
+        tell(fault);
+        return kWrong;
+      }
+      script = std::move(*lines);
+    }
+    return run(*options, script, &names);
+  } catch (const std::exception &error) {  // no memory
+    tell(error.what());
+    return kWrong;
+  }
+}

@@ -1,0 +1,36 @@
+// The names of event types.
+#ifndef TARN_SIM_LAUNCHER_NAMES_H
+#define TARN_SIM_LAUNCHER_NAMES_H
+
+#include <cstdint>
+#include <map>
+#include <optional>
+#include <string>
+
+namespace tarn_sim {
+
+class Names {
+ public:
+  // `types`: how many event types there are.
+  explicit Names(std::uint32_t types);
+
+  std::uint32_t types() const { return types_; }
+
+  // Empty for a type without one.
+  std::string of(std::uint32_t type) const;
+  std::optional<std::uint32_t> find(const std::string &name) const;
+
+  // A type's earlier name goes. False when another type has the name.
+  bool set(std::uint32_t type, const std::string &name);
+
+  // A letter, then letters, digits, '-' and '_'; 32 characters at most.
+  static bool is_name(const std::string &text);
+
+ private:
+  std::uint32_t types_;
+  std::map<std::uint32_t, std::string> names_;
+};
+
+}  // namespace tarn_sim
+
+#endif

@@ -1,0 +1,91 @@
+#include "options.h"
+
+#include <CLI/CLI.hpp>
+#include <cstdio>
+#include <cstring>
+
+#include "console.h"
+
+namespace tarn_sim {
+
+namespace {
+
+constexpr std::uint32_t kMostEvents = 65536;  // a datagram's type has 16 bits
+
+constexpr char kHelp[] =
+    R"(Usage: tarn-sim [OPTION]... -- DAEMON [ARG]...
+
+Runs a gateway's daemon on this machine, and plays the kernel that it expects: the platform's device, the event channel,
+the log device, the kernel's messages, the overlay file system and a log collector.
+
+      --root=DIR        the folder that stands for the gateway's: DIR/overlay and the like. It is kept. Without it: a
+                        new one in /tmp, removed at the end
+      --script=FILE     what happens, and when
+      --control=SOCKET  where tarn-event gets through, DIR/control unless given
+      --collector=PORT  your own log collector on this UDP port of 127.0.0.1 stands for port 514
+      --no-namespace    no network of the simulation's own for the collector
+      --events=N        event types of the simulated driver, 20 unless given
+      --verbose         tell of everything that happens
+
+  -h, --help            show this
+      --version         show the version
+
+What tarn-sim itself says goes to standard error, the table of events to standard output. SIGINT, SIGTERM and SIGHUP are
+passed on to the daemon; the second one kills it.
+
+A script has a command a line: "at 1.5s event link-down port 3", "every 20ms event storm 500 times", "after 1s stop".
+tarn-sim(1) has them all.
+
+Exit status: the daemon's own; 128 and the number when a signal ended it; 127 or 126 when it cannot be executed;
+2 for wrong use, or when the simulation cannot start.
+)";
+
+// Where the daemon's command line begins: behind "--".
+int find_daemon(int argc, char **argv) {
+  for (int i = 1; i < argc; i++) {
+    if (strcmp(argv[i], "--") == 0) return i;
+  }
+  return argc;
+}
+
+void add_options(CLI::App *app, Options *options) {
+  app->add_option("--root", options->root)->type_name("DIR");
+  app->add_option("--script", options->script)->type_name("FILE");
+  app->add_option("--control", options->control)->type_name("SOCKET");
+  app->add_option("--collector", options->collector)->type_name("PORT")->check(CLI::Range(1, 65535));
+  app->add_flag("--no-namespace", options->no_namespace);
+  app->add_option("--events", options->events)->type_name("N")->check(CLI::Range(1U, kMostEvents));
+  app->add_flag("--verbose", options->verbose);
+}
+
+}  // namespace
+
+std::optional<Options> parse_options(int argc, char **argv, int *status) {
+  CLI::App app("", "tarn-sim");
+  app.set_version_flag("--version", "tarn-sim " TARN_SIM_VERSION);
+  std::optional<Options> options(std::in_place);
+  add_options(&app, &*options);
+  const int end = find_daemon(argc, argv);
+  try {
+    app.parse(end, argv);
+    if (end + 1 < argc) {
+      options->daemon.assign(argv + end + 1, argv + argc);
+      return options;
+    }
+    tell("the daemon is missing: tarn-sim [OPTION]... -- DAEMON [ARG]...; see tarn-sim --help");
+  } catch (const CLI::CallForHelp &) {
+    (void)fputs(kHelp, stdout);
+    *status = 0;
+    return std::nullopt;
+  } catch (const CLI::CallForVersion &version) {
+    (void)fprintf(stdout, "%s\n", version.what());
+    *status = 0;
+    return std::nullopt;
+  } catch (const CLI::ParseError &error) {
+    tell(std::string(error.what()) + "; see tarn-sim --help");
+  }
+  *status = kWrong;
+  return std::nullopt;
+}
+
+}  // namespace tarn_sim

@@ -1,0 +1,30 @@
+// The command line.
+#ifndef TARN_SIM_LAUNCHER_OPTIONS_H
+#define TARN_SIM_LAUNCHER_OPTIONS_H
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace tarn_sim {
+
+constexpr int kWrong = 2;
+
+struct Options {
+  std::string root;
+  std::string script;
+  std::string control;
+  std::uint16_t collector = 0;
+  bool no_namespace = false;
+  std::uint32_t events = 20;
+  bool verbose = false;
+  std::vector<std::string> daemon;
+};
+
+// Nothing when there is nothing to run: `*status` is what to end with.
+std::optional<Options> parse_options(int argc, char **argv, int *status);
+
+}  // namespace tarn_sim
+
+#endif

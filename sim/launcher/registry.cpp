@@ -1,0 +1,100 @@
+#include "registry.h"
+
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+#include "console.h"
+#include "tarn/platform.h"
+
+namespace tarn_sim {
+
+namespace {
+
+static_assert(sizeof(mu_pal_hdr_t) == kPlatformHeader && offsetof(mu_pal_hdr_t, length) == kPlatformLengthAt);
+static_assert(MU_PAL_PAYLOAD_MAX == kPlatformPayload && MU_PAL_IOCTL_BASE == kIoctlBase);
+
+Channel *g_channel;  // set before the registry starts
+
+// The registry's send hook, called by send_event.
+int transmit(std::uint16_t device, std::uint32_t type, void *data, std::uint32_t length) {
+  mu_pal_hdr_t header = {};
+  header.length = static_cast<std::uint16_t>(length);
+  header.event_type = static_cast<std::uint16_t>(type);
+  header.device_id = device;
+  std::string datagram(sizeof header, '\0');
+  memcpy(datagram.data(), &header, sizeof header);
+  datagram.append(static_cast<const char *>(data), length);
+  tell_more("event " + std::to_string(type) + ", device " + std::to_string(device) + ", " + std::to_string(length) +
+            " bytes");
+  g_channel->send(datagram);
+  return 0;
+}
+
+void tell_suppressed(std::uint64_t type) { tell_more("event " + std::to_string(type) + ": suppression begins"); }
+
+// On the timer thread, or for a set configuration.
+void tell_released(std::uint64_t type) { tell_more("event " + std::to_string(type) + ": released"); }
+
+// Whether the message's type may be used: the registry takes some types signed, and a negative one unchecked.
+bool is_sound(const mu_event_msg_t &message) {
+  if (message.op > MU_EVENT_OP_DUMP) return false;
+  const bool has_type = message.op != MU_EVENT_OP_COUNTER_CLEAR_ALL && message.op != MU_EVENT_OP_DUMP;
+  return !has_type || message.type < static_cast<std::uint32_t>(glb_evt.max_event_num);
+}
+
+Response configure(const mu_pal_hdr_t &header, const Message &request) {
+  mu_event_msg_t message;
+  if (header.length != sizeof message || request.argument.size() != sizeof header + sizeof message)
+    return refuse(EINVAL);
+  memcpy(&message, request.argument.data() + sizeof header, sizeof message);
+  if (!is_sound(message)) return refuse(EINVAL);
+  constexpr const char *kOperations[] = {"counter get", "counter clear", "counters clear", "set", "get", "dump"};
+  tell_more(std::string("events: ") + kOperations[message.op] + ", type " + std::to_string(message.type));
+  (void)event_cfg_set(header.device_id, &message);  // -1 for a counter that was read from the table
+  (void)fflush(stdout);                             // the dump
+  Response response = {.argument = request.argument};
+  memcpy(response.argument.data() + sizeof header, &message, sizeof message);
+  return response;
+}
+
+}  // namespace
+
+bool start_registry(std::uint32_t types, Channel *channel) {
+  g_channel = channel;
+  if (mu_event_init(static_cast<int>(types), transmit, nullptr) != 0) return false;
+  for (std::uint32_t type = 0; type < types; type++) {
+    (void)mu_event_suprs_attach(static_cast<int>(type), tell_released, tell_suppressed, type);  // in range
+  }
+  return true;
+}
+
+void send_event(std::uint32_t type, std::uint16_t device, std::string data) {
+  const mu_status_t status =
+      mu_event_send(device, static_cast<int>(type), data.data(), static_cast<std::uint32_t>(data.size()));
+  if (status != 0) tell_more("event " + std::to_string(type) + ": suppressed");
+}
+
+Response control_platform(const Message &message, Channel *channel) {
+  mu_pal_hdr_t header;
+  if (message.argument.size() < sizeof header) return refuse(EINVAL);
+  memcpy(&header, message.argument.data(), sizeof header);
+  if (message.request.code == (kIoctlBase | MU_PAL_EVENT_CFG)) return configure(header, message);
+  if (message.request.code != (kIoctlBase | MU_PAL_EVENT_DEST)) return refuse(EINVAL);
+  channel->set_destination(header.destination);
+  return {.argument = message.argument};
+}
+
+void dump_events() {
+  mu_event_dump();
+  (void)fflush(stdout);
+}
+
+std::vector<mu_event_rec> event_records() {
+  (void)mu_mutex_lock(glb_evt.lock);
+  std::vector<mu_event_rec> records(glb_evt.events, glb_evt.events + glb_evt.max_event_num);
+  (void)mu_mutex_unlock(glb_evt.lock);
+  return records;
+}
+
+}  // namespace tarn_sim

@@ -1,0 +1,32 @@
+// The driver's own registry of events: the library's, in this process. Its send hook puts the datagrams on the channel.
+#ifndef TARN_SIM_LAUNCHER_REGISTRY_H
+#define TARN_SIM_LAUNCHER_REGISTRY_H
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "channel.h"
+#include "service.h"
+#include "tarn/event.h"
+
+namespace tarn_sim {
+
+// Starts it; it has a thread from here on. One a process, and the channel outlives it. False without memory.
+bool start_registry(std::uint32_t types, Channel *channel);
+
+// One occurrence of an event; suppressed or sent.
+void send_event(std::uint32_t type, std::uint16_t device, std::string data);
+
+// Carries out an ioctl of the platform's device.
+Response control_platform(const Message &message, Channel *channel);
+
+// The table on standard output.
+void dump_events();
+
+// A copy, made under the registry's lock.
+std::vector<mu_event_rec> event_records();
+
+}  // namespace tarn_sim
+
+#endif

@@ -1,0 +1,61 @@
+// When the commands of scripts are due. It knows no clock: whoever asks says what the time is.
+#ifndef TARN_SIM_LAUNCHER_SCHEDULE_H
+#define TARN_SIM_LAUNCHER_SCHEDULE_H
+
+#include <cstddef>
+#include <cstdint>
+#include <list>
+#include <optional>
+#include <vector>
+
+#include "script.h"
+
+namespace tarn_sim {
+
+class Schedule {
+ public:
+  // The script starts at `now`, in ticks.
+  Schedule(const std::vector<Line> &lines, std::uint64_t now);
+
+  // Adds a line that counts from `now`.
+  void add(const Line &line, std::uint64_t now);
+
+  // At most `most` of the commands that are due, in the order of their times, and of the lines where those are equal.
+  // What was missed is made up for. `has_channel`: whether an `await channel` that has come is over.
+  std::vector<Command> take(std::uint64_t now, bool has_channel, std::size_t most);
+
+  // When the next command is due, which may be past; nothing when there is none, or when it depends on the channel.
+  std::optional<std::uint64_t> next() const {
+    return active_.empty() ? std::nullopt : std::optional(active_.front().due);
+  }
+
+  // Lines that are not done, and commands that were taken.
+  std::size_t pending() const { return lines_.size() - next_line_ + active_.size(); }
+  std::uint64_t done() const { return done_; }
+
+ private:
+  struct Active {
+    std::uint64_t due;
+    std::uint64_t number;  // of the line, in the order in which they came
+    std::uint64_t left;    // 0: without an end
+    std::uint64_t period;
+    Command command;
+  };
+
+  void begin_lines(std::uint64_t start);
+  void insert(const Line &line, std::uint64_t due);
+  void place(Active active);
+  void end_await(std::uint64_t now, bool has_channel);
+  Command take_first();
+
+  std::vector<Line> lines_;  // of the script; behind each `await` they begin when that is over
+  std::size_t next_line_ = 0;
+  std::uint64_t await_from_ = 0;  // when the line before the `await` that is next is due
+  std::list<Active> active_;      // by their times, then by their numbers
+  std::uint64_t inserted_ = 0;
+  std::uint64_t done_ = 0;
+};
+
+}  // namespace tarn_sim
+
+#endif

@@ -1,0 +1,59 @@
+#include "signals.h"
+
+#include <poll.h>
+#include <sys/signalfd.h>
+
+#include <cstring>
+
+#include "console.h"
+
+namespace tarn_sim {
+
+namespace {
+
+bool is_ignored(int number) {
+  struct sigaction action = {};
+  return sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN;
+}
+
+}  // namespace
+
+Signals::Signals(Loop *loop) : loop_(loop) {
+  sigset_t held;
+  (void)sigemptyset(&held);
+  for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
+    if (!is_ignored(number)) (void)sigaddset(&held, number);
+  }
+  (void)std::signal(SIGCHLD, SIG_DFL);  // ignored, nobody would hear of the daemon's end
+  (void)std::signal(SIGPIPE, SIG_IGN);
+  (void)sigaddset(&held, SIGCHLD);
+  (void)sigprocmask(SIG_BLOCK, &held, &before_);
+  descriptor_ = Descriptor(signalfd(-1, &held, SFD_CLOEXEC | SFD_NONBLOCK));
+  loop_->watch(descriptor_.get(), POLLIN, [this] { receive(); });
+}
+
+Signals::~Signals() { loop_->forget(descriptor_.get()); }
+
+void Signals::receive() {
+  signalfd_siginfo info;
+  while (read(descriptor_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info)) {
+    if (info.ssi_signo == SIGCHLD) {
+      daemon_->look();
+    } else {
+      pass(static_cast<int>(info.ssi_signo), info.ssi_code == SI_KERNEL);
+    }
+  }
+}
+
+// A terminal's signal has reached the whole foreground group.
+void Signals::pass(int number, bool from_terminal) {
+  if (was_asked_) {
+    tell("again: the daemon is killed");
+    return daemon_->signal(SIGKILL);
+  }
+  was_asked_ = true;
+  tell_more(std::string("the daemon gets ") + strsignal(number));
+  if (!from_terminal || getpgid(daemon_->pid()) != getpgrp()) daemon_->signal(number);
+}
+
+}  // namespace tarn_sim

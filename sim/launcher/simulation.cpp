@@ -1,0 +1,94 @@
+#include "simulation.h"
+
+#include <sys/socket.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+
+#include "console.h"
+#include "registry.h"
+#include "tarn/platform.h"
+
+namespace tarn_sim {
+
+namespace {
+
+// Between two looks at the descriptors: a script of a million commands at once does not shut the daemon out.
+constexpr std::size_t kMostInARound = 64;
+
+}  // namespace
+
+Simulation::Simulation(Loop *loop, const Root &root, Names *event_names, const std::vector<Line> &script)
+    : kernel_log(loop, root.below(kKernelMessages), &failures),
+      channel(loop, root.below(kNetlinkStandIn), &failures),
+      collector(loop, root.below("/collector.log")),
+      names(event_names),
+      script_(script),
+      platform_device_(loop, root.below(kPlatformDevice), SOCK_SEQPACKET,
+                       [this](Message *message) { return platform_request(*message); }),
+      log_device_(loop, root.below(kLogDevice), SOCK_SEQPACKET,
+                  [this](Message *message) { return log_request(*message); }) {}
+
+bool Simulation::is_open() const {
+  return kernel_log.is_open() && channel.is_open() && platform_device_.is_open() && log_device_.is_open();
+}
+
+void Simulation::start() {
+  start_ = mu_current_tick();
+  schedule.emplace(script_, start_);
+}
+
+std::uint64_t Simulation::ticks() const { return mu_current_tick() - start_; }
+
+int Simulation::run_due() {
+  const std::uint64_t now = mu_current_tick();
+  const auto due = schedule->take(now, channel.is_bound(), kMostInARound);
+  for (const Command &command : due) run(command);
+  if (!due.empty()) return 0;
+  const auto next = schedule->next();
+  if (!next) return -1;
+  return static_cast<int>(std::min<std::uint64_t>((*next - now) * kTickMs, INT_MAX));
+}
+
+void Simulation::add(const Line &line) { schedule->add(line, mu_current_tick()); }
+
+void Simulation::run(const Command &command) {
+  using Kind = Command::Kind;
+  switch (command.kind) {
+    case Kind::kEvent:
+      return send_event(command.type, command.device, command.text);
+    case Kind::kName:
+      return;
+    case Kind::kDriverLine:
+      return kernel_log.write_framed(modules, command.module, command.level, command.text);
+    case Kind::kKernelLine:
+      return kernel_log.write_plain(command.text);
+    case Kind::kKernelBytes:
+      return kernel_log.write_bytes(command.text);
+    case Kind::kDatagram:
+      return channel.send(command.text);
+    case Kind::kFail:
+      return failures.set(command.call, command.count);
+    case Kind::kDump:
+      return dump_events();
+    case Kind::kSay:
+      return tell(readable(command.text));
+    case Kind::kStop:
+      return daemon->signal(SIGTERM);
+  }
+}
+
+Response Simulation::platform_request(const Message &message) {
+  if (message.request.ask == kOpen) return failures.take(Call::kOpen) ? refuse(ENODEV) : Response();
+  if (failures.take(Call::kIoctl)) return refuse(EIO);
+  return control_platform(message, &channel);
+}
+
+Response Simulation::log_request(const Message &message) {
+  if (message.request.ask == kOpen) return failures.take(Call::kOpen) ? refuse(ENODEV) : Response();
+  if (failures.take(Call::kIoctl)) return refuse(EIO);
+  return modules.control(message);
+}
+
+}  // namespace tarn_sim

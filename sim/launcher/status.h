@@ -1,0 +1,15 @@
+// The state of a simulation as one line of JSON.
+#ifndef TARN_SIM_LAUNCHER_STATUS_H
+#define TARN_SIM_LAUNCHER_STATUS_H
+
+#include <string>
+
+#include "simulation.h"
+
+namespace tarn_sim {
+
+std::string status(const Simulation &simulation);
+
+}  // namespace tarn_sim
+
+#endif

@@ -1,0 +1,28 @@
+// The definition of a function behind the shim's own: libc's, or a sanitizer's.
+#ifndef TARN_SIM_NEXT_H
+#define TARN_SIM_NEXT_H
+
+#include <dlfcn.h>
+
+namespace tarn_sim {
+
+template <typename Function>
+Function next(Function *cache, const char *name) {
+  Function found = __atomic_load_n(cache, __ATOMIC_RELAXED);
+  if (found == nullptr) {
+    found = reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
+    __atomic_store_n(cache, found, __ATOMIC_RELAXED);
+  }
+  return found;
+}
+
+}  // namespace tarn_sim
+
+// Only libc's own signature can be named here: the shim's function carries the same name.
+#define NEXT(name, signature)                        \
+  [] {                                               \
+    static signature cache;                          \
+    return tarn_sim::next<signature>(&cache, #name); \
+  }()
+
+#endif
