@@ -99,12 +99,12 @@ void KernelLog::make_room() {
   }
 }
 
-// Gives each reader what it takes, in turn, a line at a time.
+// Gives the readers what they take, in turn, a line at a time.
 void KernelLog::hand_out() {
-  bool someone_takes = true;
-  while (someone_takes) {
-    someone_takes = false;
-    for (Reader &reader : readers_) someone_takes = hand_to(&reader) || someone_takes;
+  std::size_t refused = 0;
+  while (refused < readers_.size()) {
+    refused = hand_to(&readers_.front()) ? 0 : refused + 1;
+    readers_.splice(readers_.end(), readers_, readers_.begin());
   }
   if (lines_.empty()) told_lost_ = false;
   watch();

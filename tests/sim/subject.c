@@ -6,8 +6,8 @@
 //   ioctl FD REQUEST HEX|-    the argument stands before a page that cannot be touched; '-' is a null pointer
 //   socket DOMAIN PROTOCOL FLAGS               bind FD PORT SIZE FAMILY
 //   select MS FD...           recv FD          send FD HEX      sendto ADDRESS PORT TEXT
-//   thread COMMAND...         fork COMMAND...  real-time        catch SIGNAL     env NAME         ppid
-//   kill SIGNAL               exit STATUS
+//   thread COMMAND...         fork COMMAND...  real-time        catch SIGNAL     ignore SIGNAL    env NAME
+//   ppid                      kill SIGNAL      exit STATUS
 
 #define _GNU_SOURCE
 
@@ -79,7 +79,10 @@ static long open_variant(const char *variant, const char *path) {
 static void do_fopen(const char *variant, const char *path) {
   FILE *file = strcmp(variant, "fopen64") == 0 ? fopen64(path, "re") : fopen(path, "r");
   char line[LONGEST];
-  if (file == NULL) return tell(-1);
+  if (file == NULL) {
+    tell(-1);
+    return;
+  }
   printf("%s", fgets(line, sizeof line, file) != NULL ? line : "nothing\n");
   fclose(file);
 }
@@ -87,13 +90,19 @@ static void do_fopen(const char *variant, const char *path) {
 static void do_read(int fd, size_t size) {
   static char bytes[65536];
   const ssize_t got = read(fd, bytes, size < sizeof bytes ? size : sizeof bytes);
-  if (got < 0) return tell(got);
-  printf("%zd ", got);
-  tell_bytes((const unsigned char *)bytes, got);
+  if (got < 0) {
+    tell(got);
+  } else {
+    printf("%zd ", got);
+    tell_bytes((const unsigned char *)bytes, got);
+  }
 }
 
 static void do_ioctl(int fd, unsigned long request, const char *hex) {
-  if (strcmp(hex, "-") == 0) return tell(ioctl(fd, request, NULL));
+  if (strcmp(hex, "-") == 0) {
+    tell(ioctl(fd, request, NULL));
+    return;
+  }
   unsigned char bytes[LONGEST / 2];
   const size_t size = from_hex(hex, bytes);
   const size_t page = (size_t)sysconf(_SC_PAGESIZE);
@@ -123,7 +132,10 @@ static void do_select(int ms, char **words, int count) {
   for (int i = 0; i < count; i++) FD_SET(number(words[i]), &set);
   struct timeval timeout = {ms / 1000, ms % 1000 * 1000};
   const int ready = select(FD_SETSIZE, &set, NULL, NULL, ms < 0 ? NULL : &timeout);
-  if (ready < 0) return tell(ready);
+  if (ready < 0) {
+    tell(ready);
+    return;
+  }
   printf("%d", ready);
   for (int fd = 0; fd < FD_SETSIZE; fd++) {
     if (ready > 0 && FD_ISSET(fd, &set)) printf(" %d", fd);
@@ -137,9 +149,12 @@ static void do_recv(int fd) {
   struct sockaddr_nl sender;
   socklen_t size = 0;
   const ssize_t got = recvfrom(fd, bytes, sizeof bytes, 0, (struct sockaddr *)&sender, &size);
-  if (got < 0) return tell(got);
-  printf("%zd %u ", got, size);
-  tell_bytes(bytes, got);
+  if (got < 0) {
+    tell(got);
+  } else {
+    printf("%zd %u ", got, size);
+    tell_bytes(bytes, got);
+  }
 }
 
 static void do_send(int fd, const char *hex) {
@@ -262,6 +277,8 @@ static void run(char **words, int count) {
     do_real_time();
   } else if (strcmp(verb, "catch") == 0) {
     tell(sigaction(first, &(struct sigaction){.sa_handler = note, .sa_flags = SA_RESTART}, NULL));
+  } else if (strcmp(verb, "ignore") == 0) {
+    tell(sigaction(first, &(struct sigaction){.sa_handler = SIG_IGN}, NULL));
   } else if (strcmp(verb, "env") == 0) {
     printf("%s\n", getenv(words[1]) != NULL ? getenv(words[1]) : "(not set)");
   } else if (strcmp(verb, "ppid") == 0) {
