@@ -40,12 +40,12 @@ bool name_channel(int sock) {
 }
 
 // Hands the launcher its end. False without a launcher.
-bool hand_over(int sock, Reply *reply) {
+bool hand_over(int end, Reply *reply) {
   sockaddr_un address = {};
-  const int link = stand_in(kNetlinkStandIn, &address) ? connect_to(address, SOCK_SEQPACKET) : -1;
-  if (link < 0) return false;
-  const bool is_answered = ask(link, {kOpen, 0}, {}, sock) && answer(link, reply, {});
-  (void)close(link);
+  const int connection = stand_in(kNetlinkStandIn, &address) ? connect_to(address, SOCK_SEQPACKET) : -1;
+  if (connection < 0) return false;
+  const bool is_answered = ask(connection, {kOpen, 0}, {}, end) && answer(connection, reply, {});
+  (void)close(connection);
   return is_answered;
 }
 

@@ -1260,11 +1260,11 @@ class Gatewayd(SimTest):
       more = {'user': NOBODY, 'group': NOBODY, 'extra_groups': []}
     daemon = emulator + [os.environ['TARN_TEST_GATEWAYD'], '--config', os.path.join(self.folder, 'cfg'),
                          '--set-collector', '192.168.1.254']
-    sim = self.start(root=root, daemon=daemon, cwd='/', script='await channel\nevent link-down port 3\n'
-                     'kmsg 5 6 "port 3 is down"\nkmsg "other"\nevery 10ms event traffic device 8 10 times\n', **more)
-    sim.out.wait_for('started, boot count 1')
-    sim.out.wait_for('device 3: link down')
+    sim = self.start(root=root, daemon=daemon, cwd='/', **more)
+    sim.out.wait_for('started, boot count 1')  # subscribers and levels are there
     client = sim.client()
+    client.do('event link-down port 3', 'kmsg 5 6 "port 3 is down"', 'kmsg "other"', 'event traffic device 8 10 times')
+    sim.out.wait_for('device 3: link down')
     while client.status()['events'][3]['suppressed_count'] < 7:  # three in a window are enough for it
       pass
     status = client.status()
