@@ -1,0 +1,957 @@
+"""tarn-sim and tarn-event, held to what their pages say: a daemon that does what it is told runs under the launcher.
+
+Usage: contract_sim_test.py [SUITE.TEST]... -- TARN_SIM CALLER TARN_EVENT GATEWAYD
+
+Nothing here looks at a clock but to see that nothing came early; what is waited for has a hang limit. Exits with 77 when
+all that was to run was skipped.
+"""
+
+import errno
+import fcntl
+import json
+import os
+import random
+import re
+import shlex
+import shutil
+import signal
+import socket
+import stat
+import struct
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+HANG_S = 20
+SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..')
+NOBODY = 65534
+
+PAL, LOG_DEVICE, KMSG = '/dev/mu_pal_ioctl', '/dev/mulog-ioctl-dev', '/proc/kmsg'
+AF_NETLINK, SOCK_RAW, CHANNEL = 16, 3, 19
+CONFIGURE, DESTINATION, SET_LEVEL = 0x4301, 0x4302, 0x4300
+COUNTER_GET, COUNTER_CLEAR, CLEAR_ALL, SET, GET, DUMP = range(6)
+LONG_MS = 1000000  # of suppression windows that never end during a test
+TYPES = 20         # of the simulated driver, unless told otherwise
+HEADER = struct.Struct('=HHHHHH8xI')
+MESSAGE = struct.Struct('=8I')
+
+program = {}
+
+
+def header(length, event_type=0, device=0, destination=0):
+  return HEADER.pack(0, length, 0, event_type, 0, device, destination)
+
+
+def datagram(event_type, device=0, payload=b''):
+  return header(len(payload), event_type, device) + payload
+
+
+class Caller:
+  """The daemon: each method has it make one call, and gives its result, or the negative errno."""
+
+  def __init__(self, listener):
+    self.talk, _ = listener.accept()
+    self.talk.settimeout(HANG_S)
+    self.lines = self.talk.makefile('rb')
+
+  def full(self, *words):
+    self.talk.sendall(' '.join(str(word) for word in words).encode() + b'\n')
+    return self.answer()
+
+  def answer(self):
+    line = self.lines.readline()
+    if not line:
+      raise EOFError('the daemon has ended')
+    result, error, rest = line.decode().rstrip('\n').split(' ')
+    return int(result) if int(result) != -1 else -int(error), bytes.fromhex(rest)
+
+  def call(self, *words):
+    return self.full(*words)[0]
+
+  def open(self, path, flags=os.O_RDWR, variant='open'):
+    return self.call('open', variant, path, flags)
+
+  def ioctl(self, file, request, argument, *at_start):
+    return self.full('ioctl', file, request, argument.hex(), *at_start)
+
+  def pal(self, request, argument):
+    """Opens the platform device, asks, and closes it again."""
+    file = self.open(PAL)
+    result, got = self.ioctl(file, request, argument)
+    self.call('close', file)
+    return result, got
+
+  def configure(self, operation, event_type=0, enabled=0, threshold=0, period=0, count=0, clear=0):
+    """Command 1: its result and the eight numbers of the answer."""
+    message = MESSAGE.pack(operation, event_type, 0, enabled, threshold, period, count, clear)
+    result, got = self.pal(CONFIGURE, header(32) + message)
+    return result, MESSAGE.unpack(got[24:])
+
+  def count(self, event_type, clear=0):
+    return self.configure(COUNTER_GET, event_type, clear=clear)[1][6]
+
+  def set_level(self, module, setting, value, command=3):
+    block = bytes(10) + struct.pack('=HBBB', command, module, setting, value) + bytes(241)
+    file = self.open(LOG_DEVICE)
+    result = self.ioctl(file, SET_LEVEL, block)
+    self.call('close', file)
+    return result
+
+  def channel(self, port=None):
+    """A bound event channel, whose port the driver knows, as the library makes it."""
+    sock = self.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+    port = self.call('getppid') if port is None else port
+    assert self.pal(DESTINATION, header(0, destination=port))[0] == 0
+    assert self.call('bind-netlink', sock, port, 12, 0) == 0
+    return sock
+
+  def receive(self, sock):
+    self.full('select', sock, -1, -1)
+    return self.full('recvfrom', sock, 4096, 0)[1]
+
+  def has_more(self, sock):
+    return self.full('select', sock, -1, 0)[0] > 0
+
+  def end(self, status=0):
+    self.talk.sendall(b'exit %d\n' % status)
+
+
+class Control:
+  """A client of the control socket."""
+
+  def __init__(self, path):
+    self.sock = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    self.sock.settimeout(HANG_S)
+    self.sock.connect(path)
+    self.lines = self.sock.makefile('rb')
+
+  def ask(self, line):
+    """The lines of the answer; the last one is "ok" or an error."""
+    self.sock.sendall(line.encode('latin-1') + b'\n')
+    return self.answer()
+
+  def answer(self):
+    lines = []
+    while not lines or not (lines[-1] == 'ok' or lines[-1].startswith('error: ')):
+      line = self.lines.readline()
+      if not line:
+        raise EOFError('the control socket was closed after %r' % lines)
+      lines.append(line.decode().rstrip('\n'))
+    return lines
+
+  def do(self, *lines):
+    for line in lines:
+      answer = self.ask(line)
+      assert answer == ['ok'], (line, answer)
+
+  def status(self):
+    line, ok = self.ask('status')
+    assert ok == 'ok'
+    return json.loads(line)
+
+  def close(self):
+    self.lines.close()
+    self.sock.close()
+
+
+class Sim:
+  """A running launcher. `daemon` is the Caller, once `meet` was called."""
+
+  def __init__(self, folder, options, command=None, before=(), root=None, **run):
+    self.folder, self.root = folder, root or os.path.join(folder, 'root')
+    self.output_file, self.error_file = (tempfile.TemporaryFile() for _ in range(2))
+    self.listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    self.talk = os.path.join(tempfile.mkdtemp(dir=folder), 'talk')
+    self.listener.bind(self.talk)
+    os.chmod(os.path.dirname(self.talk), 0o755)
+    os.chmod(self.talk, 0o777)
+    self.listener.listen()
+    self.listener.settimeout(HANG_S)
+    command = [program['caller'], self.talk] if command is None else command
+    self.process = subprocess.Popen(list(before) + [program['tarn-sim']] + list(options) + ['--'] + command,
+                                    stdout=self.output_file, stderr=self.error_file,
+                                    **{'stdin': subprocess.DEVNULL, **run})
+    self.daemon = None
+    self.controls = []
+
+  def meet(self):
+    self.listener.settimeout(0.05)
+    limit = time.monotonic() + HANG_S
+    while self.daemon is None:
+      try:
+        self.daemon = Caller(self.listener)
+      except socket.timeout:
+        if self.process.poll() is not None or time.monotonic() > limit:
+          raise AssertionError('no daemon: %r %s' % (self.process.poll(), self.errors())) from None
+    return self.daemon
+
+  @staticmethod
+  def text(file):
+    return os.pread(file.fileno(), 1 << 24, 0).decode(errors='replace')
+
+  def output(self):
+    return self.text(self.output_file)
+
+  def errors(self):
+    return self.text(self.error_file)
+
+  def control(self):
+    self.controls.append(Control(os.path.join(self.root, 'control')))
+    return self.controls[-1]
+
+  def wait(self):
+    return self.process.wait(timeout=HANG_S)
+
+  def until(self, condition, what='a condition'):
+    limit = time.monotonic() + HANG_S
+    while True:
+      result = condition()
+      if result:
+        return result
+      if time.monotonic() > limit:
+        raise AssertionError('%s never came\n%s\n%s' % (what, self.output(), self.errors()))
+      time.sleep(0.01)
+
+  def close(self):
+    if self.process.poll() is None:
+      self.process.kill()
+    self.process.wait()
+    for control in self.controls:
+      control.close()
+    if self.daemon:
+      self.daemon.lines.close()
+      self.daemon.talk.close()
+    self.listener.close()
+    self.output_file.close()
+    self.error_file.close()
+
+
+class SimTest(unittest.TestCase):
+
+  def setUp(self):
+    self.folder = tempfile.mkdtemp(prefix='sim-')
+    os.chmod(self.folder, 0o755)
+    self.root = os.path.join(self.folder, 'root')
+    self.addCleanup(shutil.rmtree, self.folder)
+
+  def sim(self, *options, script=None, namespace=False, root=None, **run):
+    options = list(options) + ([] if namespace else ['--no-namespace'])
+    if root is None:
+      options += ['--root', self.root]
+    if script is not None:
+      options += ['--script', self.write('script.sim', script)]
+    started = Sim(self.folder, options, root=root or self.root, **run)
+    self.addCleanup(started.close)
+    return started
+
+  def play(self, *options, **run):
+    """A simulation, its daemon, and a client of its control socket."""
+    started = self.sim(*options, **run)
+    return started, started.meet(), started.control()
+
+  def write(self, name, text):
+    path = os.path.join(self.folder, name)
+    with open(path, 'wb') as file:
+      file.write(text if isinstance(text, bytes) else text.encode())
+    return path
+
+  def bare(self, *args, **run):
+    """The launcher alone, to its end."""
+    done = subprocess.run([program['tarn-sim']] + list(args), capture_output=True, check=False, timeout=HANG_S,
+                          **{'input': b'', **run})
+    return done.returncode, done.stdout.decode(errors='replace'), done.stderr.decode(errors='replace')
+
+  def assert_error(self, expected, result):
+    self.assertEqual(errno.errorcode.get(-result, result), expected)
+
+
+class Redirection(SimTest):
+  """Which calls lead to the simulation, and that they behave as the real ones."""
+
+  VARIANTS = ('open', 'open64', 'openat', 'openat64', '__open_2', '__open64_2', '__openat_2', '__openat64_2')
+
+  def test_every_way_to_open_reaches_every_device(self):
+    _, daemon, control = self.play()
+    control.do('kmsg "a line"')
+    for path in (PAL, LOG_DEVICE, KMSG):
+      for variant in self.VARIANTS:
+        with self.subTest(path=path, variant=variant):
+          file = daemon.open(path, os.O_RDONLY if path == KMSG else os.O_RDWR, variant)
+          self.assertGreaterEqual(file, 0)
+          self.assertEqual(daemon.call('close', file), 0)
+      for variant in ('fopen', 'fopen64'):
+        with self.subTest(path=path, variant=variant):
+          self.assertGreaterEqual(daemon.call('fopen', variant, path, 'r' if path == KMSG else 'r+'), 0)
+
+  def test_what_any_variant_opened_is_the_device(self):
+    _, daemon, _ = self.play()
+    for number, variant in enumerate(self.VARIANTS):
+      with self.subTest(variant=variant):
+        file = daemon.open(PAL, variant=variant)
+        self.assertEqual(daemon.ioctl(file, DESTINATION, header(0, destination=100 + number))[0], 0)
+    self.assertEqual(self.control_status()['channel']['destination'], 100 + len(self.VARIANTS) - 1)
+
+  def control_status(self):
+    client = Control(os.path.join(self.root, 'control'))
+    self.addCleanup(client.close)
+    return client.status()
+
+  def test_the_overlay_is_a_folder_of_the_root(self):
+    _, daemon, _ = self.play()
+    for variant in self.VARIANTS[:4]:
+      with self.subTest(variant=variant):
+        file = daemon.open('/overlay/' + variant, os.O_CREAT | os.O_EXCL | os.O_WRONLY, variant)
+        self.assertGreaterEqual(file, 0)
+        self.assertEqual(daemon.call('write', file, b'kept'.hex()), 4)
+        daemon.call('close', file)
+        path = os.path.join(self.root, 'overlay', variant)
+        with open(path, 'rb') as kept:
+          self.assertEqual(kept.read(), b'kept')
+        self.assertEqual(stat.S_IMODE(os.stat(path).st_mode) & ~0o640, 0)
+    for variant in self.VARIANTS:
+      file = daemon.open('/overlay/open', os.O_RDONLY, variant)
+      self.assertEqual(daemon.full('read', file, 9), (4, b'kept'), variant)
+      daemon.call('close', file)
+    for variant in ('fopen', 'fopen64'):
+      self.assertGreaterEqual(daemon.call('fopen', variant, '/overlay/' + variant, 'w'), 0)
+      self.assertTrue(os.path.exists(os.path.join(self.root, 'overlay', variant)))
+      self.assert_error('ENOENT', daemon.call('fopen', variant, '/overlay/missing', 'r'))
+    self.assertEqual(daemon.call('access', '/overlay', os.R_OK), 0)
+    self.assertEqual(daemon.call('access', '/overlay/open', os.F_OK), 0)
+    self.assertEqual(daemon.call('unlink', '/overlay/open'), 0)
+    self.assert_error('ENOENT', daemon.call('access', '/overlay/open', os.F_OK))
+    self.assert_error('ENOENT', daemon.call('unlink', '/overlay/open'))
+    self.assertFalse(os.path.exists(os.path.join(self.root, 'overlay', 'open')))
+
+  def test_errors_are_those_of_the_calls(self):
+    _, daemon, _ = self.play()
+    self.assertGreaterEqual(daemon.open('/overlay/file', os.O_CREAT | os.O_WRONLY), 0)
+    os.mkdir(os.path.join(self.root, 'overlay', 'folder'))
+    for expected, call in (('ENOENT', ('open', 'open', '/overlay/missing', os.O_RDONLY)),
+                           ('EEXIST', ('open', 'open', '/overlay/file', os.O_CREAT | os.O_EXCL | os.O_RDWR)),
+                           ('EISDIR', ('open', 'open', '/overlay/folder', os.O_WRONLY)),
+                           ('ENOTDIR', ('open', 'open', '/overlay/file/below', os.O_RDONLY)),
+                           ('ENOTDIR', ('access', '/overlay/file/below', os.F_OK)),
+                           ('EISDIR', ('unlink', '/overlay/folder')),
+                           ('EINVAL', ('access', '/overlay/file', 99)),
+                           ('EINVAL', ('fopen', 'fopen', '/overlay/file', 'q')),
+                           ('EBADF', ('close', 999)),
+                           ('EBADF', ('ioctl-null', 999, SET_LEVEL))):
+      with self.subTest(call=call):
+        self.assert_error(expected, daemon.call(*call))
+
+  def test_other_paths_are_left_alone(self):
+    _, daemon, _ = self.play()
+    outside = self.write('outside', 'text')
+    for variant in self.VARIANTS:
+      file = daemon.open(outside, os.O_RDONLY, variant)
+      self.assertEqual(daemon.full('read', file, 9), (4, b'text'), variant)
+      daemon.call('close', file)
+    self.assertEqual(daemon.call('access', outside, os.R_OK), 0)
+    for path in (PAL + '2', LOG_DEVICE + '/', '/proc/kmsg2', '/overlayer', '/overlayer/file', 'overlay/file',
+                 '/dev/mu_pal_ioct'):
+      with self.subTest(path=path):
+        self.assertIn(-daemon.open(path, os.O_RDONLY), (errno.ENOENT, errno.ENOTDIR))
+        self.assertIn(-daemon.call('access', path, os.F_OK), (errno.ENOENT, errno.ENOTDIR))
+    self.assertEqual(daemon.call('unlink', outside), 0)
+    self.assertFalse(os.path.exists(outside))
+
+  def test_access_finds_the_devices(self):
+    _, daemon, _ = self.play()
+    for path in (PAL, LOG_DEVICE, KMSG):
+      self.assertEqual(daemon.call('access', path, os.F_OK), 0, path)
+      self.assertEqual(daemon.call('access', path, os.R_OK | os.W_OK), 0, path)
+
+  def test_close_on_exec_is_as_was_asked_for(self):
+    _, daemon, _ = self.play()
+    for path in (PAL, LOG_DEVICE, KMSG):
+      for flags, expected in ((0, 0), (os.O_CLOEXEC, 1)):
+        self.assertEqual(daemon.call('cloexec', daemon.open(path, os.O_RDONLY | flags)), expected, (path, flags))
+    for flags, expected in ((0, 0), (socket.SOCK_CLOEXEC, 1)):
+      sock = daemon.call('socket', AF_NETLINK, SOCK_RAW | flags, CHANNEL)
+      self.assertEqual(daemon.call('cloexec', sock), expected, flags)
+
+  def test_what_was_opened_not_to_block_does_not(self):
+    _, daemon, _ = self.play()
+    self.assert_error('EAGAIN', daemon.call('read', daemon.open(KMSG, os.O_RDONLY | os.O_NONBLOCK), 9))
+    sock = daemon.call('socket', AF_NETLINK, SOCK_RAW | socket.SOCK_NONBLOCK, CHANNEL)
+    self.assertEqual(daemon.call('bind-netlink', sock, 5, 12, 0), 0)
+    self.assert_error('EAGAIN', daemon.call('recvfrom', sock, 9, 0))
+
+  def test_descriptors_may_be_the_standard_ones(self):
+    _, daemon, _ = self.play()
+    for descriptor in (0, 1, 2):
+      self.assertEqual(daemon.call('close', descriptor), 0)
+    self.assertEqual(daemon.open(PAL), 0)
+    self.assertEqual(daemon.open(LOG_DEVICE), 1)
+    self.assertEqual(daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL), 2)
+    self.assertEqual(daemon.ioctl(0, DESTINATION, header(0, destination=7))[0], 0)
+    self.assertEqual(daemon.ioctl(1, SET_LEVEL, bytes(10) + struct.pack('=HBBB', 3, 1, 1, 1) + bytes(241))[0], 0)
+    self.assertEqual(daemon.call('bind-netlink', 2, 7, 12, 0), 0)
+    self.assertEqual(daemon.configure(SET, 1, 1, 3, 1000)[0], 0)
+
+  def test_calls_leave_no_descriptors_behind(self):
+    _, daemon, _ = self.play()
+    lowest = daemon.open('/dev/null', os.O_RDONLY)
+    daemon.call('close', lowest)
+    for _ in range(20):
+      self.assertEqual(daemon.configure(SET, 1, 1, 3, 1000)[0], 0)
+      self.assertEqual(daemon.configure(6)[0], -errno.EINVAL)
+      self.assertEqual(daemon.set_level(1, 1, 1)[0], 0)
+      daemon.open('/overlay/missing', os.O_RDONLY)
+      sock = daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+      self.assert_error('EINVAL', daemon.call('bind-netlink', sock, 5, 0, 0))
+      self.assertEqual(daemon.call('close', sock), 0)
+    self.assertEqual(daemon.open('/dev/null', os.O_RDONLY), lowest)
+
+  def test_duplicates_are_the_device_too(self):
+    _, daemon, control = self.play()
+    file = daemon.open(PAL)
+    copies = [daemon.call('dup', file), daemon.call('dup2', file, 0), daemon.call('dup2', file, 50)]
+    daemon.call('close', file)
+    for copy in copies:
+      self.assertEqual(daemon.ioctl(copy, DESTINATION, header(0, destination=copy + 1))[0], 0)
+      self.assertEqual(control.status()['channel']['destination'], copy + 1)
+      daemon.call('close', copy)
+    sock = daemon.channel()
+    copy = daemon.call('dup', sock)
+    daemon.call('close', sock)
+    control.do('event 1')
+    self.assertEqual(daemon.receive(copy), datagram(1))
+    self.assertTrue(control.status()['channel']['bound'])
+    daemon.call('close', copy)
+
+  def test_a_forked_child_has_the_devices(self):
+    sim, daemon, control = self.play()
+    file, sock = daemon.open(PAL), daemon.channel()
+    self.assertEqual(daemon.call('fork'), 0)  # the child's answer
+    self.assertEqual(daemon.ioctl(file, DESTINATION, header(0, destination=9))[0], 0)
+    self.assertEqual(control.status()['channel']['destination'], 9)
+    self.assertEqual(daemon.pal(DESTINATION, header(0, destination=sim.process.pid))[0], 0)
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+    self.assertEqual(daemon.set_level(1, 1, 1)[0], 0)
+    daemon.end(42)
+    self.assertEqual(daemon.answer()[0], 42)
+    control.do('event 2')
+    self.assertEqual(daemon.receive(sock), datagram(2))
+    self.assertEqual(daemon.ioctl(file, DESTINATION, header(0, destination=8))[0], 0)
+    self.assertEqual(control.status()['channel']['destination'], 8)
+
+  def test_an_executed_program_has_the_devices(self):
+    _, daemon, control = self.play()
+    file, sock = daemon.open(PAL), daemon.channel()
+    daemon.talk.sendall(b'exec\n')
+    self.assertEqual(daemon.ioctl(file, DESTINATION, header(0, destination=9))[0], 0)
+    self.assertEqual(daemon.pal(DESTINATION, header(0, destination=daemon.call('getppid')))[0], 0)
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+    self.assertGreaterEqual(daemon.open(KMSG, os.O_RDONLY), 0)
+
+  def test_threads_have_the_devices(self):
+    _, daemon, control = self.play()
+    file = daemon.call('thread', 'open', 'open', PAL, os.O_RDWR)
+    self.assertEqual(daemon.call('thread', 'ioctl', file, DESTINATION, header(0, destination=9).hex()), 0)
+    sock = daemon.call('thread', 'socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+    self.assertEqual(daemon.call('thread', 'bind-netlink', sock, 9, 12, 0), 0)
+    control.do('event 1')
+    self.assertEqual(daemon.full('thread', 'recvfrom', sock, 99, 0), (24, datagram(1)))
+
+  def test_other_ioctls_are_left_alone(self):
+    _, daemon, _ = self.play()
+    self.assert_error('ENOTTY', daemon.call('ioctl-null', daemon.open('/dev/null', os.O_RDWR), SET_LEVEL))
+    self.assert_error('ENOTTY', daemon.call('ioctl-none', daemon.open('/dev/null', os.O_RDWR), 0x4301))
+    file = daemon.open(self.write('four', 'four'), os.O_RDONLY)
+    self.assertEqual(daemon.call('fionread', file), 4)
+    self.assertGreaterEqual(daemon.call('fionread', daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)), 0)
+
+  def test_other_sockets_are_left_alone(self):
+    _, daemon, _ = self.play()
+    route = daemon.call('socket', AF_NETLINK, SOCK_RAW, 0)
+    self.assertGreaterEqual(route, 0)
+    self.assert_error('EINVAL', daemon.call('bind-netlink', route, 0, 11, 0))
+    self.assertEqual(daemon.call('bind-netlink', route, 0, 12, 0), 0)
+    self.assert_error('EPROTONOSUPPORT', daemon.call('socket', AF_NETLINK, SOCK_RAW, 31))
+    udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    self.assertEqual(daemon.call('bind-inet', udp, '7f000001', 0), 0)
+    self.assert_error('EAFNOSUPPORT', daemon.call('socket', 99, SOCK_RAW, CHANNEL))
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
+      receiver.bind(('127.0.0.1', 0))
+      receiver.settimeout(HANG_S)
+      self.assertEqual(daemon.call('sendto', udp, '7f000001', receiver.getsockname()[1], '0102'), 2)
+      self.assertEqual(receiver.recv(9), b'\1\2')
+
+  def test_without_an_argument_a_device_refuses(self):
+    _, daemon, control = self.play()
+    for path, request in ((PAL, CONFIGURE), (PAL, DESTINATION), (LOG_DEVICE, SET_LEVEL)):
+      file = daemon.open(path)
+      self.assertIn(-daemon.call('ioctl-null', file, request), (errno.EFAULT, errno.EINVAL), (path, request))
+    self.assertEqual(control.status()['channel']['destination'], 0)
+
+  def test_a_device_that_was_opened_is_none_for_another_request(self):
+    _, daemon, _ = self.play()
+    for path, requests in ((PAL, (0x4300, 0x4303, 0x43ff, 0x4201)), (LOG_DEVICE, (0x4301, 0x4302))):
+      file = daemon.open(path)
+      for request in requests:
+        with self.subTest(path=path, request=hex(request)):
+          self.assertIn(-daemon.ioctl(file, request, bytes(256))[0], (errno.EINVAL, errno.ENOTTY))
+
+  def test_select_waits_as_it_does(self):
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    other = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    self.assertEqual(daemon.full('select', sock, other, 0), (0, b'\0'))
+    before = time.monotonic()
+    self.assertEqual(daemon.full('select', sock, other, 200), (0, b'\0'))
+    self.assertGreaterEqual(time.monotonic() - before, 0.2)
+    control.do('event 1')
+    self.assertEqual(daemon.full('select', sock, other, -1), (1, b'\1'))
+    self.assertEqual(daemon.full('select', other, sock, -1), (1, b'\2'))
+    self.assert_error('EBADF', daemon.full('select', 500, -1, -1)[0])
+
+
+class PlatformDevice(SimTest):
+
+  def test_answers_in_place_and_touches_nothing_beside(self):
+    _, daemon, _ = self.play()
+    file = daemon.open(PAL)
+    self.assertEqual(daemon.configure(SET, 7, 5, 3, 1000)[0], 0)
+    question = bytearray(HEADER.pack(0x1111, 32, 0x2222, 0x3333, 0x4444, 0x5555, 0x66666666))
+    question[12:20] = b'reserved'
+    question += MESSAGE.pack(GET, 7, 0x77777777, 8, 9, 10, 11, 12)
+    expected = bytes(question[:24]) + MESSAGE.pack(GET, 7, 0x77777777, 1, 3, 1000, 11, 12)
+    for edge in ((), ('start',)):
+      self.assertEqual(daemon.ioctl(file, CONFIGURE, bytes(question), *edge), (0, expected), edge)
+
+  def test_payloads_of_nothing_and_of_the_most(self):
+    _, daemon, control = self.play()
+    file = daemon.open(PAL)
+    for number, length in enumerate((0, 1, 32, 1000, 4071, 4072)):
+      for edge in ((), ('start',)):
+        with self.subTest(length=length, edge=edge):
+          argument = header(length, destination=1 + number) + bytes(i % 251 for i in range(length))
+          self.assertEqual(daemon.ioctl(file, DESTINATION, argument, *edge), (0, argument))
+          self.assertEqual(control.status()['channel']['destination'], 1 + number)
+
+  def test_what_is_no_event_message_is_refused_and_left_alone(self):
+    _, daemon, control = self.play()
+    file = daemon.open(PAL)
+    for length in (0, 1, 31):
+      argument = header(length) + bytes(length)
+      self.assertEqual(daemon.ioctl(file, CONFIGURE, argument), (-errno.EINVAL, argument), length)
+    for operation, event_type in ((6, 1), (0xffffffff, 1), (COUNTER_GET, TYPES), (COUNTER_CLEAR, TYPES), (SET, TYPES),
+                                  (GET, TYPES), (SET, 0xffffffff), (GET, 0xffffffff), (GET, 0x80000000)):
+      with self.subTest(operation=operation, event_type=event_type):
+        result, numbers = daemon.configure(operation, event_type, 1, 2, 3)
+        self.assertEqual(result, -errno.EINVAL)
+        self.assertEqual(numbers[:6], (operation, event_type, 0, 1, 2, 3))
+    self.assertFalse(any(one['suppression'] for one in control.status()['events']))
+
+  def test_periods_are_kept_in_units_of_ten(self):
+    _, daemon, control = self.play()
+    for given, kept in ((0, 10), (5, 10), (10, 10), (11, 10), (19, 10), (20, 20), (25, 20), (1000, 1000), (1009, 1000),
+                        (0xffffffff, 0xfffffffa)):
+      daemon.configure(SET, 3, 7, 4, given)
+      self.assertEqual(daemon.configure(GET, 3)[1][3:6], (1, 4, kept), given)
+      one = control.status()['events'][3]
+      self.assertEqual((one['suppression'], one['threshold'], one['period_ms']), (True, 4, kept))
+    daemon.configure(SET, 3, 0, 0, 0)
+    self.assertEqual(daemon.configure(GET, 3)[1][3:6], (0, 0, 10))
+
+  def test_counters_are_read_and_cleared(self):
+    _, daemon, control = self.play()
+    daemon.channel()
+    control.do('event 1 5 times', 'event 2 3 times')
+    self.assertEqual(daemon.configure(COUNTER_GET, 1), (0, (COUNTER_GET, 1, 0, 0, 0, 0, 5, 0)))
+    self.assertEqual(daemon.configure(COUNTER_GET, 1, clear=1), (0, (COUNTER_GET, 1, 0, 0, 0, 0, 5, 1)))
+    self.assertEqual((daemon.count(1), daemon.count(2)), (0, 3))
+    self.assertEqual(daemon.configure(COUNTER_CLEAR, 2)[0], 0)
+    self.assertEqual(daemon.count(2), 0)
+    control.do('event 1', 'event 2', 'event 19')
+    self.assertEqual(daemon.configure(CLEAR_ALL)[0], 0)
+    self.assertEqual([daemon.count(one) for one in range(TYPES)], [0] * TYPES)
+
+  def test_two_threads_get_each_its_own_answers(self):
+    _, daemon, _ = self.play()
+    self.assertEqual(daemon.call('hammer', 2, 300, -1), 0)
+
+  def test_eight_threads_share_a_descriptor(self):
+    _, daemon, _ = self.play()
+    self.assertEqual(daemon.call('hammer', 8, 60, daemon.open(PAL)), 0)
+
+  def test_suppression_is_the_stated_one(self):
+    """Random calls of all operations and events, against the rules told anew; windows that do not end meanwhile."""
+    choose = random.Random(4711)
+    sim, daemon, control = self.play('--events', '4')
+    sock = daemon.channel()
+    fresh = {'count': 0, 'on': False, 'now': False, 'dropped': 0, 'threshold': 0, 'in_window': 0, 'period': 0}
+    model = [dict(fresh) for _ in range(4)]
+    for step in range(400):
+      which = choose.randrange(4)
+      one, action = model[which], choose.randrange(12)
+      if action < 6:
+        control.do('event %d device %d' % (which, step))
+        if one['on'] and (one['now'] or one['in_window'] >= one['threshold']):
+          one['now'] = True
+          one['dropped'] += 1
+        else:
+          one['in_window'] += 1
+          one['count'] += 1
+          self.assertTrue(daemon.has_more(sock))
+          self.assertEqual(daemon.receive(sock), datagram(which, step))
+        self.assertFalse(daemon.has_more(sock))
+      elif action < 8:
+        enabled, threshold, period = choose.choice((0, 1, 2)), choose.randrange(8), LONG_MS + choose.randrange(99)
+        self.assertEqual(daemon.configure(SET, which, enabled, threshold, period)[0], 0)
+        one.update(on=enabled != 0, threshold=threshold, period=period // 10 * 10, dropped=0)
+      elif action == 8:
+        clear = choose.randrange(2)
+        self.assertEqual(daemon.count(which, clear), one['count'])
+        one['count'] *= 1 - clear
+      elif action == 9:
+        self.assertEqual(daemon.configure(COUNTER_CLEAR, which)[0], 0)
+        one.update(count=0, dropped=0)
+      elif action == 10 and choose.randrange(4) == 0:
+        self.assertEqual(daemon.configure(CLEAR_ALL)[0], 0)
+        for each in model:
+          each.update(count=0, dropped=0)
+      else:
+        self.assertEqual(daemon.configure(GET, which, 9, 9, 9)[1][3:6], (one['on'], one['threshold'], one['period']))
+      seen = control.status()['events'][which]
+      self.assertEqual((seen['count'], seen['suppression'], seen['suppressed'], seen['suppressed_count'],
+                        seen['threshold'], seen['period_ms']),
+                       (one['count'], one['on'], one['now'], one['dropped'], one['threshold'], one['period']), step)
+    self.assertEqual(daemon.configure(DUMP)[0], 0)
+    sim.until(lambda: sim.output() == self.table(model), 'the table')
+
+  @staticmethod
+  def table(model):
+    rows = ['=' * 63, '%-4s %-10s %-8s %-7s %-9s %-9s %-12s' % ('Type', 'Count', 'Suprs-en', 'Suprs-s', 'Suprs-cnt',
+                                                              'Threshold', 'Period(ms)'), '-' * 63]
+    for number, one in enumerate(model):
+      if one['on']:
+        rows.append('%-4d %-10d %-8s %-7s %-9d %-9d %d' % (number, one['count'], 'Enable', 'Yes' if one['now'] else 'No',
+                                                          one['dropped'], one['threshold'], one['period']))
+      else:
+        rows.append('%-4d %-10d %-8s %-7s %-9s %-9s %s' % (number, one['count'], 'Disable', '-', '-', '-', '-'))
+    return '\n'.join(rows) + '\n\n'
+
+  def test_a_suppressed_type_is_released_when_its_window_ends(self):
+    sim, daemon, control = self.play('--verbose')
+    sock = daemon.channel()
+    self.assertEqual(daemon.configure(SET, 4, 1, 2, 10)[0], 0)
+    # A window may end between them, but not twice as fast as an event comes.
+    sim.until(lambda: control.ask('event storm 3 times') and control.status()['events'][4]['suppressed'], 'suppression')
+    sim.until(lambda: not control.status()['events'][4]['suppressed'], 'release')
+    while daemon.has_more(sock):
+      daemon.receive(sock)
+    # A poll releases it, and one more without an event between begins a new window.
+    control.do('every 1.2s event storm')
+    self.assertEqual(daemon.receive(sock), datagram(4))
+    self.assertRegex(sim.errors(), r'event 4: suppressed')
+    self.assertRegex(sim.errors(), r'event 4: released')
+
+  def test_the_number_of_types_is_an_option(self):
+    for number in (1, 3, 200):
+      with self.subTest(number=number):
+        sim, daemon, control = self.play('--events', str(number))
+        self.assertEqual([one['type'] for one in control.status()['events']], list(range(number)))
+        self.assertEqual(daemon.configure(GET, number - 1)[0], 0)
+        self.assertEqual(daemon.configure(GET, number)[0], -errno.EINVAL)
+        self.assertRegex(control.ask('event %d' % number)[0], '^error: ')
+        daemon.end()
+        sim.wait()
+
+
+class LogDevice(SimTest):
+
+  def test_settings_are_kept_by_module(self):
+    _, daemon, control = self.play()
+    self.assertEqual(control.status()['modules'], [])
+    for module, setting, value in ((5, 1, 3), (5, 0, 7), (0, 2, 0), (255, 1, 0), (255, 2, 0), (255, 2, 1)):
+      self.assertEqual(daemon.set_level(module, setting, value)[0], 0)
+    self.assertEqual(control.status()['modules'], [{'id': 0, 'enabled': False, 'print': 8, 'record': 8},
+                                                   {'id': 5, 'enabled': True, 'print': 7, 'record': 3},
+                                                   {'id': 255, 'enabled': True, 'print': 8, 'record': 0}])
+
+  def test_the_message_is_left_as_it_was_and_so_is_what_is_beside_it(self):
+    _, daemon, _ = self.play()
+    block = bytes(10) + struct.pack('=HBBB', 3, 1, 1, 1) + bytes(241)
+    file = daemon.open(LOG_DEVICE)
+    for edge in ((), ('start',)):
+      self.assertEqual(daemon.ioctl(file, SET_LEVEL, block, *edge), (0, block))
+
+  def test_other_messages_are_refused(self):
+    _, daemon, control = self.play()
+    for module, setting, value, command in ((1, 1, 1, 0), (1, 1, 1, 2), (1, 1, 1, 4), (1, 1, 1, 0x300), (1, 3, 1, 3),
+                                            (1, 255, 1, 3)):
+      with self.subTest(command=command, setting=setting):
+        self.assertEqual(daemon.set_level(module, setting, value, command)[0], -errno.EINVAL)
+    self.assertEqual(control.status()['modules'], [])
+
+  def test_the_record_level_decides_and_the_print_level_does_not(self):
+    _, daemon, control = self.play()
+    kmsg = daemon.open(KMSG, os.O_RDONLY | os.O_NONBLOCK)
+    written = withheld = 0
+    for record in range(9):
+      daemon.set_level(7, 1, record)
+      daemon.set_level(7, 0, 8 - record)
+      for level in range(1, 9):
+        control.do('kmsg 7 %d "r%d l%d"' % (level, record, level))
+        if level <= record:
+          daemon.full('select', kmsg, -1, -1)
+          self.assertIn(b'r%d l%d' % (record, level), daemon.full('read', kmsg, 200)[1])
+        written, withheld = written + (level <= record), withheld + (level > record)
+        self.assertFalse(daemon.has_more(kmsg))
+    self.assertEqual(control.status()['kmsg'], {'written': written, 'withheld': withheld, 'lost': 0})
+
+  def test_a_disabled_module_is_silent_and_others_are_not(self):
+    _, daemon, control = self.play()
+    daemon.set_level(7, 2, 0)
+    control.do('kmsg 7 1 "not this"', 'kmsg 8 8 "this"', 'kmsg "plain"', r'raw-kmsg "<jxlog-07:8:raw<jxlog>\n"')
+    daemon.set_level(7, 2, 1)
+    control.do('kmsg 7 8 "again"')
+    got = daemon.full('read', daemon.open(KMSG, os.O_RDONLY), 4000)[1]
+    self.assertEqual([word in got for word in (b'not this', b':this<', b'plain', b'raw<', b'again')],
+                     [False, True, True, True, True], got)
+    self.assertEqual(control.status()['kmsg'], {'written': 4, 'withheld': 1, 'lost': 0})
+
+
+class KernelLog(SimTest):
+
+  def test_lines_have_the_form_of_the_kernel(self):
+    _, daemon, control = self.play()
+    for level in range(1, 9):
+      control.do('kmsg %d %d "level %d"' % (90 + level, level, level))
+    control.do('kmsg "plain \\" \\\\ end"')
+    lines = daemon.full('read', daemon.open(KMSG, os.O_RDONLY), 8000)[1].decode().split('\n')
+    self.assertEqual(lines.pop(), '')
+    self.assertEqual(len(lines), 9)
+    last = 0.0
+    for level, line in enumerate(lines, 1):
+      form = re.fullmatch(r'<(\d)>\[( {0,4}\d+)\.(\d{6})\] (.*)', line)
+      self.assertTrue(form and len(form[2]) >= 5, line)
+      self.assertGreaterEqual(float(form[2] + '.' + form[3]), last)
+      last = float(form[2] + '.' + form[3])
+      if level < 9:
+        self.assertEqual(int(form[1]), level - 1)
+        self.assertRegex(form[4], r'^<jxlog-%02d.%d.level %d<jxlog>$' % (90 + level, level, level))
+      else:
+        self.assertEqual((form[1], form[4]), ('6', 'plain " \\ end'))
+
+  def test_module_numbers_have_two_digits(self):
+    _, daemon, control = self.play()
+    control.do('kmsg 0 1 x', 'kmsg 5 1 x', 'kmsg 99 1 x', 'kmsg 05 1 x')
+    got = daemon.full('read', daemon.open(KMSG, os.O_RDONLY), 8000)[1]
+    self.assertEqual(re.findall(rb'<jxlog-(.*?).1.x<jxlog>\n', got), [b'00', b'05', b'99', b'05'])
+
+  def test_raw_bytes_are_those_and_no_others(self):
+    _, daemon, control = self.play()
+    kmsg = daemon.open(KMSG, os.O_RDONLY)
+    control.do(r'raw-kmsg "<jxlog-0"')
+    self.assertEqual(daemon.full('read', kmsg, 99), (8, b'<jxlog-0'))
+    control.do(r'raw-kmsg "5:6:up<jxlog>\n\x00\xfF\x7f\\\" #"')
+    self.assertEqual(daemon.full('read', kmsg, 99)[1], b'5:6:up<jxlog>\n\0\xff\x7f\\" #')
+
+  def test_what_came_before_the_reader_is_kept(self):
+    _, daemon, control = self.play()
+    control.do(*('kmsg "line %d"' % number for number in range(100)))
+    file = daemon.open(KMSG, os.O_RDONLY)
+    got = b''
+    while got.count(b'\n') < 100:
+      got += daemon.full('read', file, 512)[1]
+    self.assertEqual(re.findall(rb'line (\d+)\n', got), [b'%d' % number for number in range(100)])
+
+  def drain(self, daemon, file, last):
+    got = b''
+    while last not in got:
+      daemon.full('select', file, -1, -1)
+      got += daemon.full('read', file, 8000)[1]
+    return got
+
+  def test_the_backlog_is_bounded_and_loses_its_oldest_whole_lines(self):
+    sim, daemon, control = self.play()
+    text = 'x' * 980
+    control.do(*('kmsg "%04d %s"' % (number, text) for number in range(400)))
+    lost = control.status()['kmsg']['lost']
+    got = self.drain(daemon, daemon.open(KMSG, os.O_RDONLY), b'0399 ' + text.encode() + b'\n')
+    numbers = [int(one) for one in re.findall(rb'^<6>\[ *\d+\.\d{6}\] (\d{4}) x{980}$', got, re.MULTILINE)]
+    self.assertEqual(len(numbers), got.count(b'\n'))
+    self.assertEqual(numbers, list(range(400 - len(numbers), 400)))
+    self.assertEqual(lost, 400 - len(numbers))
+    self.assertLessEqual(len(got), 256 * 1024)
+    self.assertGreater(len(got), 200 * 1024)
+    self.assertEqual(len(re.findall('tarn-sim: .*lost', sim.errors())), 1, sim.errors())
+
+  def test_a_reader_that_does_not_read_stops_nobody(self):
+    _, daemon, control = self.play()
+    file = daemon.open(KMSG, os.O_RDONLY)
+    text = 'x' * 980
+    control.do(*('kmsg "%04d %s"' % (number, text) for number in range(1500)))
+    state = control.status()['kmsg']
+    self.assertGreater(state['lost'], 0)
+    got = self.drain(daemon, file, b'1499 ' + text.encode() + b'\n')
+    numbers = [int(one) for one in re.findall(rb'^<6>\[ *\d+\.\d{6}\] (\d{4}) x{980}$', got, re.MULTILINE)]
+    self.assertEqual(len(numbers), got.count(b'\n'), 'lines are whole')
+    self.assertEqual(numbers, sorted(set(numbers)))
+    self.assertEqual(len(numbers) + state['lost'], 1500)
+
+  def test_readers_share_the_stream(self):
+    sim, daemon, control = self.play()
+    files = [daemon.open(KMSG, os.O_RDONLY | os.O_NONBLOCK) for _ in range(3)]
+    control.do(*('kmsg "line %03d"' % number for number in range(200)))
+    parts = [b''] * 3
+
+    def read_all():
+      for number, file in enumerate(files):
+        parts[number] += daemon.full('read', file, 8000)[1]
+      return sum(part.count(b'\n') for part in parts) >= 200
+
+    sim.until(read_all, 'all lines')
+    got = b''.join(parts)
+    self.assertEqual(sorted(re.findall(rb'line (\d+)\n', got)), [b'%03d' % number for number in range(200)])
+
+  def test_a_reader_may_go_and_another_come(self):
+    _, daemon, control = self.play()
+    for number in range(3):
+      file = daemon.open(KMSG, os.O_RDONLY)
+      control.do('kmsg "line %d"' % number)
+      self.assertIn(b'line %d\n' % number, daemon.full('read', file, 999)[1])
+      daemon.call('close', file)
+
+
+class Channel(SimTest):
+
+  def test_datagrams_to_the_byte(self):
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    for line, expected in (('event 7 device 2 data 010203', datagram(7, 2, b'\1\2\3')),
+                           ('event 7 device 2 data 01 02 03', datagram(7, 2, b'\1\2\3')),
+                           ('event link-up', datagram(1)), ('event link-down port 65535', datagram(2, 65535)),
+                           ('event traffic device 0', datagram(3)), ('event storm', datagram(4)),
+                           (r'event 19 text "a\x00\n\"\\ #"', datagram(19, 0, b'a\0\n"\\ #')),
+                           ('event 1 text word', datagram(1, 0, b'word')), ('event 1 text ""', datagram(1)),
+                           ('event 0 data aAfF', datagram(0, 0, b'\xaa\xff')),
+                           ('event 1 data ' + '5a' * 2024, datagram(1, 0, b'Z' * 2024)),
+                           ('raw-datagram 01', b'\1'), ('raw-datagram ' + '00 ' * 23, bytes(23)),
+                           ('raw-datagram ' + '11' * 24, b'\x11' * 24), ('raw-datagram ' + '22' * 2048, b'\x22' * 2048),
+                           ('raw-datagram ' + '33' * 3000, b'\x33' * 3000)):
+      with self.subTest(line=line[:40]):
+        control.do(line)
+        self.assertEqual(daemon.receive(sock), expected)
+    self.assertFalse(daemon.has_more(sock))
+
+  def test_the_worked_datagram(self):
+    if sys.byteorder == 'little':
+      _, daemon, control = self.play()
+      sock = daemon.channel()
+      control.do('event 7 device 2 data 010203')
+      self.assertEqual(daemon.receive(sock).hex(' '), '00 00 03 00 00 00 07 00 00 00 02 00 00 00 00 00 '
+                                                      '00 00 00 00 00 00 00 00 01 02 03')
+
+  def test_a_small_buffer_gets_the_beginning_and_the_rest_is_gone(self):
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    control.do('raw-datagram ' + '44' * 2049, 'event 1')
+    self.assertEqual(daemon.full('recvfrom', sock, 2048, 0), (2048, b'\x44' * 2048))
+    self.assertEqual(daemon.full('recvfrom', sock, 2048, 0), (24, datagram(1)))
+
+  def test_the_order_is_that_of_the_commands(self):
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    for first in range(0, 600, 60):
+      control.do(*('event %d device %d' % (number % TYPES, number) for number in range(first, first + 60)))
+      for number in range(first, first + 60):
+        self.assertEqual(daemon.receive(sock), datagram(number % TYPES, number))
+
+  def test_a_port_belongs_to_one_socket_at_a_time(self):
+    _, daemon, control = self.play()
+    first = daemon.channel()
+    second = daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+    port = daemon.call('getppid')
+    self.assert_error('EADDRINUSE', daemon.call('bind-netlink', second, port, 12, 0))
+    control.do('event 1')
+    self.assertEqual(daemon.receive(first), datagram(1))
+    daemon.call('close', first)
+    self.assertEqual(daemon.call('bind-netlink', second, port, 12, 0), 0)
+    control.do('event 2')
+    self.assertEqual(daemon.receive(second), datagram(2))
+
+  def test_an_address_must_be_whole(self):
+    _, daemon, control = self.play()
+    sock = daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+    for length in (0, 1, 2, 8, 11):
+      self.assert_error('EINVAL', daemon.call('bind-netlink', sock, 5, length, 0))
+    self.assertFalse(control.status()['channel']['bound'])
+    self.assertEqual(daemon.call('bind-netlink', sock, 5, 12, 0), 0)
+
+  def test_events_go_to_the_port_that_the_driver_was_told(self):
+    sim, daemon, control = self.play()
+    self.assertEqual(daemon.call('getppid'), sim.process.pid)
+    sock = daemon.channel()
+    other = daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+    self.assertEqual(daemon.call('bind-netlink', other, 77, 12, 0), 0)
+    self.assertEqual(daemon.pal(DESTINATION, header(0, destination=77))[0], 0)
+    control.do('event 1')
+    self.assertEqual(daemon.receive(other), datagram(1))
+    self.assertFalse(daemon.has_more(sock))
+    self.assertEqual(daemon.pal(DESTINATION, header(0, destination=78))[0], 0)
+    before = control.status()['channel']
+    control.do('event 2 3 times', 'raw-datagram 00')
+    after = control.status()['channel']
+    self.assertEqual((after['sent'] - before['sent'], after['no_listener'] - before['no_listener']), (0, 4))
+    self.assertEqual([daemon.has_more(one) for one in (sock, other)], [False, False])
+
+  def test_without_a_listener_events_are_counted(self):
+    _, daemon, control = self.play()
+    control.do('event 1 3 times')
+    channel = control.status()['channel']
+    self.assertEqual(channel, {'bound': False, 'port': 0, 'destination': 0, 'sent': 0, 'lost': 0, 'no_listener': 3})
+    self.assertEqual(daemon.count(1), 3)
+    sock = daemon.channel()
+    self.assertFalse(daemon.has_more(sock))
+
+  def test_a_full_socket_loses_and_goes_on(self):
+    sim, daemon, control = self.play()
+    sock = daemon.channel()
+    payload = '00' * 1000
+    for _ in range(4):
+      control.do('event 1 data %s 500 times' % payload)
+    sim.until(lambda: control.status()['script']['pending'] == 0, 'the last event')
+    channel = control.status()['channel']
+    self.assertGreater(channel['lost'], 0)
+    self.assertEqual(channel['sent'] + channel['lost'], 2000)
+    received = 0
+    while daemon.has_more(sock):
+      self.assertEqual(daemon.receive(sock), datagram(1, 0, bytes(1000)))
+      received += 1
+    self.assertEqual(received, channel['sent'])
+    control.do('event 2')
+    self.assertEqual(daemon.receive(sock), datagram(2))
+    self.assertEqual(len(re.findall('tarn-sim: .*(?:full|lost)', sim.errors())), 1, sim.errors())
+
+  def test_a_closed_channel_is_gone(self):
+    sim, daemon, control = self.play()
+    sock = daemon.channel()
+    self.assertEqual(control.status()['channel']['port'], daemon.call('getppid'))
+    daemon.call('close', sock)
+    sim.until(lambda: not control.status()['channel']['bound'], 'the end of the channel')
+    control.do('event 1')
+    self.assertEqual(control.status()['channel']['no_listener'], 1)
+
+
+def main():
+  split = sys.argv.index('--')
+  for name, path in zip(('tarn-sim', 'caller', 'tarn-event', 'gatewayd'), sys.argv[split + 1:]):
+    program[name] = os.path.abspath(path)
+  result = unittest.main(argv=sys.argv[:split], verbosity=2, exit=False).result
+  if not result.wasSuccessful():
+    sys.exit(1)
+  if result.testsRun > 0 and len(result.skipped) == result.testsRun:
+    sys.exit(77)
+
+
+if __name__ == '__main__':
+  main()
