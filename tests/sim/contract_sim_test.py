@@ -138,7 +138,7 @@ class Control:
       line = self.lines.readline()
       if not line:
         raise EOFError('the control socket was closed after %r' % lines)
-      lines.append(line.decode().rstrip('\n'))
+      lines.append(line.decode(errors='replace').rstrip('\n'))
     return lines
 
   def do(self, *lines):
@@ -509,7 +509,8 @@ class Redirection(SimTest):
     control.do('event 1')
     self.assertEqual(daemon.full('select', sock, other, -1), (1, b'\1'))
     self.assertEqual(daemon.full('select', other, sock, -1), (1, b'\2'))
-    self.assert_error('EBADF', daemon.full('select', 500, -1, -1)[0])
+    self.assertEqual(daemon.call('close', other), 0)
+    self.assert_error('EBADF', daemon.full('select', sock, other, -1)[0])
 
 
 class PlatformDevice(SimTest):
@@ -940,6 +941,561 @@ class Channel(SimTest):
     sim.until(lambda: not control.status()['channel']['bound'], 'the end of the channel')
     control.do('event 1')
     self.assertEqual(control.status()['channel']['no_listener'], 1)
+
+
+class Script(SimTest):
+
+  def sequence(self, script, count, *options):
+    """The datagrams that a script sends to a daemon that binds the channel first of all."""
+    sim = self.sim(*options, script=script)
+    daemon = sim.meet()
+    before = time.monotonic()
+    sock = daemon.channel()
+    received = []
+    for _ in range(count):
+      received.append((daemon.receive(sock), time.monotonic() - before))
+    control = sim.control()
+    self.assertFalse(daemon.has_more(sock))
+    return received, control
+
+  def assert_never_early(self, received, due_ms):
+    self.assertEqual(len(received), len(due_ms))
+    for (_, came_s), due in zip(received, due_ms):
+      self.assertGreaterEqual(came_s + 0.02, due / 1000)  # two ticks
+
+  def test_each_way_to_say_when(self):
+    script = """# a comment
+        await channel   # and another
+
+        event 1 device 1
+      event 1 device 2 2 times
+      at 100ms event 1 device 3
+      after 0.05s event 1 device 4
+      event 1 device 5
+      every 20ms event 1 device 6 3 times
+      after 200ms event 1 device 7
+    """
+    received, control = self.sequence(script, 10)
+    self.assertEqual([HEADER.unpack(data)[5] for data, _ in received], [1, 2, 2, 3, 4, 5, 6, 6, 6, 7])
+    self.assert_never_early(received, [0, 0, 0, 100, 150, 150, 150, 170, 190, 350])
+    self.assertEqual(control.status()['script']['pending'], 0)
+
+  def test_every_without_an_end_goes_on(self):
+    received, control = self.sequence('await channel\nevery 10ms event 1\nat 500ms say done\n', 20)
+    self.assert_never_early(received, [10 * number for number in range(20)])
+    self.assertGreater(control.status()['script']['pending'], 0)
+
+  def test_times_count_from_the_last_await(self):
+    received, _ = self.sequence('at 300ms say "later"\nawait channel\nat 50ms event 1\n', 1)
+    self.assert_never_early(received, [50])
+
+  def test_await_waits_for_the_channel(self):
+    sim = self.sim(script='at 0ms kmsg first\nawait channel\nkmsg second\n')
+    daemon = sim.meet()
+    file = daemon.open(KMSG, os.O_RDONLY)
+    self.assertIn(b'first', daemon.full('read', file, 999)[1])
+    self.assertEqual(daemon.full('select', file, -1, 100)[0], 0)
+    daemon.channel()
+    self.assertIn(b'second', daemon.full('read', file, 999)[1])
+
+  def test_names_hold_for_the_lines_that_follow(self):
+    received, control = self.sequence('name 9 door\nawait channel\nevent door port 4 data 01\nevent 9\n', 2)
+    self.assertEqual([data for data, _ in received], [datagram(9, 4, b'\1'), datagram(9)])
+    self.assertEqual([one['name'] for one in control.status()['events']],
+                     ['', 'link-up', 'link-down', 'traffic', 'storm'] + [''] * 4 + ['door'] + [''] * 10)
+
+  def test_each_kind_of_call_can_fail(self):
+    _, daemon, control = self.play()
+    expected = {'ioctl': errno.EIO, 'open': errno.ENODEV, 'bind': errno.EADDRINUSE, 'socket': errno.EPROTONOSUPPORT}
+    file, sock = daemon.open(PAL), daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)
+    calls = {'ioctl': lambda: daemon.ioctl(file, DESTINATION, header(0, destination=1))[0],
+             'open': lambda: daemon.open(LOG_DEVICE),
+             'bind': lambda: daemon.call('bind-netlink', sock, 5, 12, 0),
+             'socket': lambda: daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL)}
+    for kind, call in calls.items():
+      with self.subTest(kind=kind):
+        control.do('fail %s 2 times' % kind)
+        self.assertEqual(control.status()['failures'][kind], 2)
+        self.assertEqual(call(), -expected[kind])
+        self.assertEqual(control.status()['failures'], {**dict.fromkeys(expected, 0), kind: 1})
+        self.assertEqual(call(), -expected[kind])
+        self.assertGreaterEqual(call(), 0)
+        self.assertEqual(control.status()['failures'][kind], 0)
+    control.do('fail open 1 times')
+    self.assertGreaterEqual(daemon.open('/dev/null'), 0)
+    self.assertGreaterEqual(daemon.open('/overlay/file', os.O_CREAT | os.O_RDWR), 0)
+    self.assertEqual(control.status()['failures']['open'], 1)
+
+  def test_say_dump_and_stop(self):
+    sim = self.sim('--events', '1', script='say "hello there"\ndump\nat 10ms stop\n')
+    sim.meet()
+    self.assertEqual(sim.wait(), 128 + signal.SIGTERM)
+    self.assertIn('tarn-sim: hello there\n', sim.errors())
+    self.assertEqual(sim.output().count('Suprs-en'), 1)
+    self.assertEqual(sim.output().count('\n'), 5)
+
+  def test_faults_are_told_with_their_place_and_nothing_is_started(self):
+    for line, column in (('bogus', 1), ('  bogus', 3), ('at 15ms event 1', 4), ('at 1 event 1', 4), ('at', 3),
+                         ('at 1s', 6), ('after x event 1', 7), ('every 5ms event 1', 7), ('every 0ms event 1', 7),
+                         ('event', 6), ('event 20', 7), ('event -1', 7), ('event nothing', 7), ('event 1 device', 15),
+                         ('event 1 device 65536', 16), ('event 1 port x', 14), ('event 1 data', 13),
+                         ('event 1 data 0', 14), ('event 1 data 0g', 14), ('event 1 text', 13), ('event 1 bogus', 9),
+                         ('kmsg', 5), ('kmsg 100 1 x', 6), ('kmsg 1 9 x', 8), ('kmsg "open', 6), ('kmsg "\\q"', 7),
+                         ('kmsg "\\x0"', 7), ('raw-datagram', 13), ('raw-datagram zz', 14), ('raw-kmsg', 9),
+                         ('fail', 5), ('fail x 1 times', 6), ('fail ioctl x times', 12),
+                         ('name', 5), ('name 20 x', 6), ('name 1', 7), ('await', 6), ('await ready', 7), ('say', 4),
+                         ('dump now', 6), ('stop now', 6), ('status', 1)):
+      with self.subTest(line=line):
+        started = os.path.join(self.folder, 'started')
+        shutil.rmtree(started, ignore_errors=True)
+        path = self.write('bad.sim', 'say fine\n\n' + line + '\n')
+        status, output, errors = self.bare('--no-namespace', '--root', self.root, '--script', path, '--', 'mkdir', started)
+        self.assertEqual((status, output), (2, ''))
+        self.assertRegex(errors, r'^tarn-sim: %s:3:%d: .' % (re.escape(path), column))
+        self.assertFalse(os.path.exists(started))
+
+  def test_a_script_that_cannot_be_read(self):
+    for path in (os.path.join(self.folder, 'missing'), self.folder):
+      status, _, errors = self.bare('--script', path, '--', 'true')
+      self.assertEqual(status, 2)
+      self.assertRegex(errors, '^tarn-sim: .*%s' % re.escape(path))
+
+  def test_a_last_line_needs_no_end(self):
+    sim = self.sim(script='say one\r\nsay two')
+    sim.meet()
+    sim.until(lambda: 'tarn-sim: two\n' in sim.errors(), 'the last line')
+
+
+class ControlSocket(SimTest):
+
+  def test_status_field_by_field(self):
+    sim, daemon, control = self.play(script='name 6 door\nat 10m say late\n')
+    daemon.channel()
+    daemon.configure(SET, 6, 1, 2, LONG_MS)
+    daemon.set_level(9, 1, 4)
+    control.do('event 6 4 times', 'event 0', 'kmsg 9 5 no', 'kmsg 9 4 yes', 'fail bind 3 times')
+    state = control.status()
+    self.assertEqual(list(state), ['time_ms', 'daemon', 'channel', 'events', 'modules', 'kmsg', 'collector', 'script',
+                                   'failures'])
+    port = sim.process.pid
+    self.assertEqual(state['daemon'], {'pid': daemon.call('getpid'), 'running': True})
+    self.assertEqual(state['channel'], {'bound': True, 'port': port, 'destination': port, 'sent': 3, 'lost': 0,
+                                        'no_listener': 0})
+    self.assertEqual(state['events'][6], {'type': 6, 'name': 'door', 'count': 2, 'suppression': True, 'suppressed': True,
+                                          'suppressed_count': 2, 'threshold': 2, 'period_ms': LONG_MS})
+    self.assertEqual(state['modules'], [{'id': 9, 'enabled': True, 'print': 8, 'record': 4}])
+    self.assertEqual(state['kmsg'], {'written': 1, 'withheld': 1, 'lost': 0})
+    self.assertEqual((state['collector']['how'], state['collector']['received']), ('shim', 0))
+    self.assertEqual(state['script']['pending'], 1)
+    self.assertGreaterEqual(state['script']['done'], 5)
+    self.assertEqual(state['failures'], {'ioctl': 0, 'open': 0, 'bind': 3, 'socket': 0})
+    sim.until(lambda: control.status()['time_ms'] > state['time_ms'], 'a later time')
+
+  def test_a_fault_is_told_and_the_next_line_is_done(self):
+    sim, _, control = self.play()
+    for line in ('bogus', 'event 20', 'kmsg "open', 'at 15ms event 1', 'await channel', 'status now', 'at 10ms status',
+                 '\x01\xff', 'event 1 \x00'):
+      answer = control.ask(line)
+      self.assertEqual(len(answer), 1)
+      self.assertRegex(answer[0], '^error: .')
+    control.do('', '   ', '# nothing', 'say fine')
+    sim.until(lambda: 'tarn-sim: fine\n' in sim.errors(), 'the line')
+
+  def test_times_count_from_the_arrival(self):
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    before = time.monotonic()
+    control.do('at 100ms event 1', 'every 50ms event 2 3 times')
+    received = [daemon.receive(sock) for _ in range(4)]
+    self.assertEqual(sorted(received), sorted([datagram(1)] + [datagram(2)] * 3))
+    self.assertGreaterEqual(time.monotonic() - before + 0.02, 0.1)
+
+  def test_lines_may_come_in_pieces_and_many_at_once(self):
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    for byte in b'event 1\n':
+      control.sock.sendall(bytes([byte]))
+    self.assertEqual(control.answer(), ['ok'])
+    control.sock.sendall(b'event 2\nbogus\nevent 3\nsta')
+    self.assertEqual(control.answer(), ['ok'])
+    self.assertRegex(control.answer()[0], '^error')
+    self.assertEqual(control.answer(), ['ok'])
+    control.sock.sendall(b'tus\n')
+    self.assertEqual(control.answer()[-1], 'ok')
+    self.assertEqual([daemon.receive(sock) for _ in range(3)], [datagram(1), datagram(2), datagram(3)])
+
+  def assert_small(self, sim):
+    with open('/proc/%d/statm' % sim.process.pid, encoding='ascii') as sizes:
+      self.assertLess(int(sizes.read().split()[1]) * os.sysconf('SC_PAGESIZE'), 128 << 20)
+
+  def test_a_line_without_an_end_is_bounded_and_disturbs_nobody(self):
+    sim, _, control = self.play()
+    flood = sim.control()
+    flood.sock.settimeout(2)
+    try:
+      for _ in range(3072):
+        flood.sock.sendall(b'x' * 65536)
+    except (socket.timeout, OSError):
+      pass
+    control.do('say fine')
+    self.assert_small(sim)
+
+  def test_a_line_too_long_is_refused(self):
+    sim, _, control = self.play()
+    control.sock.sendall(b'say ' + b'x' * (1 << 20) + b'\n')
+    self.assertRegex(control.answer()[0], '^error: ')
+    self.assertNotIn('xxxx', sim.errors())
+
+  def test_a_client_that_does_not_read_disturbs_nobody(self):
+    sim, _, control = self.play()
+    deaf = sim.control()
+    deaf.sock.settimeout(2)
+    try:
+      for _ in range(20000):
+        deaf.sock.sendall(b'status\n' * 10)
+    except (socket.timeout, OSError):
+      pass
+    control.do('say fine')
+    self.assertTrue(control.status()['daemon']['running'])
+    self.assert_small(sim)
+
+  def test_clients_that_go_disturb_nobody(self):
+    sim, _, control = self.play()
+    for line in (b'', b'status\n', b'half', b'status\n' * 50):
+      client = Control(os.path.join(self.root, 'control'))
+      client.sock.sendall(line)
+      client.close()
+    control.do('say fine')
+    self.assertIsNone(sim.process.poll())
+
+  def test_many_clients_at_once(self):
+    sim, _, _ = self.play()
+    clients = [sim.control() for _ in range(30)]
+    for client in clients:
+      client.sock.sendall(b'status\n')
+    for client in reversed(clients):
+      self.assertEqual(client.answer()[-1], 'ok')
+
+  def test_it_may_be_elsewhere(self):
+    path = os.path.join(self.folder, 'elsewhere')
+    sim = self.sim('--control', path)
+    daemon = sim.meet()
+    client = Control(path)
+    self.addCleanup(client.close)
+    client.do('say fine')
+    self.assertFalse(os.path.exists(os.path.join(self.root, 'control')))
+    daemon.end()
+    self.assertEqual(sim.wait(), 0)
+    self.assertFalse(os.path.exists(path))
+
+
+class Ends(SimTest):
+
+  def test_the_exit_status_is_the_daemons(self):
+    for status in (0, 1, 42, 255):
+      self.assertEqual(self.bare('--no-namespace', '--', 'sh', '-c', 'exit %d' % status)[0], status)
+    for number in (signal.SIGTERM, signal.SIGKILL, signal.SIGSEGV):
+      code, _, errors = self.bare('--no-namespace', '--', 'sh', '-c', 'kill -%d $$' % number)
+      self.assertEqual(code, 128 + number)
+      self.assertRegex(errors, r'tarn-sim: .*sh .*%d' % number)
+
+  def test_a_daemon_that_cannot_be_executed(self):
+    self.assertEqual(self.bare('--no-namespace', '--', os.path.join(self.folder, 'missing'))[0], 127)
+    self.assertEqual(self.bare('--no-namespace', '--', 'no-such-program-here')[0], 127)
+    self.assertEqual(self.bare('--no-namespace', '--', self.write('plain', 'text'))[0], 126)
+    self.assertEqual(self.bare('--no-namespace', '--', self.folder)[0], 126)
+
+  def test_wrong_use(self):
+    for args in ((), ('--',), ('--bogus', '--', 'true'), ('--root', '--', 'true'), ('--events', '0', '--', 'true'),
+                 ('--events', 'x', '--', 'true'), ('--events', '-1', '--', 'true'), ('--collector', '0', '--', 'true'),
+                 ('--collector', '65536', '--', 'true'), ('--collector', 'x', '--', 'true'),
+                 ('--root', '/proc/none', '--', 'true'), ('--root', '/dev/null', '--', 'true')):
+      with self.subTest(args=args):
+        status, output, errors = self.bare(*args)
+        self.assertEqual((status, output), (2, ''), errors)
+        self.assertRegex(errors, '^tarn-sim: .')
+
+  def test_help_and_version(self):
+    status, text, errors = self.bare('--help')
+    self.assertEqual((status, errors), (0, ''))
+    with open(os.path.join(SOURCES, 'sim', 'tarn-sim.1'), encoding='ascii') as page:
+      paged = page.read().replace('\\-', '-')
+    self.assertEqual(set(re.findall(r'--[a-z]+(?:-[a-z]+)*', paged[paged.index('.SH OPTIONS'):paged.index('.SH SCRIPTS')])),
+                     set(re.findall(r'--[a-z]+(?:-[a-z]+)*', text)))
+    self.assertRegex(self.bare('--version')[1], r'\d+\.\d+')
+
+  def test_the_daemon_ends_when_the_launcher_dies(self):
+    sim, daemon, _ = self.play()
+    sim.process.kill()
+    sim.wait()
+    self.assertEqual(daemon.lines.read(), b'')  # SIGTERM has ended it
+
+  def test_a_daemon_that_stays_is_told_once_that_the_kernel_is_gone(self):
+    sim, daemon, _ = self.play()
+    sock, file = daemon.channel(), daemon.open(PAL)
+    self.assertEqual(daemon.call('ignore', signal.SIGTERM), 0)
+    sim.process.kill()
+    sim.wait()
+    self.assertEqual(daemon.full('select', sock, -1, 100)[0], 0)
+    self.assertEqual(daemon.ioctl(file, DESTINATION, header(0))[0], -errno.ENODEV)
+    udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    self.assertEqual(daemon.full('select', sock, udp, 0)[0], 0)
+    self.assertEqual(len(re.findall('simulated kernel', sim.errors())), 1, sim.errors())
+    daemon.end()
+
+  def test_signals_are_passed_on_and_the_second_one_kills(self):
+    for number in (signal.SIGINT, signal.SIGTERM, signal.SIGHUP):
+      with self.subTest(number=number):
+        sim, daemon, _ = self.play()
+        self.assertEqual(daemon.call('catch', number), 0)
+        sim.process.send_signal(number)
+        sim.until(lambda d=daemon: d.call('signals') == 1, 'the signal')
+        sim.process.send_signal(number)
+        self.assertEqual(sim.wait(), 128 + signal.SIGKILL)
+
+  def test_one_launcher_at_a_time_in_a_folder(self):
+    sim, _, control = self.play()
+    status, _, errors = self.bare('--no-namespace', '--root', self.root, '--', 'true')
+    self.assertEqual(status, 2)
+    self.assertRegex(errors, '^tarn-sim: .*%s' % re.escape(self.root))
+    control.do('say fine')
+    self.assertIsNone(sim.process.poll())
+
+  def test_what_a_dead_launcher_left_is_replaced(self):
+    sim, _, _ = self.play()
+    sim.process.kill()
+    sim.wait()
+    self.assertTrue(stat.S_ISSOCK(os.lstat(os.path.join(self.root, 'control')).st_mode))
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+
+  def test_a_root_too_long_for_a_socket(self):
+    status, _, errors = self.bare('--no-namespace', '--root', os.path.join(self.folder, 'x' * 100), '--', 'true')
+    self.assertEqual(status, 2)
+    self.assertRegex(errors, '^tarn-sim: .*long')
+
+  def test_a_named_root_is_kept_and_another_is_not(self):
+    self.assertEqual(self.bare('--no-namespace', '--root', self.root, '--', 'sh', '-c', 'true')[0], 0)
+    self.assertTrue(os.path.isdir(os.path.join(self.root, 'overlay')))
+    status, output, _ = self.bare('--no-namespace', '--', 'sh', '-c', 'echo $TARN_SIM_ROOT; test -d $TARN_SIM_ROOT')
+    self.assertEqual(status, 0)
+    self.assertTrue(output.startswith('/tmp/'))
+    self.assertFalse(os.path.exists(output.strip()))
+
+  def test_a_root_may_be_relative_to_the_folder(self):
+    status, output, errors = self.bare('--no-namespace', '--root', 'rel', '--', 'sh', '-c',
+                                       'cd /; test -S $TARN_SIM_ROOT/dev/mu_pal_ioctl && echo there', cwd=self.folder)
+    self.assertEqual((status, output), (0, 'there\n'), errors)
+
+  def test_closed_standard_descriptors(self):
+    def close_all():
+      for descriptor in (0, 1, 2):
+        os.close(descriptor)
+    for closing in (lambda: os.close(0), close_all):
+      sim, daemon, control = self.play(preexec_fn=closing)
+      sock = daemon.channel()
+      control.do('event 1')
+      self.assertEqual(daemon.receive(sock), datagram(1))
+      daemon.end(5)
+      self.assertEqual(sim.wait(), 5)
+
+  def test_an_earlier_preload_is_kept(self):
+    sim = self.sim(env={**os.environ, 'LD_PRELOAD': '/nonexistent/other.so'})
+    parts = re.split('[: ]', sim.meet().full('env', 'LD_PRELOAD')[1].decode())
+    self.assertEqual((os.path.basename(parts[0]), parts[-1]), ('tarn-sim-shim.so', '/nonexistent/other.so'))
+
+
+class Unprivileged(SimTest):
+
+  @staticmethod
+  def as_nobody():
+    return ['setpriv', '--reuid=%d' % NOBODY, '--regid=%d' % NOBODY, '--clear-groups', '--inh-caps=-all']
+
+  def nobody(self, *options, **run):
+    if os.geteuid() != 0 or not shutil.which('setpriv'):
+      self.skipTest('takes root, to give it up')
+    os.mkdir(self.root)
+    os.chown(self.root, NOBODY, NOBODY)
+    for path in (program['tarn-sim'], program['caller']):
+      if subprocess.run(self.as_nobody() + ['test', '-x', path], check=False).returncode != 0:
+        self.skipTest('the build is in a folder that others may not enter')
+    return self.play(*options, before=self.as_nobody(), **run)
+
+  def test_everything_works_without_rights(self):
+    for namespace in (False, True):
+      with self.subTest(namespace=namespace):
+        sim, daemon, control = self.nobody(namespace=namespace)
+        sock = daemon.channel()
+        control.do('event 1', 'kmsg line')
+        self.assertEqual(daemon.receive(sock), datagram(1))
+        self.assertIn(b'line', daemon.full('read', daemon.open(KMSG, os.O_RDONLY), 99)[1])
+        self.assertGreaterEqual(daemon.open('/overlay/file', os.O_CREAT | os.O_RDWR), 0)
+        daemon.end()
+        self.assertEqual(sim.wait(), 0)
+        shutil.rmtree(self.root)
+
+  def test_a_real_time_thread_becomes_an_ordinary_one(self):
+    sim, daemon, _ = self.nobody()
+    for _ in range(2):
+      result, text = daemon.full('realtime', 1 << 20, 2, 0)
+      self.assertEqual((result, text), (0, b'%d 8192' % (1 << 20)))
+    self.assertEqual(len(re.findall('real.?time', sim.errors())), 1, sim.errors())
+
+  def test_a_folder_that_may_not_be_written(self):
+    if os.geteuid() != 0 or not shutil.which('setpriv'):
+      self.skipTest('takes root, to give it up')
+    os.mkdir(self.root, 0o555)
+    done = subprocess.run(self.as_nobody() + [program['tarn-sim'], '--no-namespace', '--root', self.root, '--', 'true'],
+                          capture_output=True, check=False, timeout=HANG_S)
+    self.assertEqual(done.returncode, 2, done.stderr)
+    self.assertRegex(done.stderr.decode(), '^tarn-sim: .*%s' % re.escape(self.root))
+
+
+class Collector(SimTest):
+
+  def assert_collects(self, sim, daemon, control, how):
+    udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    addresses = ('7f000001', '0a000001', 'c0a80101')
+    for number, address in enumerate(addresses):
+      self.assertEqual(daemon.call('sendto', udp, address, 514, (b'line %d' % number).hex()), 6)
+    sim.until(lambda: control.status()['collector']['received'] == len(addresses), 'the datagrams')
+    self.assertEqual(control.status()['collector']['how'], how)
+    path = os.path.join(self.root, 'collector.log')
+    def lines():
+      with open(path, 'rb') as file:
+        return file.read()
+    sim.until(lambda: lines() == b'line 0\nline 1\nline 2\n', 'the lines')
+
+  def test_without_a_namespace_the_shim_redirects(self):
+    sim, daemon, control = self.play()
+    self.assert_collects(sim, daemon, control, 'shim')
+    self.assertEqual(int(daemon.full('env', 'TARN_SIM_COLLECTOR_PORT')[1]), control.status()['collector']['port'])
+
+  def test_in_a_namespace_the_port_is_the_real_one(self):
+    sim, daemon, control = self.play(namespace=True)
+    if control.status()['collector']['how'] != 'namespace':
+      self.skipTest('no network namespace is permitted')
+    self.assert_collects(sim, daemon, control, 'namespace')
+    self.assertEqual(control.status()['collector']['port'], 514)
+    sock = daemon.channel()
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+
+  def test_ones_own_collector(self):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as own:
+      own.bind(('127.0.0.1', 0))
+      own.settimeout(HANG_S)
+      port = own.getsockname()[1]
+      _, daemon, control = self.play('--collector', str(port), namespace=True)
+      udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+      self.assertEqual(daemon.call('sendto', udp, '0a000001', 514, b'line'.hex()), 4)
+      self.assertEqual(own.recv(99), b'line')
+      self.assertEqual((control.status()['collector']['how'], control.status()['collector']['port']), ('own', port))
+
+
+class EventTool(SimTest):
+  """tarn-event against a simulation: the lines of its pages."""
+
+  def tool(self, line, *args):
+    words = [self.root if word == '/tmp/gateway' else word.replace('/tmp/gateway', self.root)
+             for word in shlex.split(line, comments=True)]
+    self.assertEqual(words[0], 'tarn-event')
+    done = subprocess.run([program['tarn-event']] + words[1:] + list(args), capture_output=True, check=False,
+                          timeout=HANG_S, stdin=subprocess.DEVNULL)
+    return done.returncode, done.stdout.decode(), done.stderr.decode()
+
+  @staticmethod
+  def shown(path):
+    with open(os.path.join(SOURCES, 'tools', path), encoding='utf-8') as page:
+      text = page.read().replace('\\-', '-')
+    return [line for line in re.findall(r'^(?:\$ )?(tarn-event --root.*)$', text, re.MULTILINE)]
+
+  def test_each_line_of_the_pages_does_what_it_says(self):
+    lines = self.shown('README.md') + self.shown('tarn-event/tarn-event.1')
+    self.assertEqual(len(lines), 10)
+    for line in lines:
+      with self.subTest(line=line):
+        sim, daemon, control = self.play()
+        sock = daemon.channel()
+        watch = ('--count=2', '--interval=0.01') if ' watch' in line else ()
+        before = control.status()
+        status, output, errors = self.tool(line, *watch)
+        self.assertEqual((status, errors), (0, ''))
+        if ' link-down ' in line:
+          self.assertEqual(daemon.receive(sock), datagram(2, 3))
+        elif ' storm ' in line:
+          self.assertEqual([daemon.receive(sock) for _ in range(3)], [datagram(3)] * 3)
+          self.assertGreater(control.status()['script']['pending'], 0)
+        elif ' kmsg ' in line:
+          self.assertEqual(control.status()['kmsg']['written'], before['kmsg']['written'] + 1)
+        elif ' run ' in line:
+          self.assertEqual(control.status()['failures']['ioctl'], before['failures']['ioctl'] + 2)
+        else:
+          self.assertRegex(output, r'(?s)daemon %d runs, events go to port %d\n.*Type  Name .*traffic' %
+                           (daemon.call('getpid'), sim.process.pid))
+        daemon.end()
+        sim.wait()
+
+  def test_every_command(self):
+    sim, daemon, control = self.play()
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway status')[0], 1)
+    sock = daemon.channel()
+    self.assertEqual(self.tool('tarn-event status --root /tmp/gateway')[0], 0)
+    for line, expected in (('send 7 -p 3 --data=0102', [datagram(7, 3, b'\1\2')]),
+                           ('send link-up --text="a b"', [datagram(1, 0, b'a b')]),
+                           ('send 7 -n 3', [datagram(7)] * 3), ('send 7 -n 2 --every=10ms', [datagram(7)] * 2),
+                           ('storm 5 -n 4', [datagram(5)] * 4), ('storm storm --device=9 -n 2', [datagram(4, 9)] * 2),
+                           ('run "event 1" "event 2 device 5"', [datagram(1), datagram(2, 5)])):
+      with self.subTest(line=line):
+        self.assertEqual(self.tool('tarn-event --root=/tmp/gateway ' + line), (0, '', ''))
+        self.assertEqual([daemon.receive(sock) for _ in expected], expected)
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway kmsg 5 3 "a text"'), (0, '', ''))
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway kmsg plain'), (0, '', ''))
+    self.assertEqual(control.status()['kmsg']['written'], 2)
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway dump'), (0, '', ''))
+    sim.until(lambda: 'Suprs-en' in sim.output(), 'the table')
+    state = json.loads(self.tool('tarn-event --root=/tmp/gateway status --json --all')[1])
+    self.assertEqual(state['channel'], control.status()['channel'])
+    self.assertEqual(len(state['events']), TYPES)
+    status, _, errors = self.tool('tarn-event --root=/tmp/gateway run "say one" bogus "say two"')
+    self.assertEqual(status, 2)
+    self.assertRegex(errors, "tarn-event: .*bogus")
+    sim.until(lambda: 'tarn-sim: one\n' in sim.errors(), 'the line before')
+    self.assertNotIn('tarn-sim: two\n', sim.errors())
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway send bogus')[0], 2)
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway stop'), (0, '', ''))
+    self.assertEqual(sim.wait(), 128 + signal.SIGTERM)
+    self.assertEqual(self.tool('tarn-event --root=/tmp/gateway status')[0], 2)
+
+  def test_a_watch_ends_with_the_simulation(self):
+    sim, daemon, _ = self.play()
+    daemon.channel()
+    with subprocess.Popen([program['tarn-event'], '--root', self.root, 'watch', '--json', '--interval=0.01'],
+                          stdout=subprocess.PIPE, stderr=subprocess.DEVNULL) as watch:
+      self.assertTrue(json.loads(watch.stdout.readline())['daemon']['running'])
+      daemon.end()
+      sim.wait()
+      watch.stdout.read()
+      self.assertIsNotNone(watch.wait(timeout=HANG_S))
+
+  def test_the_example_of_the_launchers_page(self):
+    script = ('await channel\nat 100ms event link-down port 3\nafter 500ms event link-up port 3\n'
+              'every 20ms event storm 50 times\nkmsg 5 6 "link up"\nat 3s stop\n')
+    with open(os.path.join(SOURCES, 'sim', 'tarn-sim.1'), encoding='ascii') as page:
+      example = page.read().replace('\\-', '-').replace('\\(dq', '"').split('.EX\n')[2].split('.EE')[0]
+    self.assertEqual([line.split()[-2:] for line in example.splitlines()[1:3]], [['port', '3']] * 2)
+    for text in (script, example):
+      sim = self.sim('--verbose', script=text, command=[program['gatewayd'], '--config=gatewayd.cfg'], cwd=self.folder)
+      sim.until(lambda s=sim: 'event 1, device 3' in s.errors() or s.process.poll() is not None, 'the events')
+      self.assertIsNone(sim.process.poll(), sim.errors())
+      control = sim.control()
+      sim.until(lambda c=control: c.status()['kmsg']['written'] == 1, 'the kernel line')
+      sim.until(lambda c=control: c.status()['events'][4]['count'] > 0, 'the storm')
+      self.assertEqual(control.status()['channel']['no_listener'], 0)
+      control.do('stop')
+      self.assertEqual(sim.wait(), 0, sim.errors())
 
 
 def main():
