@@ -1,5 +1,5 @@
-// A daemon that does what it is told: reads calls, one a line, from the UNIX socket of its first argument, makes them by
-// their raw names, and answers "RESULT ERRNO [HEX]". It knows nothing of any shim. Played by contract_sim_test.py.
+// A daemon that does what it is told: reads calls, one a line, from the UNIX socket of its first argument, makes them
+// by their raw names, and answers "RESULT ERRNO [HEX]". It knows nothing of any shim. Played by contract_sim_test.py.
 
 #define _GNU_SOURCE
 #undef _FORTIFY_SOURCE
@@ -103,7 +103,7 @@ static void guarded_ioctl(int file, unsigned long request, const char *hex, int 
 }
 
 struct hammer {
-  int shared; // a descriptor of all threads, or -1: each call opens its own
+  int shared;  // a descriptor of all threads, or -1: each call opens its own
   int type, calls;
   long faults;
 };
@@ -275,8 +275,7 @@ static int perform_device(char **word) {
 
 static int perform_socket(char **word) {
   uint8_t bytes[kMaxBytes];
-  if (is(word[0], "socket"))
-    return answer(socket(number(word[1]), number(word[2]), number(word[3])), NULL, 0), 1;
+  if (is(word[0], "socket")) return answer(socket(number(word[1]), number(word[2]), number(word[3])), NULL, 0), 1;
   if (is(word[0], "bind-netlink"))
     return answer(bind_netlink(number(word[1]), number(word[2]), number(word[3]), number(word[4])), NULL, 0), 1;
   if (is(word[0], "bind-inet")) return answer(bind_inet(number(word[1]), word[2], number(word[3])), NULL, 0), 1;
@@ -303,7 +302,7 @@ static int perform_process(char **word, int words) {
     return 1;
   }
   if (is(word[0], "realtime")) return realtime_thread(number(word[1]), number(word[2]), number(word[3])), 1;
-  if (is(word[0], "fork")) { // the child goes on, and the parent once that has ended
+  if (is(word[0], "fork")) {  // the child goes on, and the parent once that has ended
     const pid_t child = fork();
     if (child == 0) return answer(0, NULL, 0), 1;
     int status = 0;

@@ -7,11 +7,11 @@ all that was to run was skipped.
 """
 
 import errno
-import fcntl
 import json
 import os
 import random
 import re
+import resource
 import shlex
 import shutil
 import signal
@@ -24,7 +24,7 @@ import tempfile
 import time
 import unittest
 
-HANG_S = 20
+HANG_S = 120
 SOURCES = os.path.join(os.path.dirname(os.path.abspath(__file__)), '..', '..')
 NOBODY = 65534
 
@@ -1305,6 +1305,136 @@ class Ends(SimTest):
     sim = self.sim(env={**os.environ, 'LD_PRELOAD': '/nonexistent/other.so'})
     parts = re.split('[: ]', sim.meet().full('env', 'LD_PRELOAD')[1].decode())
     self.assertEqual((os.path.basename(parts[0]), parts[-1]), ('tarn-sim-shim.so', '/nonexistent/other.so'))
+
+
+class Hostile(SimTest):
+  """Neighbours that do what they should not."""
+
+  def test_files_in_the_way_are_kept(self):
+    for place in ('control', 'dev/mu_pal_ioctl', 'dev/mulog-ioctl-dev', 'dev/netlink-19', 'proc/kmsg'):
+      with self.subTest(place=place):
+        path = os.path.join(self.root, place)
+        os.makedirs(os.path.dirname(path))
+        self.write(path, 'precious')
+        status, _, errors = self.bare('--no-namespace', '--root', self.root, '--', 'true')
+        self.assertEqual(status, 2)
+        self.assertRegex(errors, '^tarn-sim: ' + re.escape(path))
+        with open(path, encoding='ascii') as kept:
+          self.assertEqual(kept.read(), 'precious')
+        shutil.rmtree(self.root)
+
+  def test_the_control_socket_of_another_is_kept(self):
+    path = os.path.join(self.folder, 'elsewhere')
+    sim = self.sim('--control', path)
+    sim.meet()
+    status, _, errors = self.bare('--no-namespace', '--control', path, '--', 'true')
+    self.assertEqual(status, 2)
+    self.assertRegex(errors, '^tarn-sim: ' + re.escape(path))
+    client = Control(path)
+    self.addCleanup(client.close)
+    client.do('say fine')
+
+  def test_junk_on_the_devices_harms_nobody(self):
+    sim, daemon, control = self.play()
+    sock = daemon.channel()
+    for device in ('dev/mu_pal_ioctl', 'dev/mulog-ioctl-dev', 'dev/netlink-19'):
+      for junk in (b'', b'x', b'\xff' * 4, b'\xff' * 8, bytes(64), b'\xff' * 6000):
+        with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as other:
+          other.connect(os.path.join(sim.root, device))
+          try:
+            other.send(junk)
+          except OSError:
+            pass  # hung up on
+    with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as other:
+      other.connect(os.path.join(sim.root, 'proc/kmsg'))
+      other.send(b'junk' * 1000)
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+    self.assertEqual(control.status()['channel']['destination'], sim.process.pid)
+
+  def test_more_clients_than_descriptors(self):
+    sim, daemon, control = self.play(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (40, 40)))
+    clients = [socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) for _ in range(100)]
+    for client in clients:
+      client.setblocking(False)
+      try:
+        client.connect(os.path.join(sim.root, 'control'))
+      except BlockingIOError:
+        pass
+    control.do('say fine')
+    for client in clients:
+      client.close()
+    control.do('say fine')
+    sim.until(lambda: daemon.open(PAL) >= 0, 'a free descriptor')
+
+  def test_a_console_that_is_gone(self):
+    reader, writer = os.pipe()
+    os.close(reader)
+    script = self.write('dump.sim', 'dump\nsay after\nstop\n')
+    done = subprocess.run([program['tarn-sim'], '--no-namespace', '--script', script, '--', 'sleep', '1000'],
+                          stdin=subprocess.DEVNULL, stdout=writer, stderr=subprocess.PIPE, check=False, timeout=HANG_S)
+    os.close(writer)
+    self.assertEqual(done.returncode, 128 + signal.SIGTERM)
+    self.assertIn(b'tarn-sim: after\n', done.stderr)
+
+  def test_a_long_burst_lets_others_through(self):
+    _, daemon, control = self.play()
+    daemon.channel()
+    control.do('event 1 100000000 times', 'say fine')
+    self.assertGreater(control.status()['script']['pending'], 0)
+    control.do('stop')
+
+  def test_numbers_out_of_all_range(self):
+    _, _, control = self.play()
+    for line, column in (('at 99999999999999999999s event 1', 4), ('at 9999999999m event 1', 4), ('at -1s event 1', 4),
+                         ('event 1 99999999999999999999 times', 9), ('event 18446744073709551617', 7),
+                         ('event 4294967297', 7), ('event 1 device 65537', 16), ('event +1', 7), ('event 0x1', 7),
+                         ('fail ioctl 18446744073709551617 times', 12), ('kmsg 256 1 x', 6), ('kmsg 1 257 x', 8)):
+      with self.subTest(line=line):
+        self.assertRegex(control.ask(line)[0], '^error: column %d: .' % column)
+
+
+class Surroundings(SimTest):
+  """What the daemon is given, and where it may run."""
+
+  def test_signals_and_descriptors_are_as_without(self):
+    _, daemon, _ = self.play()
+    pid = daemon.call('getpid')
+    with open('/proc/%d/status' % pid, encoding='ascii') as state:
+      self.assertEqual(re.findall(r'^(?:SigBlk|SigIgn):\s*(\w+)', state.read(), re.MULTILINE), ['0' * 16] * 2)
+    self.assertEqual(sorted(os.listdir('/proc/%d/fd' % pid)), ['0', '1', '2', '3'])  # 3 is the caller's own
+
+  def test_the_input_is_the_daemons(self):
+    status, output, _ = self.bare('--no-namespace', '--', 'cat', input=b'typed\n')
+    self.assertEqual((status, output), (0, 'typed\n'))
+
+  def test_sanitizers_are_told_of_the_shim(self):
+    sim = self.sim(env={**os.environ, 'ASAN_OPTIONS': 'halt_on_error=1'})
+    self.assertEqual(sim.meet().full('env', 'ASAN_OPTIONS'), (0, b'verify_asan_link_order=0:halt_on_error=1'))
+
+  def test_a_root_with_blanks_and_colons(self):
+    self.root = os.path.join(self.folder, 'a b:c')
+    _, daemon, control = self.play()
+    sock = daemon.channel()
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+    self.assertGreaterEqual(daemon.open('/overlay/file', os.O_CREAT | os.O_RDWR), 0)
+    self.assertTrue(os.path.exists(os.path.join(self.root, 'overlay', 'file')))
+
+  def test_where_namespaces_are_not_permitted_the_shim_redirects(self):
+    forbid = ['unshare', '-Ur', 'sh', '-c', 'echo 0 >/proc/sys/user/max_user_namespaces && exec "$@"', 'sh',
+              'setpriv', '--bounding-set=-all', '--inh-caps=-all']
+    if not shutil.which('setpriv') or subprocess.run(forbid + ['true'], check=False, capture_output=True).returncode:
+      self.skipTest('needs a user namespace of its own, to forbid another one')
+    sim, daemon, control = self.play(namespace=True, before=forbid)
+    self.assertEqual(control.status()['collector']['how'], 'shim')
+    udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    self.assertEqual(daemon.call('sendto', udp, '0a000001', 514, b'line'.hex()), 4)
+    sim.until(lambda: control.status()['collector']['received'] == 1, 'the datagram')
+
+  def test_arguments_are_the_daemons_own(self):
+    status, output, _ = self.bare('--no-namespace', '--', 'printf', '%s,', '--root', '--', '-h', '', 'a b')
+    self.assertEqual((status, output), (0, '--root,--,-h,,a b,'))
 
 
 class Unprivileged(SimTest):
