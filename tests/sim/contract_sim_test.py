@@ -1437,6 +1437,86 @@ class Surroundings(SimTest):
     self.assertEqual((status, output), (0, '--root,--,-h,,a b,'))
 
 
+class Preloaded(SimTest):
+  """The shim without a launcher, as its page shows it."""
+
+  def preloaded(self, **env):
+    clean = {name: value for name, value in os.environ.items() if not name.startswith('TARN_SIM_')}
+    shim = os.path.join(os.path.dirname(program['tarn-sim']), 'tarn-sim-shim.so')
+    listener = socket.socket(socket.AF_UNIX, socket.SOCK_STREAM)
+    self.addCleanup(listener.close)
+    path = os.path.join(self.folder, 'talk')
+    listener.bind(path)
+    listener.listen()
+    listener.settimeout(HANG_S)
+    process = subprocess.Popen([program['caller'], path], env={**clean, 'LD_PRELOAD': shim, **env})
+    daemon = Caller(listener)
+
+    def end():
+      daemon.end()
+      process.wait(timeout=HANG_S)
+      daemon.lines.close()
+      daemon.talk.close()
+
+    self.addCleanup(end)
+    return daemon
+
+  def make_root(self):
+    for folder in ('overlay', 'proc', 'dev'):
+      os.makedirs(os.path.join(self.root, folder))
+    return self.root
+
+  def test_paths_lead_below_the_root(self):
+    daemon = self.preloaded(TARN_SIM_ROOT=self.make_root())
+    self.assertGreaterEqual(daemon.open('/overlay/file', os.O_CREAT | os.O_RDWR), 0)
+    self.assertTrue(os.path.exists(os.path.join(self.root, 'overlay/file')))
+    for path in (PAL, LOG_DEVICE, KMSG):
+      self.assert_error('ENOENT', daemon.open(path))
+      self.write(self.root + path, 'content')
+      self.assertEqual(daemon.full('read', daemon.open(path, os.O_RDONLY), 99), (7, b'content'))
+    self.assert_error('ENOENT', daemon.open('/overlay/../etc/passwd', os.O_RDONLY))
+    self.write('root/outside', 'content')
+    self.assertEqual(daemon.full('read', daemon.open('/overlay/../outside', os.O_RDONLY), 99), (7, b'content'))
+    self.assert_error('ENOTTY', daemon.call('ioctl-null', daemon.open(PAL), SET_LEVEL))
+
+  def test_without_a_root_nothing_is_there(self):
+    daemon = self.preloaded()
+    for path in ('/overlay', '/overlay/file', PAL, LOG_DEVICE, KMSG):
+      self.assert_error('ENOENT', daemon.open(path, os.O_RDONLY))
+      self.assert_error('ENOENT', daemon.call('access', path, os.F_OK))
+      self.assert_error('ENOENT', daemon.call('unlink', path))
+
+  def test_the_collectors_port(self):
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as own:
+      own.bind(('127.0.0.1', 0))
+      own.settimeout(HANG_S)
+      daemon = self.preloaded(TARN_SIM_COLLECTOR_PORT=str(own.getsockname()[1]))
+      udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+      self.assertEqual(daemon.call('sendto', udp, '0a000001', 514, b'line'.hex()), 4)
+      self.assertEqual(own.recv(99), b'line')
+      port = own.getsockname()[1]
+    udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    self.assertEqual(daemon.call('bind-inet', udp, '00000000', 514), 0)
+    with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as sender:
+      sender.sendto(b'to 514', ('127.0.0.1', port))
+    self.assertEqual(daemon.full('recvfrom', udp, 99, 0), (6, b'to 514'))
+
+  def test_without_a_collector_datagrams_are_swallowed(self):
+    daemon = self.preloaded()
+    udp = daemon.call('socket', socket.AF_INET, socket.SOCK_DGRAM, 0)
+    self.assertEqual(daemon.call('sendto', udp, '7f000001', 514, b'line'.hex()), 4)
+
+  def test_the_channel_is_the_machines_own(self):
+    daemon = self.preloaded(TARN_SIM_ROOT=self.make_root())
+    plain = socket.AF_NETLINK
+    try:
+      socket.socket(plain, socket.SOCK_RAW, CHANNEL).close()
+      expected = 0
+    except OSError as refusal:
+      expected = -refusal.errno
+    self.assertEqual(min(0, daemon.call('socket', plain, SOCK_RAW, CHANNEL)), expected)
+
+
 class Unprivileged(SimTest):
 
   @staticmethod
