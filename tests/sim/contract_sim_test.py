@@ -2,11 +2,12 @@
 
 Usage: contract_sim_test.py [SUITE.TEST]... -- TARN_SIM CALLER TARN_EVENT GATEWAYD
 
-Nothing here looks at a clock but to see that nothing came early; what is waited for has a hang limit. Exits with 77 when
-all that was to run was skipped.
+Nothing here looks at a clock but to see that nothing came early; what is waited for has a hang limit. Exits with 77
+when all that was to run was skipped.
 """
 
 import errno
+import fcntl
 import json
 import os
 import random
@@ -21,6 +22,7 @@ import struct
 import subprocess
 import sys
 import tempfile
+import termios
 import time
 import unittest
 
@@ -633,8 +635,9 @@ class PlatformDevice(SimTest):
                                                               'Threshold', 'Period(ms)'), '-' * 63]
     for number, one in enumerate(model):
       if one['on']:
-        rows.append('%-4d %-10d %-8s %-7s %-9d %-9d %d' % (number, one['count'], 'Enable', 'Yes' if one['now'] else 'No',
-                                                          one['dropped'], one['threshold'], one['period']))
+        rows.append('%-4d %-10d %-8s %-7s %-9d %-9d %d' %
+                    (number, one['count'], 'Enable', 'Yes' if one['now'] else 'No', one['dropped'], one['threshold'],
+                     one['period']))
       else:
         rows.append('%-4d %-10d %-8s %-7s %-9s %-9s %s' % (number, one['count'], 'Disable', '-', '-', '-', '-'))
     return '\n'.join(rows) + '\n\n'
@@ -888,6 +891,15 @@ class Channel(SimTest):
     self.assertFalse(control.status()['channel']['bound'])
     self.assertEqual(daemon.call('bind-netlink', sock, 5, 12, 0), 0)
 
+  def test_port_0_is_a_free_one_and_a_bound_socket_stays(self):
+    _, daemon, control = self.play()
+    socks = [daemon.call('socket', AF_NETLINK, kind, CHANNEL) for kind in (SOCK_RAW, socket.SOCK_DGRAM)]
+    for sock in socks:
+      self.assertEqual(daemon.call('bind-netlink', sock, 0, 12, 0), 0)
+    self.assertEqual(daemon.call('bind-netlink', daemon.call('socket', AF_NETLINK, SOCK_RAW, CHANNEL), 5, 12, 0), 0)
+    self.assert_error('EINVAL', daemon.call('bind-netlink', socks[0], 6, 12, 0))
+    self.assertFalse(control.status()['channel']['bound'])
+
   def test_events_go_to_the_port_that_the_driver_was_told(self):
     sim, daemon, control = self.play()
     self.assertEqual(daemon.call('getppid'), sim.process.pid)
@@ -1049,7 +1061,8 @@ class Script(SimTest):
         started = os.path.join(self.folder, 'started')
         shutil.rmtree(started, ignore_errors=True)
         path = self.write('bad.sim', 'say fine\n\n' + line + '\n')
-        status, output, errors = self.bare('--no-namespace', '--root', self.root, '--script', path, '--', 'mkdir', started)
+        status, output, errors = self.bare('--no-namespace', '--root', self.root, '--script', path, '--', 'mkdir',
+                                           started)
         self.assertEqual((status, output), (2, ''))
         self.assertRegex(errors, r'^tarn-sim: %s:3:%d: .' % (re.escape(path), column))
         self.assertFalse(os.path.exists(started))
@@ -1081,8 +1094,9 @@ class ControlSocket(SimTest):
     self.assertEqual(state['daemon'], {'pid': daemon.call('getpid'), 'running': True})
     self.assertEqual(state['channel'], {'bound': True, 'port': port, 'destination': port, 'sent': 3, 'lost': 0,
                                         'no_listener': 0})
-    self.assertEqual(state['events'][6], {'type': 6, 'name': 'door', 'count': 2, 'suppression': True, 'suppressed': True,
-                                          'suppressed_count': 2, 'threshold': 2, 'period_ms': LONG_MS})
+    self.assertEqual(state['events'][6], {'type': 6, 'name': 'door', 'count': 2, 'suppression': True,
+                                          'suppressed': True, 'suppressed_count': 2, 'threshold': 2,
+                                          'period_ms': LONG_MS})
     self.assertEqual(state['modules'], [{'id': 9, 'enabled': True, 'print': 8, 'record': 4}])
     self.assertEqual(state['kmsg'], {'written': 1, 'withheld': 1, 'lost': 0})
     self.assertEqual((state['collector']['how'], state['collector']['received']), ('shim', 0))
@@ -1220,8 +1234,8 @@ class Ends(SimTest):
     self.assertEqual((status, errors), (0, ''))
     with open(os.path.join(SOURCES, 'sim', 'tarn-sim.1'), encoding='ascii') as page:
       paged = page.read().replace('\\-', '-')
-    self.assertEqual(set(re.findall(r'--[a-z]+(?:-[a-z]+)*', paged[paged.index('.SH OPTIONS'):paged.index('.SH SCRIPTS')])),
-                     set(re.findall(r'--[a-z]+(?:-[a-z]+)*', text)))
+    paged = paged[paged.index('.SH OPTIONS'):paged.index('.SH SCRIPTS')]
+    self.assertEqual(set(re.findall(r'--[a-z]+(?:-[a-z]+)*', paged)), set(re.findall(r'--[a-z]+(?:-[a-z]+)*', text)))
     self.assertRegex(self.bare('--version')[1], r'\d+\.\d+')
 
   def test_the_daemon_ends_when_the_launcher_dies(self):
@@ -1252,6 +1266,22 @@ class Ends(SimTest):
         sim.until(lambda d=daemon: d.call('signals') == 1, 'the signal')
         sim.process.send_signal(number)
         self.assertEqual(sim.wait(), 128 + signal.SIGKILL)
+
+  def test_the_terminals_interrupt_reaches_the_daemon_once(self):
+    outer, inner = os.openpty()
+    self.addCleanup(os.close, outer)
+
+    def take_terminal():
+      os.setsid()
+      fcntl.ioctl(inner, termios.TIOCSCTTY, 0)
+
+    sim, daemon, control = self.play('--verbose', stdin=inner, preexec_fn=take_terminal)
+    os.close(inner)
+    self.assertEqual(daemon.call('catch', signal.SIGINT), 0)
+    os.write(outer, b'\x03')
+    sim.until(lambda: 'the daemon gets' in sim.errors() and daemon.call('signals') > 0, 'the signal')
+    control.do('say fine')
+    self.assertEqual(daemon.call('signals'), 1)
 
   def test_one_launcher_at_a_time_in_a_folder(self):
     sim, _, control = self.play()
