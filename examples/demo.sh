@@ -1,37 +1,48 @@
 #!/usr/bin/env bash
-# Shows tarn at work: gatewayd on the desktop shim, with a log collector, a restart and a damaged configuration.
+# A day of a gateway in about twenty seconds: gatewayd under tarn-sim, which plays the platform's drivers.
 #
-# Usage: demo.sh BUILD_DIR
+# Usage: demo.sh BUILD_DIR [--keep]
 #
 # Builds nothing; everything that it makes is in BUILD_DIR/demo, which it empties first. Each step waits for the trace of
-# what it shows, and the demo fails if that does not come.
+# what it shows, and the demo fails if that does not come. With --keep the last gatewayd goes on until it is interrupted.
 set -euo pipefail
 
 readonly patience_s=60 # for an emulated processor on a busy machine; usually all is there at once
-build=$(cd "${1:?usage: demo.sh BUILD_DIR}" && pwd)
-readonly build
+build=$(cd "${1:?usage: demo.sh BUILD_DIR [--keep]}" && pwd)
+readonly build keep=${2-}
 readonly gatewayd=$build/examples/gatewayd/gatewayd
-readonly collector=$build/examples/demo/collector
-readonly shim=$build/sim/tarn-sim-shim.so
+readonly sim=$build/sim/tarn-sim
+readonly tools=$build/tools
+readonly emulator_file=$build/examples/demo/emulator # empty where the build runs as it is
+day=$(dirname "${BASH_SOURCE[0]}")/demo/day.sim
+day=$(realpath "$day")
+readonly day
 readonly folder=$build/demo
 readonly image=gatewayd.cfg # this and the names below are in $folder
-readonly collected=collected.txt
+readonly collected=root/collector.log
 readonly log=root/overlay/mu_log.txt
-readonly emulator_file=$build/examples/demo/emulator # empty where the build runs as it is
+readonly collector=192.0.2.1 # a documentation address: nobody's (RFC 5737)
 
-for needed in "$gatewayd" "$collector" "$shim" "$emulator_file"; do
+for needed in "$gatewayd" "$sim" "$tools"/tarn-{cfg,log,event} "$emulator_file" "$day"; do
   if [[ ! -e $needed ]]; then
-    printf 'demo: %s is missing: build with examples and sim first\n' "$needed" >&2
+    printf 'demo: %s is missing: build with examples, sim and tools first\n' "$needed" >&2
     exit 1
   fi
 done
+if [[ -n $keep && $keep != --keep ]]; then
+  printf 'usage: demo.sh BUILD_DIR [--keep]\n' >&2
+  exit 2
+fi
 read -ra emulator <"$emulator_file" || true
 
-daemon=''
-collector_process=''
+simulation='' # the process of tarn-sim
+output=''
 
 say() { printf '%s\n' "$*"; }
-step() { printf '\n%s\n' "$*"; }
+step() {
+  if [[ -t 1 ]]; then sleep 1.5; fi # time to read
+  printf '\n%s\n' "$*"
+}
 quote() { sed 's/\r//; s/^/      | /'; }
 file_size() { stat -c %s "$1"; }
 
@@ -40,23 +51,21 @@ fail() {
   exit 1
 }
 
-# Ends what this script started, and nothing else.
+# Ends what this script started, and nothing else. tarn-sim ends its daemon.
 clean_up() {
-  for process in $daemon $collector_process; do
-    if kill "$process" 2>/dev/null; then wait "$process" 2>/dev/null || true; fi
-  done
+  if [[ -n $simulation ]] && kill "$simulation" 2>/dev/null; then wait "$simulation" 2>/dev/null || true; fi
 }
 trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# wait_for DESCRIPTION COMMAND...: until the command succeeds; with a daemon running, as long as it does.
+# wait_for DESCRIPTION COMMAND...: until the command succeeds; with a simulation running, as long as it does.
 wait_for() {
   local what=$1 end=$((SECONDS + patience_s))
   shift
   until "$@"; do
-    if [[ -n $daemon ]] && ! kill -0 "$daemon" 2>/dev/null; then
-      tail -n 5 "$output" | quote >&2
+    if [[ -n $simulation ]] && ! kill -0 "$simulation" 2>/dev/null; then
+      tail -n 5 "$output" sim.txt | quote >&2
       fail "gatewayd ended while we waited for $what"
     fi
     ((SECONDS < end)) || fail "no trace of $what"
@@ -64,27 +73,31 @@ wait_for() {
   done
 }
 
-# start OUTPUT OPTION...: gatewayd on the shim, its output in the file OUTPUT.
+tool() { "${emulator[@]}" "$tools/$1" "${@:2}"; }
+event() { tool tarn-event --root=root "$@"; }
+
+# start OUTPUT SCRIPT OPTION...: gatewayd under tarn-sim, what both print in the file OUTPUT, and what tarn-sim tells in
+# sim.txt. The script may be empty.
 start() {
   output=$1
-  shift
+  local script=()
+  if [[ -n $2 ]]; then script=(--script "$2"); fi
+  shift 2
   : >"$output"
-  local run=(env "LD_PRELOAD=$shim" "$gatewayd")
-  if ((${#emulator[@]} > 0)); then run=("${emulator[@]}" -E "LD_PRELOAD=$shim" "$gatewayd"); fi
   # A preloaded library comes before the address sanitizer's, which a sanitized build would refuse.
-  TARN_SIM_ROOT=$folder/root TARN_SIM_COLLECTOR_PORT=$port \
-    ASAN_OPTIONS=verify_asan_link_order=0${ASAN_OPTIONS:+:$ASAN_OPTIONS} \
-    "${run[@]}" --config $image "$@" >"$output" 2>&1 &
-  daemon=$!
+  ASAN_OPTIONS=verify_asan_link_order=0${ASAN_OPTIONS:+:$ASAN_OPTIONS} \
+    "${emulator[@]}" "$sim" --root root "${script[@]}" --verbose -- \
+    "${emulator[@]}" "$gatewayd" --config $image "$@" >"$output" 2>>sim.txt &
+  simulation=$!
 }
 
-# stop SIGNAL: ends gatewayd, which must end in order.
+# stop: ends gatewayd, which must end in order.
 stop() {
   local status=0
-  kill -s "$1" "$daemon"
-  wait "$daemon" || status=$?
-  daemon=
-  ((status == 0)) || fail "gatewayd ended with status $status; see $folder/$output"
+  event stop
+  wait "$simulation" || status=$?
+  simulation=
+  ((status == 0)) || fail "gatewayd ended with status $status; see $folder/$output and sim.txt"
 }
 
 has() { grep -qE -- "$2" "$1"; }
@@ -92,100 +105,143 @@ has_output() { has "$output" "$1"; }
 has_collected() { has $collected "$1"; }
 show() { grep -E -- "$2" "$1" | head -n "${3:-1}" | quote; }
 
-# Whether the uplink checks have seen so many bytes.
-has_seen_bytes() { awk -v least="$1" '/: [0-9]+ bytes received/ {sum += $(NF - 2)} END {exit sum < least}' "$output"; }
+# has_state REGEX: whether tarn-event shows such a line.
+has_state() { event status 2>/dev/null | grep -qE -- "$1"; }
+show_state() { event status | grep -E -- "$1" | quote; }
 
 rm -rf "$folder"
-mkdir -p "$folder/root/overlay" "$folder/root/proc" "$folder/root/dev"
+mkdir -p "$folder/root"
 cd "$folder"
-: >root/proc/kmsg
-: >root/dev/mulog-ioctl-dev
 
 # ---- The demo --------------------------------------------------------------------------------------------------------
 
-say "gatewayd, a small daemon on tarn, with stand-ins for what a gateway has."
+say "gatewayd, a small daemon on tarn, under tarn-sim, which plays the drivers of its gateway from examples/demo/day.sim."
 
-step "1. A log collector starts on a free UDP port."
-: >$collected
-"${emulator[@]}" "$collector" >$collected &
-collector_process=$!
-wait_for "the collector's port" has_collected '^port [0-9]+$'
-port=$(awk 'NR == 1 {print $2}' $collected)
-say "   It listens on 127.0.0.1:$port and stands in for the one on port 514."
-
-step "2. gatewayd starts without a configuration. It makes one, with a log collector in it."
-start first-run.txt --set-collector 127.0.0.1
+step "1. It starts without a configuration. It makes one, with the address of a log collector in it."
+start first-run.txt "$day" --set-collector $collector
 wait_for "the first start" has_output 'started, boot count 1\b'
 show "$output" 'first start'
 show "$output" 'started, boot count'
-say "   Its fields are in one checksummed image of $(file_size $image) bytes."
+wait_for "the image" test -s $image
+say "   Its fields are in one checksummed image of $(file_size $image) bytes; tarn-cfg shows it:"
+tool tarn-cfg show $image | grep -E '^(checksum|offset|0x)' | quote
+tool tarn-cfg check $image >check.txt || fail "the image is not sound; see $folder/check.txt"
 
-step "3. It looks at the traffic of the interface lo each second, from a timer. Here is some: 50 datagrams."
-wait_for "the first look at lo" has_output ' lo: [1-9][0-9]* checks'
-for _ in {1..50}; do printf '%01000d' 0 >/dev/udp/127.0.0.1/9; done
-wait_for "50000 bytes on lo" has_seen_bytes 50000
-show "$output" 'lo: [0-9]+ bytes received' 3
+step "2. The driver of the switch tells of its ports: events of the kernel, for the subscribers of gatewayd."
+wait_for "the first link" has_output 'device 1: link up'
+wait_for "the link of port 3 that comes back" has_state '^1 +link-up +3 '
+wait_for "the link that is lost" has_output 'device 3: link down'
+show "$output" 'device [13]: link' 4
 
-step "4. The same messages reach the collector, which also causes traffic; so do messages not shown above."
-wait_for "a message about lo at the collector" has_collected '^lo: [0-9]+ bytes received'
-wait_for "the memory report at the collector" has_collected '^[0-9]+ KiB free'
-wait_for "statistics at the collector" has_collected '^lo: [0-9]+ checks, [1-9][0-9]* with traffic'
-show $collected '^(lo:|[0-9]+ KiB)' 5
+step "3. The driver logs, too, in the kernel's log. What it frames for a log module, the bridge brings into the log."
+wait_for "the driver's message at the collector" has_collected 'port 3: signal lost'
+wait_for "the driver's first message at the collector" has_collected 'port 3 is up'
+! has_collected 'belongs to no module' || fail "a line that belongs to no module is in the log"
+say "   Not shown by gatewayd, but kept; and the collector at $collector has them:"
+show $collected 'port 3' 3
 
-step "5. A kernel driver logs, in a frame that names the log module and the level; the bridge brings it in."
-printf '<6>[ 12.345678] <jxlog-05:6:port 3 is up<jxlog>\n<6>[ 12.5] a line of another driver\n' >>root/proc/kmsg
-show root/proc/kmsg '.' 2
-wait_for "the kernel's message at the collector" has_collected '^port 3 is up$'
-say "   and at the collector:"
-show $collected '^port 3 is up'
+step "4. A storm breaks loose, 50 events a second. gatewayd has asked for three in five seconds, and no more reach it."
+wait_for "the suppression" has_state '^3 +traffic +[0-9]+ +(suppressed|open) +[1-9]'
+show_state '^Type|^[123] .*(-|ms)$'
+wait_for "all of the storm" has_state '^script .* 0 to come'
+say ""
+say "   It is over, and so is the suppression, at the end of the five seconds."
+wait_for "the release" has_state '^3 +traffic +[0-9]+ +open'
+show_state '^Type|^3 .*ms$'
+wait_for "the storm's first events at the collector" has_collected 'device 2: traffic'
 
-step "6. SIGTERM ends it in order. It prints its timers, events and log."
-stop TERM
-wait_for "the end" has_output 'ends, SIGTERM'
-has_output '^[0-9]+ +[0-9]+ +[0-9]+ +[0-9]+ +Circle' || fail "no circular timer in the table"
+step "5. An engineer wants details. A debugging message of the driver does not get past it, until SIGUSR1 lets it."
+event kmsg 5 8 "port 3: details that nobody asked for"
+wait_for "a message that is withheld" has_state '^kernel log .* 1 withheld'
+kill -s USR1 "$(event status --json | sed 's/.*"pid":\([0-9]*\).*/\1/')"
+wait_for "the new level" has_output 'debugging messages are kept'
+wait_for "the new level at the driver" has_state '^5 +log +Notice +Debug'
+show_state '^Module|^5 +log'
+event kmsg 5 8 "port 3: autonegotiation done, 1000 Mbit/s"
+wait_for "the driver's debugging message at the collector" has_collected 'autonegotiation'
+! has_collected 'nobody asked for' || fail "a message that was withheld has come"
+show $collected 'port 3: auto'
+
+step "6. SIGTERM ends it in order. It prints its timers, and the driver its table of events."
+stop
+has_output 'ends, SIGTERM' || fail "it did not end in order"
 has_output '^[0-9]+ +[0-9]+ +[0-9]+ +[0-9]+ +OneShot' || fail "no one-shot timer in the table"
-show "$output" '^No\. Id\.|Circle|OneShot' 7
-has_output '^1 +1 +Disable' || fail "no link event in the table"
-say "   Types of events: 1 link up, 2 link down, 3 traffic, whose storms are suppressed."
+show "$output" '^No\. Id\.|Circle|OneShot' 9
+has_output '^3 +[0-9]+ +Enable +No +[0-9]+ +3 +100' || fail "no storm in the driver's table"
 show "$output" '^Type |^[123] +[0-9]+ +(Dis|En)able' 4
-has_output '^\[[0-9/:-]+\]-\[Notice [0-9]+\]main: ' || fail "no log at the end"
-show "$output" '^\[[0-9/:-]+\]-\[' 3
-has_output '^\[[0-9/:-]+\]-\[Notice\]switch: port 3 is up' || fail "the kernel's message is not in the log"
-show "$output" 'switch: port 3'
-has $log '\[Notice\]switch:port 3 is up' || fail "no log file with the kernel's message"
-say "   The log is in a file, too, $(file_size $log) bytes:"
-show $log '^SysLog:|started, boot count|port 3 is up' 3
+say "   The log is in a file, $(file_size $log) bytes; tarn-log shows it:"
+tool tarn-log --module switch --module uplink --grep 'port 3' --grep 'link ' $log >records.txt
+has records.txt 'Debug +switch: port 3: autonegotiation' || fail "the driver's message is not in the file"
+show records.txt '.' 6
 
-step "7. It starts again. The configuration is still there: the count goes on, the collector is still set."
-start second-run.txt
+step "7. It starts again. The configuration is still there, and so is the log of the first run."
+start second-run.txt ''
 wait_for "the second start" has_output 'started, boot count 2\b'
 wait_for "the second start at the collector" has_collected 'started, boot count 2\b'
 show "$output" 'started, boot count'
-say "   and at the collector:"
+say "   and at the collector, whose address is in the image:"
 show $collected 'started, boot count 2'
-stop INT
+stop
 has_output '^\[[0-9/:-]+\]-\[Notice\]main: .*started, boot count 1' || fail "the first run's log is lost"
-say "   The log of the first run is there as well, without the line numbers, which are not in the file:"
-show "$output" '^\[[0-9/:-]+\]-\[.*(started, boot count|port 3 is up)' 3
+has_output '^\[[0-9/:-]+\]-\[Debug\]switch: port 3: autonegotiation' || fail "the driver's message is lost"
+say "   What it had read from the file:"
+show "$output" '^\[[0-9/:-]+\]-\[Notice\]main: .*started, boot count|switch: port 3: auto' 3
 
-step "8. Somebody damages one byte of the image. gatewayd keeps the damaged file and starts with defaults."
-cp $image undamaged.cfg
+step "8. Somebody damages one byte of the image. gatewayd puts the damaged file aside and starts with defaults."
 printf '!' | dd of=$image bs=1 seek=22 conv=notrunc status=none # in the host name, which holds no '!'
-! cmp -s $image undamaged.cfg || fail "the byte did not change"
 cp $image damaged.cfg
-start third-run.txt
+! tool tarn-cfg check $image >check.txt 2>&1 || fail "the damage is not seen"
+quote <check.txt
+start third-run.txt ''
 wait_for "the start with defaults" has_output 'started, boot count 1\b'
 show "$output" 'CRC|damaged|started, boot count' 3
-stop TERM
+stop
 has_output "Startup-cfg CRC doesn't match" || fail "the damage was not told"
 cmp -s $image.bad damaged.cfg || fail "the damaged file was not kept as $image.bad"
 
-step "All of it happened. The files are in $folder:"
+step "9. Nothing is lost: tarn-cfg seals the damaged image anew, and the host's name is set right."
+cp $image.bad mended.cfg
+{
+  tool tarn-cfg repair mended.cfg
+  tool tarn-cfg set mended.cfg 0x0101 text gateway
+  tool tarn-cfg check mended.cfg
+} >repair.txt 2>&1 || fail "the repair failed; see $folder/repair.txt"
+quote <repair.txt
+mv mended.cfg $image
+start fourth-run.txt ''
+wait_for "the start with the mended image" has_output 'gateway: started, boot count 3\b'
+wait_for "its start at the collector" has_collected 'started, boot count 3\b'
+show "$output" 'started, boot count'
+if [[ -z $keep ]]; then stop; fi
+
+step "All of it happened. The whole log by level and module:"
+tool tarn-log --count root/overlay/mu_log.txt root/overlay/user_log.txt | quote
+say "The files are in $folder:"
 say "   gatewayd.cfg        the configuration image; gatewayd.cfg.bad is the damaged one"
-say "   *-run.txt           what gatewayd printed in each run"
-say "   collected.txt       what the collector received"
+say "   *-run.txt           what gatewayd and the driver's console printed in each run; sim.txt what tarn-sim tells"
+say "   root/collector.log  what the collector received"
 say "   root/overlay        mu_log.txt and user_log.txt, the log's files"
+
+show_runs() { # the commands as a user types them
+  local command
+  for command in "$@"; do say "   ${emulator[*]:+${emulator[*]} }$command"; done
+}
+
+if [[ -n $keep ]]; then
+  step "It goes on until you interrupt it. Try, in another terminal:"
+  show_runs "$tools/tarn-event --root=$folder/root watch" \
+    "$tools/tarn-event --root=$folder/root send link-down --port=3" \
+    "$tools/tarn-event --root=$folder/root storm traffic --times=500 --every=20ms" \
+    "$tools/tarn-event --root=$folder/root kmsg 5 4 'port 3: signal lost'" \
+    "$tools/tarn-log -f $folder/root/overlay/mu_log.txt" \
+    "tail -f $folder/$output $folder/$collected"
+  status=0
+  wait "$simulation" || status=$?
+  simulation=
+  exit "$status"
+fi
 step "Try next:"
-say "   od -A d -t x1z $folder/$image"
-if ((${#emulator[@]} == 0)); then say "   $gatewayd --help"; fi
-say "   and read examples/gatewayd/gatewayd.c."
+show_runs "$tools/tarn-cfg show $folder/$image" "$tools/tarn-log --level=notice $folder/root/overlay/mu_log.txt" \
+  "$sim --help"
+say "   ./dev demo --keep   # gatewayd goes on, for you to play with by tarn-event"
+say "   and read examples/gatewayd/gatewayd.c and examples/demo/day.sim."
