@@ -19,7 +19,7 @@ namespace {
 // A launcher answers at once; one that was stopped must not stop the daemon for good.
 constexpr timeval kPatience = {30, 0};
 
-int g_said_gone;
+constinit std::atomic<bool> g_said_gone{false};
 
 void set_waits(int sock, const timeval &end) {
   (void)setsockopt(sock, SOL_SOCKET, SO_RCVTIMEO, &end, sizeof end);
@@ -107,8 +107,8 @@ int fail_without_kernel(int error) {
   return -1;
 }
 
-void say_once(int *said, const char *line) {
-  if (__atomic_exchange_n(said, 1, __ATOMIC_RELAXED) != 0) return;
+void say_once(std::atomic<bool> *said, const char *line) {
+  if (said->exchange(true, std::memory_order_relaxed)) return;
   const int before = errno;
   (void)!write(STDERR_FILENO, line, strlen(line));  // nobody else could be told
   errno = before;

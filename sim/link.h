@@ -5,6 +5,8 @@
 
 #include <sys/un.h>
 
+#include <atomic>
+
 #include "wire.h"
 
 namespace tarn_sim {
@@ -40,7 +42,7 @@ int result_of(const Reply &reply);
 int fail_without_kernel(int error);
 
 // Says a line on standard error, unless `said` tells that it was said. errno stays.
-void say_once(int *said, const char *line);
+void say_once(std::atomic<bool> *said, const char *line);
 
 }  // namespace tarn_sim
 

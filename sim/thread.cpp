@@ -9,7 +9,7 @@ namespace tarn_sim {
 
 namespace {
 
-int g_said_ordinary;
+constinit std::atomic<bool> g_said_ordinary{false};
 
 bool asks_for_real_time(const pthread_attr_t *attributes) {
   int inherits = PTHREAD_INHERIT_SCHED;

@@ -47,7 +47,7 @@ class Parser {
       (void)fail(end_, std::string(what) + " is missing");
       return nullptr;
     }
-    const Word *word = &words_[0];
+    const Word *word = words_.data();
     words_ = words_.subspan(1);
     return word;
   }

@@ -97,20 +97,15 @@ bool Control::write(Client *client) {
 }
 
 std::string Control::answer(std::string_view text) {
-  if (is_status(text)) return status(*simulation_) + '\n' + kOk;
+  if (is_status(text)) return status(simulation_->state()) + '\n' + kOk;
   bool is_blank = false;
   Fault fault;
-  const auto line = parse_line(text, simulation_->names, &is_blank, &fault);
+  const auto line = parse_line(text, simulation_->state().names, &is_blank, &fault);
   if (is_blank) return kOk;
   if (!line) return error("column " + std::to_string(fault.column) + ": " + fault.reason);
   if (line->awaits_channel) return error("column 1: only a script can await");
   tell_more("control: " + readable(text));
-  if (line->ticks == 0 && line->times == 1) {
-    simulation_->run(line->command);
-    simulation_->commands_done++;
-  } else {
-    simulation_->add(*line);
-  }
+  simulation_->take(*line);
   return kOk;
 }
 

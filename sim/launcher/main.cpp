@@ -52,19 +52,19 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   if (!root.is_ready()) return kWrong;
   Loop loop;
   Signals signals(&loop);
-  Simulation simulation(&loop, root, names, script);
+  Simulation simulation(&loop, root, names);
+  Collector &collector = simulation.state().collector;
   const Control control(&loop, options.control.empty() ? root.below("/control") : options.control, &simulation);
   if (!simulation.is_open() || !control.is_open()) return kWrong;
-  if (!simulation.collector.start(options.collector, !options.no_namespace)) return kWrong;
-  Daemon daemon(options.daemon, environment(shim, root, simulation.collector), signals.before());
-  simulation.daemon = &daemon;
+  if (!collector.start(options.collector, !options.no_namespace)) return kWrong;
+  Daemon daemon(options.daemon, environment(shim, root, collector), signals.before());
   signals.pass_to(&daemon);
-  if (!daemon.is_running() || !start_registry(options.events, &simulation.channel)) return kWrong;
-  simulation.start();
+  if (!daemon.is_running() || !start_registry(options.events, &simulation.state().channel)) return kWrong;
+  simulation.start(&daemon, script);
   daemon.execute();
   if (!daemon.is_running()) return daemon.exit_status();
   while (daemon.is_running()) loop.run(simulation.run_due());
-  simulation.collector.drain();
+  collector.drain();
   tell(daemon.end());
   return daemon.exit_status();
 }

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "console.h"
+#include "tarn/containers.h"
 #include "tarn/platform.h"
 
 namespace tarn_sim {
@@ -64,6 +65,7 @@ bool start_registry(std::uint32_t types, Channel *channel) {
   g_channel = channel;
   if (mu_event_init(static_cast<int>(types), transmit, nullptr) != 0) return false;
   for (std::uint32_t type = 0; type < types; type++) {
+    mu_list_destory(glb_evt.events[type].cb_list);  // attaching would lose it; nobody subscribes here
     (void)mu_event_suprs_attach(static_cast<int>(type), tell_released, tell_suppressed, type);  // in range
   }
   return true;

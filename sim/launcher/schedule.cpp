@@ -5,7 +5,7 @@
 
 namespace tarn_sim {
 
-Schedule::Schedule(const std::vector<Line> &lines, std::uint64_t now) : lines_(lines) { begin_lines(now); }
+Schedule::Schedule(std::vector<Line> lines, std::uint64_t now) : lines_(std::move(lines)) { begin_lines(now); }
 
 void Schedule::add(const Line &line, std::uint64_t now) { insert(line, now + line.ticks); }
 

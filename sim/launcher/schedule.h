@@ -15,7 +15,7 @@ namespace tarn_sim {
 class Schedule {
  public:
   // The script starts at `now`, in ticks.
-  Schedule(const std::vector<Line> &lines, std::uint64_t now);
+  Schedule(std::vector<Line> lines, std::uint64_t now);
 
   // Adds a line that counts from `now`.
   void add(const Line &line, std::uint64_t now);

@@ -19,39 +19,44 @@ constexpr std::size_t kMostInARound = 64;
 
 }  // namespace
 
-Simulation::Simulation(Loop *loop, const Root &root, Names *event_names, const std::vector<Line> &script)
+State::State(Loop *loop, const Root &root, Names *event_names)
     : kernel_log(loop, root.below(kKernelMessages), &failures),
       channel(loop, root.below(kNetlinkStandIn), &failures),
       collector(loop, root.below("/collector.log")),
-      names(event_names),
-      script_(script),
+      names(event_names) {}
+
+Simulation::Simulation(Loop *loop, const Root &root, Names *names)
+    : state_(loop, root, names),
       platform_device_(loop, root.below(kPlatformDevice), SOCK_SEQPACKET,
                        [this](Message *message) { return platform_request(*message); }),
       log_device_(loop, root.below(kLogDevice), SOCK_SEQPACKET,
                   [this](Message *message) { return log_request(*message); }) {}
 
 bool Simulation::is_open() const {
-  return kernel_log.is_open() && channel.is_open() && platform_device_.is_open() && log_device_.is_open();
+  return state_.kernel_log.is_open() && state_.channel.is_open() && platform_device_.is_open() && log_device_.is_open();
 }
 
-void Simulation::start() {
-  start_ = mu_current_tick();
-  schedule.emplace(script_, start_);
+void Simulation::start(Daemon *daemon, const std::vector<Line> &script) {
+  state_.daemon = daemon;
+  state_.start = mu_current_tick();
+  state_.schedule.emplace(script, state_.start);
 }
-
-std::uint64_t Simulation::ticks() const { return mu_current_tick() - start_; }
 
 int Simulation::run_due() {
   const std::uint64_t now = mu_current_tick();
-  const auto due = schedule->take(now, channel.is_bound(), kMostInARound);
+  const auto due = state_.schedule->take(now, state_.channel.is_bound(), kMostInARound);
   for (const Command &command : due) run(command);
   if (!due.empty()) return 0;
-  const auto next = schedule->next();
+  const auto next = state_.schedule->next();
   if (!next) return -1;
   return static_cast<int>(std::min<std::uint64_t>((*next - now) * kTickMs, INT_MAX));
 }
 
-void Simulation::add(const Line &line) { schedule->add(line, mu_current_tick()); }
+void Simulation::take(const Line &line) {
+  if (line.ticks > 0 || line.times != 1) return state_.schedule->add(line, mu_current_tick());
+  run(line.command);
+  state_.commands_done++;
+}
 
 void Simulation::run(const Command &command) {
   using Kind = Command::Kind;
@@ -61,34 +66,34 @@ void Simulation::run(const Command &command) {
     case Kind::kName:
       return;
     case Kind::kDriverLine:
-      return kernel_log.write_framed(modules, command.module, command.level, command.text);
+      return state_.kernel_log.write_framed(state_.modules, command.module, command.level, command.text);
     case Kind::kKernelLine:
-      return kernel_log.write_plain(command.text);
+      return state_.kernel_log.write_plain(command.text);
     case Kind::kKernelBytes:
-      return kernel_log.write_bytes(command.text);
+      return state_.kernel_log.write_bytes(command.text);
     case Kind::kDatagram:
-      return channel.send(command.text);
+      return state_.channel.send(command.text);
     case Kind::kFail:
-      return failures.set(command.call, command.count);
+      return state_.failures.set(command.call, command.count);
     case Kind::kDump:
       return dump_events();
     case Kind::kSay:
       return tell(readable(command.text));
     case Kind::kStop:
-      return daemon->signal(SIGTERM);
+      return state_.daemon->signal(SIGTERM);
   }
 }
 
 Response Simulation::platform_request(const Message &message) {
-  if (message.request.ask == kOpen) return failures.take(Call::kOpen) ? refuse(ENODEV) : Response();
-  if (failures.take(Call::kIoctl)) return refuse(EIO);
-  return control_platform(message, &channel);
+  if (message.request.ask == kOpen) return state_.failures.take(Call::kOpen) ? refuse(ENODEV) : Response();
+  if (state_.failures.take(Call::kIoctl)) return refuse(EIO);
+  return control_platform(message, &state_.channel);
 }
 
 Response Simulation::log_request(const Message &message) {
-  if (message.request.ask == kOpen) return failures.take(Call::kOpen) ? refuse(ENODEV) : Response();
-  if (failures.take(Call::kIoctl)) return refuse(EIO);
-  return modules.control(message);
+  if (message.request.ask == kOpen) return state_.failures.take(Call::kOpen) ? refuse(ENODEV) : Response();
+  if (state_.failures.take(Call::kIoctl)) return refuse(EIO);
+  return state_.modules.control(message);
 }
 
 }  // namespace tarn_sim

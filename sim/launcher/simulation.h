@@ -14,25 +14,9 @@
 
 namespace tarn_sim {
 
-class Simulation {
- public:
-  Simulation(Loop *loop, const Root &root, Names *names, const std::vector<Line> &script);
-
-  bool is_open() const;
-
-  // Once the daemon is executed: times count from now.
-  void start();
-
-  // Does what is due, and tells for how long nothing is: ms, -1 without an end.
-  int run_due();
-
-  // Does a command now.
-  void run(const Command &command);
-
-  // Adds a line whose times count from now.
-  void add(const Line &line);
-
-  std::uint64_t ticks() const;  // since the start
+// What there is to know of it.
+struct State {
+  State(Loop *loop, const Root &root, Names *event_names);
 
   Failures failures;
   Modules modules;
@@ -40,16 +24,35 @@ class Simulation {
   Channel channel;
   Collector collector;
   Names *names;
-  Daemon *daemon = nullptr;  // there from the start on
+  Daemon *daemon = nullptr;  // these two are there from the start on
   std::optional<Schedule> schedule;
-  std::uint64_t commands_done = 0;  // those of `run` that the schedule did not give
+  std::uint64_t start = 0;          // ticks
+  std::uint64_t commands_done = 0;  // those that the schedule did not give
+};
+
+class Simulation {
+ public:
+  Simulation(Loop *loop, const Root &root, Names *names);
+
+  bool is_open() const;
+
+  State &state() { return state_; }
+
+  // Times count from now.
+  void start(Daemon *daemon, const std::vector<Line> &script);
+
+  // Does what is due, and tells for how long nothing is: ms, -1 without an end.
+  int run_due();
+
+  // Does what a line says: at once a command that is to be done once and now, else when it is due.
+  void take(const Line &line);
 
  private:
+  void run(const Command &command);
   Response platform_request(const Message &message);
   Response log_request(const Message &message);
 
-  const std::vector<Line> &script_;
-  std::uint64_t start_ = 0;
+  State state_;
   Service platform_device_;
   Service log_device_;
 };

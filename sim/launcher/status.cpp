@@ -3,6 +3,7 @@
 #include <nlohmann/json.hpp>
 
 #include "registry.h"
+#include "tarn/platform.h"
 
 namespace tarn_sim {
 
@@ -50,9 +51,9 @@ Json failures(const Failures &failures) {
 
 }  // namespace
 
-std::string status(const Simulation &it) {
+std::string status(const State &it) {
   const Json all = {
-      {"time_ms", it.ticks() * kTickMs},
+      {"time_ms", (mu_current_tick() - it.start) * kTickMs},
       {"daemon", {{"pid", it.daemon->pid()}, {"running", it.daemon->is_running()}}},
       {"channel",
        {{"bound", it.channel.is_bound()},

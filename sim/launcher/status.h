@@ -8,7 +8,7 @@
 
 namespace tarn_sim {
 
-std::string status(const Simulation &simulation);
+std::string status(const State &state);
 
 }  // namespace tarn_sim
 

@@ -818,9 +818,13 @@ class Channel(SimTest):
   def test_a_suppression_ends(self):
     sim = self.start('--verbose')
     self.assertEqual(sim.configure(message(3, 4, 1, 0, 10))[0], '0')  # one poll of half a second
+    sim.err.wait_for('event 4: released')  # setting it releases
     sim.client().do('event 4')
     sim.err.wait_for('event 4: suppression begins')
-    sim.err.wait_for('event 4: released')
+    client = sim.client()
+    while client.status()['events'][4]['suppressed']:
+      pass
+    self.assertEqual(sum('event 4: released' in line for line in sim.err.lines), 2)
 
   def test_fails_when_asked_to(self):
     sim = self.start()
