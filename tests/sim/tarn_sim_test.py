@@ -1267,6 +1267,8 @@ class Gatewayd(SimTest):
     sim = self.start(root=root, daemon=daemon, cwd='/', **more)
     sim.out.wait_for('started, boot count 1')  # subscribers and levels are there
     client = sim.client()
+    while not client.status()['channel']['bound']:  # by a thread of its own
+      pass
     client.do('event link-down port 3', 'kmsg 5 6 "port 3 is down"', 'kmsg "other"', 'event traffic device 8 10 times')
     sim.out.wait_for('device 3: link down')
     while client.status()['events'][3]['suppressed_count'] < 7:  # three in a window are enough for it
