@@ -103,7 +103,7 @@ std::string Control::answer(std::string_view text) {
   const auto line = parse_line(text, simulation_->state().names, &is_blank, &fault);
   if (is_blank) return kOk;
   if (!line) return error("column " + std::to_string(fault.column) + ": " + fault.reason);
-  if (line->awaits_channel) return error("column 1: only a script can await");
+  if (line->awaited != Awaited::kNothing) return error("column 1: only a script can await");
   tell_more("control: " + readable(text));
   simulation_->take(*line);
   return kOk;

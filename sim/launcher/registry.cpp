@@ -16,6 +16,7 @@ static_assert(sizeof(mu_pal_hdr_t) == kPlatformHeader && offsetof(mu_pal_hdr_t, 
 static_assert(MU_PAL_PAYLOAD_MAX == kPlatformPayload && MU_PAL_IOCTL_BASE == kIoctlBase);
 
 Channel *g_channel;  // set before the registry starts
+bool g_has_settings;
 
 // The registry's send hook, called by send_event.
 int transmit(std::uint16_t device, std::uint32_t type, void *data, std::uint32_t length) {
@@ -54,6 +55,7 @@ Response configure(const mu_pal_hdr_t &header, const Message &request) {
   tell_more(std::string("events: ") + kOperations[message.op] + ", type " + std::to_string(message.type));
   (void)event_cfg_set(header.device_id, &message);  // -1 for a counter that was read from the table
   (void)fflush(stdout);                             // the dump
+  g_has_settings = g_has_settings || message.op == MU_EVENT_OP_SET;
   Response response = {.argument = request.argument};
   memcpy(response.argument.data() + sizeof header, &message, sizeof message);
   return response;
@@ -86,6 +88,8 @@ Response control_platform(const Message &message, Channel *channel) {
   channel->set_destination(header.destination);
   return {.argument = message.argument};
 }
+
+bool has_settings() { return g_has_settings; }
 
 void dump_events() {
   mu_event_dump();

@@ -21,6 +21,9 @@ void send_event(std::uint32_t type, std::uint16_t device, std::string data);
 // Carries out an ioctl of the platform's device.
 Response control_platform(const Message &message, Channel *channel);
 
+// Whether the daemon has set how an event is suppressed.
+bool has_settings();
+
 // The table on standard output.
 void dump_events();
 

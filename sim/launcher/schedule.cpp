@@ -12,7 +12,7 @@ void Schedule::add(const Line &line, std::uint64_t now) { insert(line, now + lin
 // Gives the lines up to the next `await` their times.
 void Schedule::begin_lines(std::uint64_t start) {
   std::uint64_t due = start;
-  for (; next_line_ < lines_.size() && !lines_[next_line_].awaits_channel; next_line_++) {
+  for (; next_line_ < lines_.size() && lines_[next_line_].awaited == Awaited::kNothing; next_line_++) {
     const Line &line = lines_[next_line_];
     due = (line.when == Line::When::kAt ? start : due) + line.ticks;
     insert(line, due);
@@ -33,8 +33,9 @@ void Schedule::place(Active active) {
 }
 
 // An `await` has come when the line before it is due.
-void Schedule::end_await(std::uint64_t now, bool has_channel) {
-  while (next_line_ < lines_.size() && has_channel && now >= await_from_) {
+void Schedule::end_await(std::uint64_t now, const Readiness &ready) {
+  while (next_line_ < lines_.size() && now >= await_from_) {
+    if (!(lines_[next_line_].awaited == Awaited::kChannel ? ready.channel : ready.settings)) return;
     next_line_++;
     begin_lines(now);
   }
@@ -53,8 +54,8 @@ Command Schedule::take_first() {
   return command;
 }
 
-std::vector<Command> Schedule::take(std::uint64_t now, bool has_channel, std::size_t most) {
-  end_await(now, has_channel);
+std::vector<Command> Schedule::take(std::uint64_t now, const Readiness &ready, std::size_t most) {
+  end_await(now, ready);
   std::vector<Command> due;
   while (due.size() < most && !active_.empty() && active_.front().due <= now) due.push_back(take_first());
   return due;

@@ -12,6 +12,12 @@
 
 namespace tarn_sim {
 
+// What a script may wait for, as it is now.
+struct Readiness {
+  bool channel = false;
+  bool settings = false;
+};
+
 class Schedule {
  public:
   // The script starts at `now`, in ticks.
@@ -21,10 +27,10 @@ class Schedule {
   void add(const Line &line, std::uint64_t now);
 
   // At most `most` of the commands that are due, in the order of their times, and of the lines where those are equal.
-  // What was missed is made up for. `has_channel`: whether an `await channel` that has come is over.
-  std::vector<Command> take(std::uint64_t now, bool has_channel, std::size_t most);
+  // What was missed is made up for. An `await` that has come is over when `ready` says so.
+  std::vector<Command> take(std::uint64_t now, const Readiness &ready, std::size_t most);
 
-  // When the next command is due, which may be past; nothing when there is none, or when it depends on the channel.
+  // When the next command is due, which may be past; nothing when there is none, or when it depends on an `await`.
   std::optional<std::uint64_t> next() const {
     return active_.empty() ? std::nullopt : std::optional(active_.front().due);
   }
@@ -45,7 +51,7 @@ class Schedule {
   void begin_lines(std::uint64_t start);
   void insert(const Line &line, std::uint64_t due);
   void place(Active active);
-  void end_await(std::uint64_t now, bool has_channel);
+  void end_await(std::uint64_t now, const Readiness &ready);
   Command take_first();
 
   std::vector<Line> lines_;  // of the script; behind each `await` they begin when that is over

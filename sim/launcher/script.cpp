@@ -83,10 +83,13 @@ class LineParser {
   }
 
   std::optional<Line> run_await() {
-    if (!is(1, "channel")) return refuse(words_.size() > 1 ? words_[1].column : end_, "only 'channel' can be awaited");
-    if (words_.size() > 2) return refuse(words_[2].column, "'" + words_[2].text + "' is too much here");
     Line line;
-    line.awaits_channel = true;
+    if (is(1, "channel")) line.awaited = Awaited::kChannel;
+    if (is(1, "settings")) line.awaited = Awaited::kSettings;
+    if (line.awaited == Awaited::kNothing) {
+      return refuse(words_.size() > 1 ? words_[1].column : end_, "only 'channel' and 'settings' can be awaited");
+    }
+    if (words_.size() > 2) return refuse(words_[2].column, "'" + words_[2].text + "' is too much here");
     return line;
   }
 

@@ -1,6 +1,6 @@
 // Scripts: lines, each a command and when it is due.
 //
-// A line says when: `at TIME` from the start or from the last `await channel`; `after TIME` from when the line before
+// A line says when: `at TIME` from the start or from the last `await`; `after TIME` from when the line before
 // is due; without a word when the line before is. `every TIME` repeats: its first command is due when the line before
 // is, and the lines behind it count from there. All times are in ticks of 10 ms.
 #ifndef TARN_SIM_LAUNCHER_SCRIPT_H
@@ -18,9 +18,16 @@ namespace tarn_sim {
 
 constexpr std::uint64_t kTickMs = 10;
 
+// What a script waits for.
+enum class Awaited : std::uint8_t {
+  kNothing,
+  kChannel,   // the daemon's channel is bound to the destination that it has set
+  kSettings,  // the daemon has set how an event is suppressed
+};
+
 struct Line {
   enum class When : std::uint8_t { kAt, kAfter };
-  bool awaits_channel = false;  // and nothing else counts
+  Awaited awaited = Awaited::kNothing;  // anything else: nothing more counts
   When when = When::kAfter;
   std::uint64_t ticks = 0;
   std::uint64_t period = 0;  // ticks between two repetitions; 0: all at once

@@ -44,7 +44,7 @@ void Simulation::start(Daemon *daemon, const std::vector<Line> &script) {
 
 int Simulation::run_due() {
   const std::uint64_t now = mu_current_tick();
-  const auto due = state_.schedule->take(now, state_.channel.is_bound(), kMostInARound);
+  const auto due = state_.schedule->take(now, {state_.channel.is_bound(), has_settings()}, kMostInARound);
   for (const Command &command : due) run(command);
   if (!due.empty()) return 0;
   const auto next = state_.schedule->next();

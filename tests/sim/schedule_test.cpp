@@ -42,7 +42,7 @@ class Play {
   // What is said now, each word once.
   std::string now(std::size_t most = kAll) {
     std::string said;
-    for (const Command &command : schedule_.take(mu_current_tick(), has_channel, most)) {
+    for (const Command &command : schedule_.take(mu_current_tick(), ready, most)) {
       said += (said.empty() ? "" : " ") + command.text;
     }
     return said;
@@ -53,7 +53,7 @@ class Play {
     std::string said;
     for (std::int64_t passed = 0; passed < ms; passed += 10) {
       clock.pass_ms(10);
-      for (const Command &command : schedule_.take(mu_current_tick(), has_channel, kAll)) {
+      for (const Command &command : schedule_.take(mu_current_tick(), ready, kAll)) {
         said += (said.empty() ? "" : " ") + command.text + '@' + std::to_string((mu_current_tick() - start_) * 10);
       }
     }
@@ -70,7 +70,7 @@ class Play {
   void add(const std::string &text) { schedule_.add(lines_of(text)[0], mu_current_tick()); }
 
   VirtualClock clock;
-  bool has_channel = false;
+  Readiness ready;
 
   Schedule &schedule() { return schedule_; }
 
@@ -159,32 +159,42 @@ TEST(Schedule, AwaitsTheChannel) {
   EXPECT_EQ(play.during(100), "a@20");
   EXPECT_EQ(play.next(), std::nullopt);
   EXPECT_EQ(play.schedule().pending(), 3u);
-  play.has_channel = true;
+  play.ready.channel = true;
   EXPECT_EQ(play.during(100), "b@110 c@140");
   EXPECT_EQ(play.schedule().pending(), 0u);
 }
 
 TEST(Schedule, AwaitsNothingBeforeTheLineBeforeIsDue) {
   Play play("at 50ms say a\nawait channel\nat 20ms say b");
-  play.has_channel = true;
+  play.ready.channel = true;
   EXPECT_EQ(play.during(100), "a@50 b@70");
 }
 
 TEST(Schedule, AwaitsAgain) {
   Play play("await channel\nat 20ms say a\nawait channel\nat 20ms say b");
-  play.has_channel = true;
+  play.ready.channel = true;
   EXPECT_EQ(play.now(), "");
-  play.has_channel = false;  // the daemon has closed it
+  play.ready.channel = false;  // the daemon has closed it
   EXPECT_EQ(play.during(70), "a@20");
-  play.has_channel = true;
+  play.ready.channel = true;
   EXPECT_EQ(play.during(50), "b@100");
+}
+
+TEST(Schedule, AwaitsSettings) {
+  Play play("await channel\nawait settings\nsay a\nat 30ms say b");
+  play.ready.settings = true;
+  EXPECT_EQ(play.during(50), "");
+  play.ready = {true, false};
+  EXPECT_EQ(play.during(50), "");
+  play.ready.settings = true;
+  EXPECT_EQ(play.during(50), "a@110 b@140");
 }
 
 TEST(Schedule, GoesOnRepeatingBehindAnAwait) {
   Play play("every 20ms say a 4 times\nawait channel\nsay b");
   EXPECT_EQ(play.now(), "a");
   EXPECT_EQ(play.during(30), "a@20");
-  play.has_channel = true;
+  play.ready.channel = true;
   EXPECT_EQ(play.during(40), "a@40 b@40 a@60");
 }
 

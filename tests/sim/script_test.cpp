@@ -150,8 +150,9 @@ TEST(ScriptLines, SayWhen) {
   const Line counted = line_of("every 20ms event storm 500 times");
   EXPECT_EQ(counted.period, 2u);
   EXPECT_EQ(counted.times, 500u);
-  EXPECT_TRUE(line_of("await channel # now").awaits_channel);
-  EXPECT_FALSE(plain.awaits_channel);
+  EXPECT_EQ(line_of("await channel # now").awaited, Awaited::kChannel);
+  EXPECT_EQ(line_of("await settings").awaited, Awaited::kSettings);
+  EXPECT_EQ(plain.awaited, Awaited::kNothing);
 }
 
 TEST(ScriptLines, MayBeBlank) {
@@ -267,8 +268,8 @@ TEST(ScriptLines, AreRefusedWithTheColumnAndTheReason) {
       {"every 0ms dump", 7, "a period is at least 10ms"},
       {"every 1s", 9, "a command is missing"},
       {"at 1s every 1s dump", 7, "'every' is no command"},
-      {"await", 6, "only 'channel' can be awaited"},
-      {"await ready", 7, "only 'channel' can be awaited"},
+      {"await", 6, "only 'channel' and 'settings' can be awaited"},
+      {"await ready", 7, "only 'channel' and 'settings' can be awaited"},
       {"await channel now", 15, "'now' is too much here"},
       {"at 1s await channel", 7, "'await' is no command"},
       {"status", 1, "'status' is no command"},

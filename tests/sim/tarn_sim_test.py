@@ -993,6 +993,13 @@ class Scripts(SimTest):
     sim.err.wait_for('tarn-sim: bound')
     self.assertEqual(sim.client().status()['script'], {'pending': 0, 'done': 3})
 
+  def test_await_settings(self):
+    sim = self.start(script='await settings\nsay set\n')
+    self.assertEqual(sim.client().status()['script'], {'pending': 2, 'done': 0})
+    sim.configure(message(3, 7, 1, 3, 100))
+    sim.err.wait_for('tarn-sim: set')
+    self.assertEqual(sim.client().status()['script'], {'pending': 0, 'done': 1})
+
   def test_do_every_command(self):
     sim = self.start(script='name 7 door\nawait channel\nevent door device 9 data 01\nkmsg 5 6 "link up"\nkmsg plain\n'
                             'raw-kmsg "raw\\n"\nraw-datagram 0102\nfail ioctl 1 times\nsay "a\\x07b"\n')
