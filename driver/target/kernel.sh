@@ -1,0 +1,78 @@
+#!/usr/bin/env bash
+# The kernel of the virtual machine: fetches the distribution's arm64 kernel, its headers and a static busybox, unpacks
+# them, and builds the driver against them. Nothing is installed, and the machine's own package state is left alone.
+#
+# Usage: kernel.sh FOLDER
+#
+# Leaves in FOLDER: root/ (what the packages hold), vmlinuz, release (the kernel's), busybox, tarn_platform.ko. What is
+# there is used again. Exit status 77: a package cannot be had here.
+set -euo pipefail
+
+here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
+mkdir -p "${1:?usage: kernel.sh FOLDER}"
+folder=$(cd "$1" && pwd)
+readonly here folder
+readonly driver=$here/..
+readonly root=$folder/root
+
+cannot() {
+  printf 'skipped: %s\n' "$*"
+  exit 77
+}
+
+# ---- The packages ----------------------------------------------------------------------------------------------------
+
+native=$(dpkg --print-architecture) || cannot "the kernel's packages are Debian's"
+readonly native
+
+# apt with a state of its own, which knows two architectures; its sources are the machine's.
+apt=(-o "Dir::State::Lists=$folder/apt/lists" -o Dir::State::status=/dev/null -o "Dir::Cache=$folder/apt/cache"
+  -o APT::Architecture=arm64 -o "APT::Architectures=arm64,$native" -o APT::Sandbox::User=root)
+
+# depends_on PACKAGE PREFIX: the first package that PACKAGE depends on whose name begins so.
+depends_on() {
+  apt-cache "${apt[@]}" show --no-all-versions "$1" | sed -n 's/^Depends: //p' | tr ',|' '\n\n' |
+    sed -n "s/^ *\($2[^ ]*\).*/\1/p" | head -n 1
+}
+
+fetch() {
+  local image headers kbuild
+  mkdir -p "$folder/apt/lists/partial" "$folder/apt/cache/archives/partial" "$folder/packages"
+  timeout 300 apt-get "${apt[@]}" update || cannot "no package lists for arm64"
+  image=$(depends_on linux-image-arm64 linux-image-)
+  headers=$(depends_on linux-headers-arm64 linux-headers-)
+  if [[ -z $image || -z $headers ]]; then cannot "no arm64 kernel among the packages"; fi
+  kbuild=$(depends_on "$headers" linux-kbuild-)
+  cd "$folder/packages"
+  rm -f -- *.deb
+  timeout 900 apt-get "${apt[@]}" download "$image" "$headers" "$(depends_on "$headers" linux-headers-):all" \
+    "$kbuild:$native" busybox-static || cannot "the arm64 kernel's packages cannot be fetched"
+}
+
+# The header tree names its folders as if it were installed, and its compiler with a version.
+make_headers_usable() {
+  local headers
+  headers=$(echo "$root"/usr/src/linux-headers-*-arm64)
+  sed -i "s|/usr/src/|$root/usr/src/|g" "$headers/Makefile"
+  sed -i 's/aarch64-linux-gnu-gcc-[0-9]*/aarch64-linux-gnu-gcc/; s/gcc-[0-9]*/gcc/' "$headers/.kernelvariables"
+}
+
+if [[ ! -e $folder/release ]]; then
+  (fetch)
+  rm -rf "$root"
+  mkdir -p "$root"
+  for package in "$folder"/packages/*.deb; do dpkg -x "$package" "$root"; done
+  make_headers_usable
+  cp "$root"/boot/vmlinuz-* "$folder/vmlinuz"
+  cp "$root/bin/busybox" "$folder/busybox"
+  release=$(basename "$root"/lib/modules/*)
+  echo "$release" >"$folder/release" # last: the mark that all is there
+fi
+
+# ---- The driver ------------------------------------------------------------------------------------------------------
+
+mkdir -p "$folder/driver"
+cp "$driver"/Kbuild "$driver"/*.[ch] "$folder/driver"
+make -C "$root/usr/src/linux-headers-$(cat "$folder/release")" "M=$folder/driver" ARCH=arm64 \
+  CROSS_COMPILE=aarch64-linux-gnu- modules
+cp "$folder/driver/tarn_platform.ko" "$folder"

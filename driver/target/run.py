@@ -1,0 +1,84 @@
+#!/usr/bin/env python3
+"""Runs the tests on the virtual target.
+
+    run.py --kernel FOLDER --build FOLDER --work FOLDER [--parts PART,...] [--soak MINUTES] [--cuts N] [--shell]
+
+--kernel: what kernel.sh left. --build: the cross build. --work: where images, logs and results go. The results stand in
+WORK/tests.xml; the last line is "N passed, N failed".
+"""
+
+import argparse
+import pathlib
+import shutil
+import sys
+import time
+
+import image
+import machine
+import report
+import system
+import unit
+
+PARTS = {"unit": unit.run, "system": system.run_system, "soak": system.run_soak}
+
+
+class Target:
+    def __init__(self, arguments):
+        self.arguments = arguments
+        self.build = arguments.build.resolve()
+        self.work = arguments.work.resolve()
+        self.work.mkdir(parents=True, exist_ok=True)
+        (self.work / "console.log").unlink(missing_ok=True)
+        shutil.copy(arguments.kernel / "vmlinuz", self.work)
+        image.make_initramfs(arguments.kernel, self.build, self.work / "initramfs.cpio")
+        image.make_programs_disk(self.build, self.work / "programs.ext4")
+
+    def start(self, job, **options):
+        return machine.Machine(self.work, job, **options)
+
+    def boot(self, job, limit_s, prepare=None, overlay=None):
+        """Runs a job up to its end. Returns the share's folder."""
+        with self.start(job, prepare=prepare, overlay=overlay) as target:
+            target.wait_for_end(limit_s, on_line=print_line)
+        return target.share
+
+
+def print_line(line):
+    if line.startswith("target:"):
+        print(line, flush=True)
+
+
+def run_part(target, name):
+    start = time.monotonic()
+    try:
+        cases = PARTS[name](target)
+    except machine.Hang as hang:
+        cases = [report.Case(f"{name}/machine", "failed", str(hang))]
+    print(f"target: {name}: {report.summary(cases)} ({time.monotonic() - start:.0f} s)", flush=True)
+    for case in cases:
+        if case.result == "failed":
+            print(f"target: failed: {case.name} ({case.how})\n{case.output}", flush=True)
+    return cases
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--kernel", type=pathlib.Path, required=True)
+    parser.add_argument("--build", type=pathlib.Path, required=True)
+    parser.add_argument("--work", type=pathlib.Path, required=True)
+    parser.add_argument("--parts", default=",".join(PARTS))
+    parser.add_argument("--soak", type=float, default=1, metavar="MINUTES")
+    parser.add_argument("--cuts", type=int, default=4)
+    parser.add_argument("--shell", action="store_true")
+    arguments = parser.parse_args()
+    target = Target(arguments)
+    cases = []
+    for name in arguments.parts.split(","):
+        cases += run_part(target, name)
+    report.write_junit(cases, target.work / "tests.xml")
+    print(report.summary(cases))
+    return 1 if any(case.result == "failed" for case in cases) else 0
+
+
+if __name__ == "__main__":
+    sys.exit(main())

@@ -1,0 +1,43 @@
+"""Parts of the target's run that use the driver: the system tests, and the soak."""
+
+import report
+
+LIMIT_S = 900
+SYSTEM_JOB = """
+insmod /modules/tarn_platform.ko
+TARN_TEST_FORK=/tmp/results /programs/driver/driver_system_test >/dev/null 2>&1
+cp /tmp/results /share
+cat /sys/kernel/debug/tarn/status >/share/status
+dmesg >/share/kernel-log
+"""
+SOAK_JOB = """
+insmod /modules/tarn_platform.ko
+export TARN_SOAK_SECONDS=%d TARN_TEST_HANG_LIMIT_S=%d
+TARN_TEST_FORK=/tmp/results /programs/driver/driver_soak_test >/dev/null 2>&1
+cp /tmp/results /share
+echo "target: soak: $(cat /tmp/soak)"
+dmesg >/share/kernel-log
+"""
+# What the kernel says when something went wrong in it.
+TROUBLE = ("BUG:", "WARNING:", "Oops", "Internal error", "Call trace:", "soft lockup", "hung task")
+
+
+def kernel_is_well(share):
+    """A case: whether the kernel's log tells of no trouble."""
+    try:
+        text = (share / "kernel-log").read_text(errors="replace")
+    except OSError:
+        return report.Case("kernel/IsWell", "failed", "no kernel log")
+    lines = [line for line in text.splitlines() if any(sign in line for sign in TROUBLE)]
+    return report.Case("kernel/IsWell", "failed" if lines else "passed", "it complains", "\n".join(lines))
+
+
+def run_system(target):
+    share = target.boot(SYSTEM_JOB, LIMIT_S)
+    return report.read_results("system/", share / "results") + [kernel_is_well(share)]
+
+
+def run_soak(target):
+    seconds = round(target.arguments.soak * 60)
+    share = target.boot(SOAK_JOB % (seconds, seconds + 300), seconds + LIMIT_S)
+    return report.read_results("soak/", share / "results") + [kernel_is_well(share)]

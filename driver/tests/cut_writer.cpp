@@ -1,0 +1,103 @@
+// A daemon for the power-cut runs: it logs numbered messages without end and tells on the console what it does, so that
+// whoever cuts the power knows what was logged, saved, and being written.
+//
+//   cut: found COUNT FIRST LAST      what the start has read back of the system log: records and their numbers
+//   cut: logged N MS                 message N was logged, MS after the start of the machine
+//   cut: saved N MS                  all up to N were saved, and the file was closed
+//   cut: rewrite N MS                a rewrite has begun: the file is shorter than it was
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+#include "tarn/log.h"
+#include "tarn/os.h"
+#include "tarn/platform.h"
+
+namespace {
+
+constexpr char kModules[17][MUP_LOG_NAME_SIZE] = {"main", "m1",  "m2",  "m3",  "m4",  "m5",  "m6",  "m7",  "m8",
+                                                  "m9",   "m10", "m11", "m12", "m13", "m14", "m15", "user"};
+constexpr char kFile[] = "/overlay/mu_log.txt";
+constexpr unsigned kAtOnce = 1000;  // a full file takes longest to write
+
+volatile unsigned logged;
+
+long uptime_ms() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+// The number of a record; 0 if it has none.
+unsigned number_of(const mup_log_rec &record) {
+  unsigned number = 0;
+  return sscanf(record.text, "number %u ", &number) == 1 ? number : 0;
+}
+
+void tell_found() {
+  unsigned count = 0, first = 0, last = 0;
+  for (const mup_log_rec &record : mup_log_ctrl_get()->sys_ring) {
+    const unsigned number = number_of(record);
+    if (number == 0) continue;
+    if (count == 0) first = number;
+    last = number;
+    count++;
+  }
+  logged = last;
+  printf("cut: found %u %u %u\n", count, first, last);
+}
+
+void log_next() {
+  const unsigned next = logged + 1;
+  mup_log_msg(0, 0, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "number %u of a run that ends with the power", next);
+  mup_log_msg(0, 16, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "number %u of a run that ends with the power", next);
+  logged = next;
+}
+
+// Without the log's lock, which the save holds: sees a rewrite while it goes on.
+void *watch_file(void *) {
+  off_t size = 0;
+  while (true) {
+    struct stat file = {};
+    (void)stat(kFile, &file);
+    if (file.st_size < size) printf("cut: rewrite %u %ld\n", logged, uptime_ms());
+    size = file.st_size;
+    usleep(500);
+  }
+}
+
+// The save clears the mark of the ring under the lock, when the files are closed.
+void *watch_saves(void *) {
+  mup_log_ctrl *log = mup_log_ctrl_get();
+  bool was_dirty = false;
+  while (true) {
+    mu_mutex_lock(log->mutex);
+    const bool is_dirty = log->dirty != 0;
+    const unsigned last = logged;
+    mu_mutex_unlock(log->mutex);
+    if (was_dirty && !is_dirty) printf("cut: saved %u %ld\n", last, uptime_ms());
+    was_dirty = is_dirty;
+    usleep(2000);
+  }
+}
+
+}  // namespace
+
+int main() {
+  setvbuf(stdout, nullptr, _IOLBF, 0);
+  mup_log_usr_init(17, kModules[0]);
+  tell_found();
+  pthread_t file, saves;
+  mu_thread_create(&file, "file", watch_file, nullptr, 0, 0, 0);
+  mu_thread_create(&saves, "saves", watch_saves, nullptr, 0, 0, 0);
+  for (unsigned i = 0; i < kAtOnce; i++) log_next();
+  while (true) {
+    log_next();
+    printf("cut: logged %u %ld\n", logged, uptime_ms());
+    usleep(50000);
+  }
+}

@@ -1,0 +1,130 @@
+// The main function of the test programs.
+//
+// Started as they are, they run their tests as GoogleTest does it; CTest starts one for each test, so that each meets
+// fresh global state. Where there is no CTest, as on the virtual target, TARN_TEST_FORK=FILE in the environment gives
+// the same from one start: the program forks for each test and writes the results to FILE, a line a test,
+//
+//   passed|skipped|failed SUITE.TEST MILLISECONDS HOW
+//
+// where HOW is "exit N", "signal N" or "hang". What a test that did not pass printed follows, each line behind "| ".
+#include <gmock/gmock.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <string>
+
+namespace {
+
+constexpr int kExitSkipped = 77;
+constexpr time_t kHangLimitS = 300;
+
+[[noreturn]] void run_in_child(const std::string &name, int output) {
+  dup2(output, STDOUT_FILENO);
+  dup2(output, STDERR_FILENO);
+  close(output);
+  GTEST_FLAG_SET(filter, name);
+  const int result = RUN_ALL_TESTS();
+  const bool skipped = testing::UnitTest::GetInstance()->skipped_test_count() > 0;
+  exit(result == 0 && skipped ? kExitSkipped : result);
+}
+
+// TARN_TEST_HANG_LIMIT_S sets another limit, for a test that is meant to take longer.
+time_t hang_limit_s() {
+  const char *seconds = getenv("TARN_TEST_HANG_LIMIT_S");
+  return seconds == nullptr ? kHangLimitS : atol(seconds);
+}
+
+// The child's wait status; -1 if it had to be killed.
+int wait_for(pid_t child, const sigset_t &child_ended) {
+  const timespec limit = {.tv_sec = hang_limit_s(), .tv_nsec = 0};
+  int status = 0;
+  if (sigtimedwait(&child_ended, nullptr, &limit) < 0) {
+    kill(child, SIGKILL);
+    waitpid(child, &status, 0);
+    return -1;
+  }
+  waitpid(child, &status, 0);
+  return status;
+}
+
+std::string outcome(int status) {
+  if (status == -1) return "hang";
+  if (WIFSIGNALED(status)) return "signal " + std::to_string(WTERMSIG(status));
+  return "exit " + std::to_string(WEXITSTATUS(status));
+}
+
+long milliseconds() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return now.tv_sec * 1000 + now.tv_nsec / 1000000;
+}
+
+void copy_output(int output, FILE *results) {
+  FILE *text = fdopen(output, "r");
+  char line[4096];
+  rewind(text);
+  while (fgets(line, sizeof line, text) != nullptr) {
+    fprintf(results, "| %s", line);
+    if (line[std::char_traits<char>::length(line) - 1] != '\n') fputc('\n', results);
+  }
+  fclose(text);
+}
+
+bool run_one(const std::string &name, FILE *results) {
+  sigset_t child_ended, before;
+  sigemptyset(&child_ended);
+  sigaddset(&child_ended, SIGCHLD);
+  sigprocmask(SIG_BLOCK, &child_ended, &before);
+  const int output = memfd_create("output", 0);
+  fflush(nullptr);
+  const long start = milliseconds();
+  const pid_t child = fork();
+  if (child == 0) {
+    sigprocmask(SIG_SETMASK, &before, nullptr);
+    run_in_child(name, output);
+  }
+  const int status = wait_for(child, child_ended);
+  const bool passed = status == 0;
+  const bool skipped = status != -1 && WIFEXITED(status) && WEXITSTATUS(status) == kExitSkipped;
+  fprintf(results, "%s %s %ld %s\n",
+          passed    ? "passed"
+          : skipped ? "skipped"
+                    : "failed",
+          name.c_str(), milliseconds() - start, outcome(status).c_str());
+  if (!passed) copy_output(output, results);
+  if (passed) close(output);
+  fflush(results);
+  return passed || skipped;
+}
+
+// Returns the exit code.
+int run_each_in_a_fork(const char *file) {
+  FILE *results = fopen(file, "we");
+  if (results == nullptr) {
+    perror(file);
+    return 2;
+  }
+  bool all_passed = true;
+  const testing::UnitTest &all = *testing::UnitTest::GetInstance();
+  for (int i = 0; i < all.total_test_suite_count(); i++) {
+    const testing::TestSuite &suite = *all.GetTestSuite(i);
+    for (int k = 0; k < suite.total_test_count(); k++) {
+      all_passed &= run_one(std::string(suite.name()) + '.' + suite.GetTestInfo(k)->name(), results);
+    }
+  }
+  fclose(results);
+  return all_passed ? 0 : 1;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+  testing::InitGoogleMock(&argc, argv);
+  const char *file = getenv("TARN_TEST_FORK");
+  return file == nullptr ? RUN_ALL_TESTS() : run_each_in_a_fork(file);
+}
