@@ -165,11 +165,12 @@ static const struct {
 
 static int run_line(char *line)
 {
-	const char *name = strsep(&line, " ");
+	const char *name;
 	size_t i;
 
-	if (!*name)
+	if (!*line)
 		return 0;
+	name = strsep(&line, " ");
 	for (i = 0; i < ARRAY_SIZE(commands); i++)
 		if (!strcmp(name, commands[i].name))
 			return commands[i].run(line);

@@ -60,8 +60,7 @@ def make_initramfs(kernel, build, file):
         (root / name).chmod(0o755)
     # Test programs start others the way the cross build does: by an emulator, at their place in the build folder.
     (root / "bin/qemu-aarch64-static").symlink_to("/emulator")
-    (root / str(build.parent)[1:]).mkdir(parents=True, exist_ok=True)
-    (root / str(build)[1:]).symlink_to("/programs")
+    (root / "etc/build").write_text(f"{build}\n")
     (root / "lib").symlink_to("/programs/lib")
     paths = modules_in_order(kernel / "root/lib/modules") + [kernel / "tarn_platform.ko"]
     for path in paths:

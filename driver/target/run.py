@@ -13,13 +13,16 @@ import shutil
 import sys
 import time
 
+import cuts
+import demo
 import image
 import machine
 import report
 import system
 import unit
 
-PARTS = {"unit": unit.run, "system": system.run_system, "soak": system.run_soak}
+PARTS = {"unit": unit.run, "system": system.run_system, "soak": system.run_soak, "demo": demo.run,
+         "cuts": cuts.run_cuts}
 
 
 class Target:

@@ -23,8 +23,7 @@ constexpr char kModules[kNames][MUP_LOG_NAME_SIZE] = {"main", "config", "uplink"
 
 // The log of a daemon with the bridge to the kernel's messages.
 void start_log() {
-  unload_driver();
-  load_driver();  // all modules are let through
+  skip_kernel_messages();
   unlink("/overlay/mu_log.txt");
   unlink("/overlay/user_log.txt");
   ASSERT_EQ(mup_log_usr_init(kNames, kModules[0]), 0);
@@ -36,8 +35,7 @@ void start_log() {
   while (sem_wait(&started) != 0) continue;
 }
 
-// The record whose text holds `text`; one of line 99 if there is none. Records of earlier tests' messages, which nobody
-// had read, may stand beside it.
+// The record whose text holds `text`; one of line 99 if there is none.
 mup_log_rec record_with(const std::string &text) {
   mup_log_ctrl *log = mup_log_ctrl_get();
   mup_log_rec found = {};

@@ -1,6 +1,7 @@
 #include "platform.h"
 
 #include <fcntl.h>
+#include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/klog.h>
@@ -39,6 +40,21 @@ int remember(uint16_t device, uint32_t type, void *data, uint32_t length, uint64
       {device, type, {static_cast<const char *>(data), size}, length, reserved, static_cast<pid_t>(gettid())});
   return 0;
 }
+
+// Each test, which has a process of its own, meets a driver without a past.
+class FreshDriver : public testing::Environment {
+ public:
+  void SetUp() override {
+    ASSERT_TRUE(eventually([] {
+      const int error = unload_driver();
+      return error == 0 || error == ENOENT;
+    }));
+    load_driver();
+    ASSERT_TRUE(eventually([] { return access(kControl, F_OK) == 0 && access(MU_PAL_DEVICE, F_OK) == 0; }));
+  }
+};
+
+const testing::Environment *const fresh_driver = testing::AddGlobalTestEnvironment(new FreshDriver);
 
 }  // namespace
 
@@ -88,6 +104,13 @@ void load_driver() {
 }
 
 int unload_driver() { return syscall(SYS_delete_module, "tarn_platform", O_NONBLOCK) == 0 ? 0 : errno; }
+
+void skip_kernel_messages() {
+  char text[8192];
+  const int file = open("/proc/kmsg", O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  while (read(file, text, sizeof text) > 0) continue;
+  close(file);
+}
 
 std::string hex(std::string_view bytes) {
   std::string text;
@@ -142,6 +165,7 @@ Child::Child(const std::function<void()> &work) {
   fflush(nullptr);
   id_ = fork();
   if (id_ == 0) {
+    setpgid(0, 0);  // its own children end with it
     dup2(ends[1], STDOUT_FILENO);
     dup2(ends[1], STDERR_FILENO);
     close(ends[0]);
@@ -151,6 +175,7 @@ Child::Child(const std::function<void()> &work) {
     fflush(nullptr);
     _exit(0);
   }
+  setpgid(id_, id_);
   close(ends[1]);
   output_ = ends[0];
 }
@@ -174,7 +199,7 @@ bool Child::says(const std::string &text) {
 
 void Child::end() {
   if (id_ <= 0) return;
-  kill(id_, SIGKILL);
+  kill(-id_, SIGKILL);
   waitpid(id_, nullptr, 0);
   id_ = 0;
 }

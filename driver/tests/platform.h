@@ -31,7 +31,7 @@ std::string status();
 long status_number(const std::string &name);
 std::string status_line(const std::string &beginning);
 
-// What the driver suppresses, counts and silences, as it was when it was loaded.
+// Before each test the driver is loaded anew, so that it has no past.
 void load_driver();
 // Returns 0 or the error number.
 int unload_driver();
@@ -48,6 +48,9 @@ std::string file_text(const char *path);
 
 // All that the kernel's log holds.
 std::string kernel_log();
+
+// Reads what waits in /proc/kmsg, so that a bridge meets none of it.
+void skip_kernel_messages();
 
 // Whether a socket of the platform's netlink protocol is bound to this port.
 bool is_bound(uint32_t port);
