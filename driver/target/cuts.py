@@ -24,17 +24,25 @@ done
 """
 GO_ON = "/programs/driver/cut_writer"
 RECORD = re.compile(rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\[Error\](?:main|user):number (\d+) of a run that ends with the power ?")
-# When the power goes: in the n-th rewrite, or so many seconds after the n-th save was complete.
-MOMENTS = (("rewrite", 2, 0), ("save", 4, 1.5), ("save", 2, 0), ("rewrite", 4, 0), ("save", 1, 2.5), ("save", 3, 0.5),
-           ("rewrite", 1, 0), ("save", 5, 2), ("rewrite", 3, 0.01), ("save", 2, 1))
+# When the power goes: so many seconds after the daemon's start, or in the first rewrite from then on.
+FIRST_MOMENTS = (("rewrite", 7), ("time", 8.5), ("rewrite", 12), ("time", 6))
+
+
+def moment_of(number):
+    """The first ones, and then both kinds, spread over 15 s: three commits of the file system."""
+    if number < len(FIRST_MOMENTS):
+        return FIRST_MOMENTS[number]
+    return ("rewrite", "time")[number % 2], 1 + number * 5 % 29 / 2
 
 
 @dataclasses.dataclass
 class Run:
     """What a machine said before its power went."""
-    found: tuple = (0, 0, 0)  # records, first, last that the daemon had read back
+    found: int = 0  # records of the system log that the daemon had read back
+    base: int = 0  # the number before the first of this run
     moment: str = ""
     logged: int = 0
+    start_ms: int = 0
     logged_ms: int = 0
     saves: list = dataclasses.field(default_factory=list)  # (last number, ms)
     up: bool = False
@@ -42,13 +50,17 @@ class Run:
     def hear(self, line):
         words = line.split()
         if line.startswith("cut: found"):
-            self.found = tuple(int(word) for word in words[2:5])
-            self.logged = self.found[2]
+            self.found, self.base = int(words[2]), int(words[3])
+            self.logged = self.base
             self.up = True
         elif line.startswith("cut: logged"):
             self.logged, self.logged_ms = int(words[2]), int(words[3])
+            self.start_ms = self.start_ms or self.logged_ms
         elif line.startswith("cut: saved"):
             self.saves.append((int(words[2]), int(words[3])))
+
+    def seconds(self):
+        return (self.logged_ms - self.start_ms) / 1000
 
     def surely_saved(self):
         return max((number for number, ms in self.saves if ms < self.logged_ms - SAFE_MS), default=0)
@@ -58,72 +70,62 @@ class Run:
 class Left:
     """What a log file held after a cut."""
     state: str
-    first: int = 0
-    last: int = 0
-    records: int = 0
+    numbers: list = dataclasses.field(default_factory=list)
+
+    def last(self):
+        return self.numbers[-1] if self.numbers else 0
 
 
 def read_left(file, head_end, ring, run, found):
-    """found: first and last number of this file at the start of the run that was cut."""
+    """found: the numbers in this file at the start of the run that was cut."""
     if not file.exists():
         return Left("missing")
     content = file.read_bytes()
     if not content:
         return Left("empty")
     head = content.find(head_end)
-    lines = content[head + len(head_end):].split(b"\n") if head >= 0 else [content]
+    lines = content[head + len(head_end):].split(b"\n")
     matches = [RECORD.fullmatch(line) for line in lines[:-1]]
     if head < 0 or not all(matches):
         return Left("damaged")
     numbers = [int(match[1]) for match in matches]
     if not numbers:
-        return Left("head only" if not lines[-1].strip(b"\0") else "a part")
-    if numbers != list(range(numbers[0], numbers[-1] + 1)):
-        return Left("damaged", numbers[0], numbers[-1], len(numbers))
-    left = Left("a part", numbers[0], numbers[-1], len(numbers))
-    if not lines[-1]:
-        if (left.first, left.last) == found:
-            left.state = "as at the start"
-        elif left.first == max(found[0], 1, left.last - ring + 1):
-            left.state = "whole"
-    return left
+        return Left("head only")
+    expected = found + list(range(run.base + 1, numbers[-1] + 1)) if run else numbers
+    start = expected.index(numbers[0]) if numbers[0] in expected else 0
+    if expected[start:start + len(numbers)] != numbers:
+        return Left("damaged", numbers)
+    if not lines[-1] and numbers == found:
+        return Left("as at the start", numbers)
+    is_whole = not lines[-1] and numbers == expected[-ring:]
+    return Left("whole" if is_whole else "a part", numbers)
 
 
 def wait_for_moment(target, run, moment):
     """Listens until the power shall go."""
-    what, count, delay_s = moment
-    beginning = "cut: rewrite" if what == "rewrite" else "cut: saved"
+    what, seconds = moment
+    beginning = "cut: rewrite" if what == "rewrite" else "cut: logged"
     deadline = time.monotonic() + BOOT_LIMIT_S
-    while count > 0:
-        line = target.next_line(deadline)
-        if line is None:
-            return
+    while (line := target.next_line(deadline)) is not None:
         run.hear(line)
-        count -= line.startswith(beginning)
-    time.sleep(delay_s)
+        if line.startswith(beginning) and run.seconds() >= seconds:
+            return
 
 
-def describe(moment):
-    what, count, delay_s = moment
-    if what == "rewrite":
-        return f"in rewrite {count}"
-    return f"{delay_s:.1f} s after save {count}"
-
-
-def judge(run, left, is_system):
+def judge(run, left, name):
     """What contradicts the rules of the log store; empty if nothing does."""
     faults = []
     if left.state == "damaged":
-        faults.append("records are damaged or out of order")
-    if left.last > run.logged + 1:  # the console may lag by one
-        faults.append(f"record {left.last} was never logged")
-    if left.state in ("whole", "as at the start") and left.last < run.surely_saved():
-        faults.append(f"{left.last} is the last record, but {run.surely_saved()} was saved long before")
-    return [("system log: " if is_system else "user log: ") + fault for fault in faults]
+        faults.append("its records are damaged, out of order, or were never logged")
+    if left.last() > run.logged + 1:  # the console may lag by one
+        faults.append(f"record {left.last()} was never logged")
+    if left.state in ("whole", "as at the start") and left.last() < run.surely_saved():
+        faults.append(f"{left.last()} is the last record, but {run.surely_saved()} was saved long before")
+    return [f"{name}: {fault}" for fault in faults]
 
 
 def one_boot(target, disk, moment):
-    """Returns the run, and the share with what the cut before it left."""
+    """Returns the run, the share with what the cut before it left, and whether the disk could be mounted."""
     run = Run()
     job = JOB % (GO_ON if moment else GO_ON + " & sleep 4")
     with target.start(job, overlay=disk) as machine:
@@ -134,16 +136,15 @@ def one_boot(target, disk, moment):
             machine.cut_power()
             while (line := machine.next_line(time.monotonic() + 10)) is not None:
                 run.hear(line)
-            run.moment = describe(moment)
-        mounted = "cut: mounted" in machine.lines
-    return run, machine.share, mounted
+            run.moment = ("in a rewrite, " if moment[0] == "rewrite" else "") + f"{run.seconds():.1f} s"
+    return run, machine.share, "cut: mounted" in machine.lines
 
 
 def row(number, run, lefts):
-    cells = [str(number), run.moment, str(run.logged), str(run.saves[-1][0]) if run.saves else "-"]
+    cells = [str(number), run.moment, str(run.logged), str(run.saves[-1][0]) if run.saves else "none"]
     for left in lefts:
-        held = f"{left.first} to {left.last}" if left.records else "-"
-        cells += [left.state, held, str(max(0, run.logged - left.last))]
+        held = f"{left.numbers[0]} to {left.last()}" if left.numbers else "nothing"
+        cells += [left.state, held, str(max(0, run.logged - left.last()))]
     return "| " + " | ".join(cells) + " |"
 
 
@@ -152,24 +153,22 @@ def run_cuts(target):
     image.make_ext4(disk, 64)
     cases, rows = [], []
     before = None  # the run whose power went
-    found = [(0, 0), (0, 0)]
+    found = [[], []]
     count = target.arguments.cuts
     for number in range(count + 1):
-        moment = MOMENTS[number % len(MOMENTS)] if number < count else None
-        run, share, mounted = one_boot(target, disk, moment)
+        run, share, mounted = one_boot(target, disk, moment_of(number) if number < count else None)
         lefts = [read_left(share / "mu_log", b"SysLog:\n", 1024, before, found[0]),
                  read_left(share / "user_log", b"\n\n", 512, before, found[1])]
         if before is not None:
-            faults = judge(before, lefts[0], True) + judge(before, lefts[1], False)
+            faults = judge(before, lefts[0], "system log") + judge(before, lefts[1], "user log")
             if not mounted or not run.up:
                 faults.append("the next start did not come up")
-            if run.found[0] != lefts[0].records:
-                faults.append(f"the daemon read {run.found[0]} records of {lefts[0].records}")
+            if run.found != len(lefts[0].numbers):
+                faults.append(f"the daemon read {run.found} records of {len(lefts[0].numbers)}")
             rows.append(row(number, before, lefts))
             cases.append(report.Case(f"cuts/{number}", "failed" if faults else "passed", "; ".join(faults), rows[-1]))
             print("target: cut " + rows[-1], flush=True)
-        # The user log goes on with the numbers of the system log, so it may have a gap where it was saved later.
-        found = [(left.first, left.last) for left in lefts]
+        found = [left.numbers for left in lefts]
         before = run
     (target.work / "cuts.md").write_text("\n".join(rows) + "\n")
     return cases

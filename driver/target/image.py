@@ -111,4 +111,5 @@ def make_ext4(file, size_mb, root=None):
     if root is not None:
         command += ["-d", str(root)]
     environment = dict(os.environ, PATH=os.environ.get("PATH", "") + ":/usr/sbin:/sbin")
-    subprocess.run(command + [str(file), f"{size_mb}M"], check=True, env=environment)
+    subprocess.run(command + [str(file), f"{size_mb}M"], check=True, env=environment,
+                   stdout=subprocess.DEVNULL)

@@ -31,7 +31,7 @@ apt=(-o "Dir::State::Lists=$folder/apt/lists" -o Dir::State::status=/dev/null -o
 
 # depends_on PACKAGE PREFIX: the first package that PACKAGE depends on whose name begins so.
 depends_on() {
-  apt-cache "${apt[@]}" show --no-all-versions "$1" | sed -n 's/^Depends: //p' | tr ',|' '\n\n' |
+  apt-cache "${apt[@]}" show --no-all-versions "$1" | sed -n 's/^Depends: //p' | sed 's/[,|]/\n/g' |
     sed -n "s/^ *\($2[^ ]*\).*/\1/p" | head -n 1
 }
 

@@ -2,9 +2,11 @@
 """Runs the tests on the virtual target.
 
     run.py --kernel FOLDER --build FOLDER --work FOLDER [--parts PART,...] [--soak MINUTES] [--cuts N] [--shell]
+    run.py ... --skip REASON
 
 --kernel: what kernel.sh left. --build: the cross build. --work: where images, logs and results go. The results stand in
-WORK/tests.xml; the last line is "N passed, N failed".
+WORK/tests.xml; the last line is "N passed, N failed". --shell: a prompt on the machine, with the driver loaded. --skip:
+leaves results that say that nothing was run, and why.
 """
 
 import argparse
@@ -24,6 +26,13 @@ import unit
 PARTS = {"unit": unit.run, "system": system.run_system, "soak": system.run_soak, "demo": demo.run,
          "cuts": cuts.run_cuts}
 
+SHELL_JOB = """
+insmod /modules/tarn_platform.ko
+mount -t tmpfs overlay /overlay
+echo "The programs are in /programs, the driver's files in /sys/kernel/debug/tarn. 'exit' ends the machine."
+setsid cttyhack sh
+"""
+
 
 class Target:
     def __init__(self, arguments):
@@ -41,9 +50,13 @@ class Target:
 
     def boot(self, job, limit_s, prepare=None, overlay=None):
         """Runs a job up to its end. Returns the share's folder."""
-        with self.start(job, prepare=prepare, overlay=overlay) as target:
-            target.wait_for_end(limit_s, on_line=print_line)
-        return target.share
+        with self.start(job, prepare=prepare, overlay=overlay) as started:
+            started.wait_for_end(limit_s, on_line=print_line)
+        return started.share
+
+    def shell(self):
+        with self.start(SHELL_JOB, interactive=True) as started:
+            return started.process.wait()
 
 
 def print_line(line):
@@ -73,8 +86,16 @@ def main():
     parser.add_argument("--soak", type=float, default=1, metavar="MINUTES")
     parser.add_argument("--cuts", type=int, default=4)
     parser.add_argument("--shell", action="store_true")
+    parser.add_argument("--skip", metavar="REASON")
     arguments = parser.parse_args()
+    if arguments.skip:
+        arguments.work.mkdir(parents=True, exist_ok=True)
+        report.write_junit([report.Case("target", "skipped", arguments.skip)], arguments.work / "tests.xml")
+        print(f"skipped: {arguments.skip}")
+        return 0
     target = Target(arguments)
+    if arguments.shell:
+        return target.shell()
     cases = []
     for name in arguments.parts.split(","):
         cases += run_part(target, name)

@@ -3,7 +3,7 @@
 import report
 
 LIMIT_S = 1500  # none that passes comes near
-HEAVY = ("startup_cfg_test", "crypto_test")
+HEAVY = ("startup_cfg_test", "log_test", "crypto_test")
 JOB = r"""
 export LD_LIBRARY_PATH=/programs/lib
 mkdir /tmp/results

@@ -1,13 +1,14 @@
 // A daemon for the power-cut runs: it logs numbered messages without end and tells on the console what it does, so that
 // whoever cuts the power knows what was logged, saved, and being written.
 //
-//   cut: found COUNT FIRST LAST      what the start has read back of the system log: records and their numbers
-//   cut: logged N MS                 message N was logged, MS after the start of the machine
-//   cut: saved N MS                  all up to N were saved, and the file was closed
-//   cut: rewrite N MS                a rewrite has begun: the file is shorter than it was
+//   cut: found COUNT LAST            what the start has read back: records of the system log, the highest number of
+//   both cut: logged N MS                 message N was logged, MS after the start of the machine cut: saved N MS all
+//   up to N were saved, and the file was closed cut: rewrite N MS                a rewrite has begun: the file is
+//   shorter than it was
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -39,16 +40,14 @@ unsigned number_of(const mup_log_rec &record) {
 }
 
 void tell_found() {
-  unsigned count = 0, first = 0, last = 0;
+  unsigned count = 0, last = 0;
   for (const mup_log_rec &record : mup_log_ctrl_get()->sys_ring) {
-    const unsigned number = number_of(record);
-    if (number == 0) continue;
-    if (count == 0) first = number;
-    last = number;
-    count++;
+    count += number_of(record) != 0;
+    last = std::max(last, number_of(record));
   }
+  for (const mup_log_rec &record : mup_log_ctrl_get()->usr_ring) last = std::max(last, number_of(record));
   logged = last;
-  printf("cut: found %u %u %u\n", count, first, last);
+  printf("cut: found %u %u\n", count, last);
 }
 
 void log_next() {
