@@ -24,6 +24,7 @@ done
 """
 GO_ON = "/programs/driver/cut_writer"
 RECORD = re.compile(rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\[Error\](?:main|user):number (\d+) of a run that ends with the power ?")
+SAID = re.compile(r"cut: (found|logged|saved|rewrite) (\d+) (\d+)")
 # When the power goes: so many seconds after the daemon's start, or in the first rewrite from then on.
 FIRST_MOMENTS = (("rewrite", 7), ("time", 8.5), ("rewrite", 12), ("time", 6))
 
@@ -48,16 +49,19 @@ class Run:
     up: bool = False
 
     def hear(self, line):
-        words = line.split()
-        if line.startswith("cut: found"):
-            self.found, self.base = int(words[2]), int(words[3])
+        heard = SAID.fullmatch(line)  # a line into which the kernel spoke is none
+        if heard is None:
+            return
+        what, first, second = heard[1], int(heard[2]), int(heard[3])
+        if what == "found":
+            self.found, self.base = first, second
             self.logged = self.base
             self.up = True
-        elif line.startswith("cut: logged"):
-            self.logged, self.logged_ms = int(words[2]), int(words[3])
+        elif what == "logged":
+            self.logged, self.logged_ms = first, second
             self.start_ms = self.start_ms or self.logged_ms
-        elif line.startswith("cut: saved"):
-            self.saves.append((int(words[2]), int(words[3])))
+        elif what == "saved":
+            self.saves.append((first, second))
 
     def seconds(self):
         return (self.logged_ms - self.start_ms) / 1000

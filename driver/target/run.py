@@ -14,6 +14,7 @@ import pathlib
 import shutil
 import sys
 import time
+import traceback
 
 import cuts
 import demo
@@ -68,8 +69,9 @@ def run_part(target, name):
     start = time.monotonic()
     try:
         cases = PARTS[name](target)
-    except machine.Hang as hang:
-        cases = [report.Case(f"{name}/machine", "failed", str(hang))]
+    except Exception as error:  # the other parts still run
+        traceback.print_exc()
+        cases = [report.Case(f"{name}/machine", "failed", str(error))]
     print(f"target: {name}: {report.summary(cases)} ({time.monotonic() - start:.0f} s)", flush=True)
     for case in cases:
         if case.result == "failed":
