@@ -6,7 +6,9 @@
 #include <sys/mman.h>
 #include <unistd.h>
 
+#include <bit>
 #include <cerrno>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 #include <vector>
@@ -206,8 +208,8 @@ TEST(DriverDevice, SurvivesArgumentsAtBadAddresses) {
     EXPECT_EQ(request(code, nullptr), EFAULT);
     EXPECT_EQ(request(code, pages + page), EFAULT);
     EXPECT_EQ(request(code, pages + page - 23), EFAULT);
-    EXPECT_EQ(request(code, reinterpret_cast<void *>(~0ul)), EFAULT);
-    EXPECT_EQ(request(code, reinterpret_cast<void *>(0xffff800008000000ul)), EFAULT);  // the kernel's own
+    EXPECT_EQ(request(code, std::bit_cast<void *>(~uintptr_t{0})), EFAULT);
+    EXPECT_EQ(request(code, std::bit_cast<void *>(uintptr_t{0xffff800008000000})), EFAULT);  // the kernel's own
   }
   Argument argument;
   argument.header.length = 32;

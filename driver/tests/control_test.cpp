@@ -10,6 +10,12 @@
 
 using namespace driver_test;
 
+namespace {
+
+constexpr size_t kDigits = 2;  // of a byte
+
+}  // namespace
+
 TEST(DriverControl, RefusesWhatItDoesNotUnderstand) {
   const char *const lines[] = {"x",
                                "events 1 2",
@@ -50,14 +56,14 @@ TEST(DriverControl, RefusesWhatItDoesNotUnderstand) {
                                "dump x"};
   for (const char *line : lines) EXPECT_NE(control(line), 0) << line;
   EXPECT_EQ(control(std::string("dump\0", 5)), EINVAL);
-  EXPECT_EQ(control("datagram " + std::string(2 * 4097, '0')), EINVAL);
-  EXPECT_EQ(control("event 1 1 " + std::string(2 * 4073, '0')), EINVAL);
+  EXPECT_EQ(control("datagram " + std::string(kDigits * 4097, '0')), EINVAL);
+  EXPECT_EQ(control("event 1 1 " + std::string(kDigits * 4073, '0')), EINVAL);
   EXPECT_EQ(control(std::string(16385, ' ')), E2BIG);
 }
 
 TEST(DriverControl, TakesItsLongestLines) {
-  EXPECT_EQ(control("datagram " + std::string(2 * 4096, '0')), 0);
-  EXPECT_EQ(control("event 1 1 " + std::string(2 * 4072, '0')), 0);
+  EXPECT_EQ(control("datagram " + std::string(kDigits * 4096, '0')), 0);
+  EXPECT_EQ(control("event 1 1 " + std::string(kDigits * 4072, '0')), 0);
   EXPECT_EQ(control("kmsg 99 8 " + std::string(5000, 'k')), 0);
   EXPECT_EQ(control("raw " + std::string(16380, 'r')), 0);
 }
