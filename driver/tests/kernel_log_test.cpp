@@ -82,7 +82,7 @@ TEST(DriverFrames, OfEachModuleAndLevelArriveAsTheyAre) {
   for (int module = 0; module < kNames; module++) {
     for (int level = 1; level <= 8; level++) {
       const std::string pair = std::to_string(module) + ' ' + std::to_string(level);
-      commands += "kmsg " + pair + " pair " + pair + ".\n";
+      commands.append("kmsg ").append(pair).append(" pair ").append(pair).append(".\n");
     }
   }
   ASSERT_EQ(control(commands), 0);
