@@ -2,11 +2,9 @@
 """Runs the tests on the virtual target.
 
     run.py --kernel FOLDER --build FOLDER --work FOLDER [--parts PART,...] [--soak MINUTES] [--cuts N] [--shell]
-    run.py ... --skip REASON
 
 --kernel: what kernel.sh left. --build: the cross build. --work: where images, logs and results go. The results stand in
-WORK/tests.xml; the last line is "N passed, N failed". --shell: a prompt on the machine, with the driver loaded. --skip:
-leaves results that say that nothing was run, and why.
+WORK/tests.xml; the last line is "N passed, N failed". --shell: a prompt on the machine, with the driver loaded.
 """
 
 import argparse
@@ -88,13 +86,7 @@ def main():
     parser.add_argument("--soak", type=float, default=1, metavar="MINUTES")
     parser.add_argument("--cuts", type=int, default=4)
     parser.add_argument("--shell", action="store_true")
-    parser.add_argument("--skip", metavar="REASON")
     arguments = parser.parse_args()
-    if arguments.skip:
-        arguments.work.mkdir(parents=True, exist_ok=True)
-        report.write_junit([report.Case("target", "skipped", arguments.skip)], arguments.work / "tests.xml")
-        print(f"skipped: {arguments.skip}")
-        return 0
     target = Target(arguments)
     if arguments.shell:
         return target.shell()
