@@ -177,7 +177,7 @@ static void wait_readable(int first, int second, int limit_ms) {
   FD_ZERO(&set);
   FD_SET(first, &set);
   if (second >= 0) FD_SET(second, &set);
-  struct timeval limit = {limit_ms / 1000, limit_ms % 1000 * 1000};
+  struct timeval limit = {limit_ms / 1000, limit_ms % 1000 * 1000L};
   const int most = first > second ? first : second;
   const int ready = select(most + 1, &set, NULL, NULL, limit_ms < 0 ? NULL : &limit);
   uint8_t which = 0;
