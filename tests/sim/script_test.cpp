@@ -39,6 +39,7 @@ struct FaultyLine {
 
 std::vector<std::string> texts_of(const std::vector<Word> &words) {
   std::vector<std::string> texts;
+  texts.reserve(words.size());
   for (const Word &word : words) texts.push_back(word.text);
   return texts;
 }

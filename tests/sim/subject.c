@@ -130,7 +130,7 @@ static void do_select(int ms, char **words, int count) {
   fd_set set;
   FD_ZERO(&set);
   for (int i = 0; i < count; i++) FD_SET(number(words[i]), &set);
-  struct timeval timeout = {ms / 1000, ms % 1000 * 1000};
+  struct timeval timeout = {ms / 1000, ms % 1000 * 1000L};
   const int ready = select(FD_SETSIZE, &set, NULL, NULL, ms < 0 ? NULL : &timeout);
   if (ready < 0) {
     tell(ready);
@@ -218,6 +218,7 @@ static void *run_call(void *call) {
   return NULL;
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): once for each word "thread" and "fork" of a line
 static void run_elsewhere(char **words, int count, int forks) {
   struct call call = {words, count};
   pthread_t thread;
@@ -236,6 +237,7 @@ static void run_elsewhere(char **words, int count, int forks) {
   waitpid(child, NULL, 0);
 }
 
+// NOLINTNEXTLINE(misc-no-recursion): as above
 static void run(char **words, int count) {
   const char *verb = words[0];
   const int first = count > 1 ? number(words[1]) : 0;
