@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "support/console.h"
+#include "support/thinning.h"
 #include "tarn/log.h"
 #include "tarn/platform.h"
 
@@ -79,7 +80,7 @@ constexpr Settings kDefault = {4, 4, 1};
 TEST(LogLevelSetContract, TakesOrRefusesEveryTypeAndValue) {
   mup_log_ctrl *ctrl = start({"a", "b"});
   Console console;
-  for (unsigned type = 0; type <= 255; type++) {
+  for (unsigned type = 0; type <= 255; type += type < 4 ? 1u : unsigned{kThinning}) {
     for (unsigned value = 0; value <= 255; value++) {
       SCOPED_TRACE(testing::Message() << "type " << type << " value " << value);
       ctrl->modules[1].print_level = 4;

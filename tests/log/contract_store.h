@@ -87,8 +87,7 @@ inline void expect_loaded(const mup_log_rec *ring, size_t size, uint32_t index, 
   }
 }
 
-// ---- What a file says, read as naively as possible
-// -------------------------------------------------------------------
+// ---- What a file says, read as naively as possible -----------------------------------------------------------------
 
 struct Loaded {
   std::vector<Record> records;
@@ -182,8 +181,7 @@ inline std::string file_lines(const std::vector<Record> &records, const Names &n
   return lines;
 }
 
-// ---- What a copy holds
-// -----------------------------------------------------------------------------------------------
+// ---- What a copy holds ---------------------------------------------------------------------------------------------
 
 // Whether the piece of a line is a record's, and then with its stamp in local time.
 inline bool to_local(std::string &piece) {
@@ -235,8 +233,7 @@ inline std::string copy_model(const std::string &file, const char *module, unsig
   return copy;
 }
 
-// ---- The log and its files
-// -------------------------------------------------------------------------------------------
+// ---- The log and its files -----------------------------------------------------------------------------------------
 
 class Store {
  public:

@@ -122,13 +122,12 @@ class DataAtAlignment {
       : block_(new uint8_t[alignment + size]), data_(&block_[alignment]), size_(size) {
     memset(block_.get(), 0x3C, alignment);
     for (size_t i = 0; i < size; i++) {
-      const auto noise = static_cast<uint8_t>(random());
       switch (fill) {
         case Fill::kOnes:
           data_[i] = 0xFF;
           break;
         case Fill::kRandom:
-          data_[i] = noise;
+          data_[i] = static_cast<uint8_t>(random());
           break;
         case Fill::kFirstOfEachPair:
           data_[i] = i % 2 == 0 ? 0xFF : 0;

@@ -6,9 +6,11 @@
 
 #include "startup_cfg/contract_reference.h"
 #include "support/console.h"
+#include "support/thinning.h"
 
 using namespace tarn_reference;
 using tarn_test::Console;
+using tarn_test::kThinning;
 
 namespace {
 
@@ -104,7 +106,7 @@ TEST(DamagedImageContract, IsJudgedForEveryValueOfEveryByte) {
   const Bytes good = build(kRecords, kHeader);
   Console console;
   for (size_t at = 0; at < good.size(); at++) {
-    for (unsigned flip = 1; flip < 256; flip++) {
+    for (unsigned flip = 1; flip < 256; flip += kThinning) {
       SCOPED_TRACE(testing::Message() << "byte " << at << " xor " << flip);
       Bytes image = good;
       image[at] = static_cast<uint8_t>(image[at] ^ flip);
@@ -122,7 +124,7 @@ TEST(DamagedImageContract, NeverPassesWithOneOtherByte) {
   ASSERT_NE(good[5], 0);
   Console console;
   for (size_t at = 4; at < good.size(); at++) {
-    for (unsigned flip = 1; flip < 256; flip++) {
+    for (unsigned flip = 1; flip < 256; flip += kThinning) {
       SCOPED_TRACE(testing::Message() << "byte " << at << " xor " << flip);
       Bytes image = good;
       image[at] = static_cast<uint8_t>(image[at] ^ flip);
@@ -138,7 +140,7 @@ TEST(DamagedImageContract, IsJudgedForEveryByteWithTheChecksumPutBack) {
   const Bytes good = build(kRecords, kHeader);
   Console console;
   for (size_t at = 6; at < good.size(); at++) {
-    for (unsigned flip = 1; flip < 256; flip++) {
+    for (unsigned flip = 1; flip < 256; flip += kThinning) {
       SCOPED_TRACE(testing::Message() << "byte " << at << " xor " << flip);
       Bytes image = good;
       image[at] = static_cast<uint8_t>(image[at] ^ flip);
@@ -244,7 +246,7 @@ TEST(DamagedImageContract, IsJudgedAfterRandomDamageWithTheChecksumPutBack) {
   int loaded = 0;
   int no_length = 0;
   int overrun = 0;
-  for (int round = 0; round < 20000; round++) {
+  for (int round = 0; round < 20000 / kThinning; round++) {
     SCOPED_TRACE(testing::Message() << "round " << round);
     Bytes image = build(random_records(random), {1, 2, static_cast<uint32_t>(random())});
     mutate(image, random);
@@ -257,15 +259,15 @@ TEST(DamagedImageContract, IsJudgedAfterRandomDamageWithTheChecksumPutBack) {
     overrun += stated.message.find("mach") != std::string::npos;
   }
   // The damage reaches the walk, and each of its ends.
-  EXPECT_GT(loaded, 500);
-  EXPECT_GT(no_length, 500);
-  EXPECT_GT(overrun, 500);
+  EXPECT_GT(loaded, 500 / kThinning);
+  EXPECT_GT(no_length, 500 / kThinning);
+  EXPECT_GT(overrun, 500 / kThinning);
 }
 
 TEST(DamagedImageContract, OfNoiseBehindTheMagicIsJudged) {
   std::mt19937 random(1072);
   Console console;
-  for (int round = 0; round < 5000; round++) {
+  for (int round = 0; round < 5000 / kThinning; round++) {
     SCOPED_TRACE(testing::Message() << "round " << round);
     Bytes image(16 + random() % 64);
     for (uint8_t &byte : image) byte = static_cast<uint8_t>(random() % 3 == 0 ? random() : random() % 5);

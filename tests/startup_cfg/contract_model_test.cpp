@@ -6,9 +6,11 @@
 
 #include "startup_cfg/contract_reference.h"
 #include "support/console.h"
+#include "support/thinning.h"
 
 using namespace tarn_reference;
 using tarn_test::Console;
+using tarn_test::kThinning;
 
 namespace {
 
@@ -144,14 +146,12 @@ class Sequence {
   }
 
   void run(int steps) {
-    {
-      Console console;
-      ASSERT_EQ(store_->load(), 0);
-      ASSERT_NO_FATAL_FAILURE(compare({}, 0, console));
-    }
+    Console console;
+    ASSERT_EQ(store_->load(), 0);
+    ASSERT_NO_FATAL_FAILURE(compare({}, 0, console));
     for (int i = 0; i < steps; i++) {
       SCOPED_TRACE(testing::Message() << "step " << i);
-      ASSERT_NO_FATAL_FAILURE(step());
+      ASSERT_NO_FATAL_FAILURE(step(console));
     }
   }
   int appended_unindexed() const { return unindexed_; }
@@ -168,9 +168,8 @@ class Sequence {
   uint32_t pick(uint32_t count) { return static_cast<uint32_t>(random_() % count); }
   uint16_t type() { return static_cast<uint16_t>(pick(10) * 0x0101); }
 
-  void step() {
+  void step(Console &console) {
     saves.clear();
-    Console console;
     switch (pick(12)) {
       case 0:
       case 1:
@@ -329,14 +328,14 @@ void run_sequences(size_t max_size, unsigned seeds, int steps) {
   }
 }
 
-TEST(StoreModelContract, HoldsWithRoomForAll) { run_sequences(2000, 20, 400); }
+TEST(StoreModelContract, HoldsWithRoomForAll) { run_sequences(2000, 20 / kThinning, 400); }
 
 TEST(StoreModelContract, HoldsWhereAppendsAreRefused) {
-  for (const size_t max_size : {16u, 21u, 40u, 60u, 100u, 150u}) run_sequences(max_size, 15, 150);
+  for (const size_t max_size : {16u, 21u, 40u, 60u, 100u, 150u}) run_sequences(max_size, 15 / kThinning, 150);
 }
 
 TEST(StoreModelContract, HoldsAtEveryCapacity) {
-  for (size_t max_size = 16; max_size < 80; max_size++) run_sequences(max_size, 2, 60);
+  for (size_t max_size = 16; max_size < 80; max_size += kThinning) run_sequences(max_size, 2, 60);
 }
 
 TEST(StoreModelContract, MeetsAppendsThatAreWrittenButNotIndexed) {

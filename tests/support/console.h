@@ -2,6 +2,8 @@
 #ifndef TARN_TESTS_SUPPORT_CONSOLE_H
 #define TARN_TESTS_SUPPORT_CONSOLE_H
 
+#include <sys/types.h>
+
 #include <string>
 
 namespace tarn_test {
@@ -22,6 +24,7 @@ class Console {
  private:
   int file_;
   int stdout_;
+  off_t taken_ = 0;  // of the file
 };
 
 }  // namespace tarn_test

@@ -7,6 +7,8 @@
 //   passed|skipped|failed SUITE.TEST MILLISECONDS HOW
 //
 // where HOW is "exit N", "signal N" or "hang". What a test that did not pass printed follows, each line behind "| ".
+// The last line is "done N", the number of tests: a file without it was cut short. TARN_TEST_SHARD=K/N runs every Nth
+// test alone, from the Kth, counted from 0: N starts share the tests.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -102,6 +104,23 @@ bool run_one(const std::string &name, FILE *results) {
   return passed || skipped;
 }
 
+// The part of the tests that this process runs.
+struct Shard {
+  bool is_one() const { return index >= 0 && index < count; }
+  int index = 0;
+  int count = 1;
+};
+
+Shard shard() {
+  Shard shard;
+  const char *text = getenv("TARN_TEST_SHARD");
+  if (text != nullptr && (sscanf(text, "%d/%d", &shard.index, &shard.count) != 2 || !shard.is_one())) {
+    fprintf(stderr, "TARN_TEST_SHARD is no K/N with K below N: %s\n", text);
+    exit(2);
+  }
+  return shard;
+}
+
 // Returns the exit code.
 int run_each_in_a_fork(const char *file) {
   FILE *results = fopen(file, "we");
@@ -109,14 +128,19 @@ int run_each_in_a_fork(const char *file) {
     perror(file);
     return 2;
   }
+  const Shard mine = shard();
+  int number = 0, run = 0;
   bool all_passed = true;
   const testing::UnitTest &all = *testing::UnitTest::GetInstance();
   for (int i = 0; i < all.total_test_suite_count(); i++) {
     const testing::TestSuite &suite = *all.GetTestSuite(i);
-    for (int k = 0; k < suite.total_test_count(); k++) {
+    for (int k = 0; k < suite.total_test_count(); k++, number++) {
+      if (number % mine.count != mine.index) continue;
+      run++;
       all_passed &= run_one(std::string(suite.name()) + '.' + suite.GetTestInfo(k)->name(), results);
     }
   }
+  fprintf(results, "done %d\n", run);
   fclose(results);
   return all_passed ? 0 : 1;
 }

@@ -15,19 +15,28 @@ import unittest
 SKIPPED = 77
 
 
-def main(command):
-  """Puts what stands behind -- into `command`, a list, and runs the tests of the main module that stand before it.
+def given():
+  """The words of the command line behind --."""
+  return sys.argv[sys.argv.index('--') + 1:]
+
+
+def run_tests():
+  """Runs the tests of the main module that stand before --.
 
   Exits with 1 when one fails, with 77 when all that was to run was skipped.
   """
-  split = sys.argv.index('--')
-  command.extend(sys.argv[split + 1:])
-  command[-1] = os.path.abspath(command[-1])
-  result = unittest.main(argv=sys.argv[:split], verbosity=2, exit=False).result
+  result = unittest.main(argv=sys.argv[:sys.argv.index('--')], verbosity=2, exit=False).result
   if not result.wasSuccessful():
     sys.exit(1)
   if result.testsRun > 0 and len(result.skipped) == result.testsRun:
     sys.exit(SKIPPED)
+
+
+def main(command):
+  """Puts what stands behind -- into `command`, a list, and runs the tests."""
+  command.extend(given())
+  command[-1] = os.path.abspath(command[-1])
+  run_tests()
 
 
 class ProgramTest(unittest.TestCase):
