@@ -139,7 +139,7 @@ static int command_kmsg(char *rest)
 /* raw TEXT: past the levels, without a frame */
 static int command_raw(char *rest)
 {
-	printk(KERN_INFO "%s\n", rest ? rest : "");
+	pr_info("%s\n", rest ? rest : "");
 	return 0;
 }
 

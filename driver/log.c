@@ -70,8 +70,9 @@ int log_framed(unsigned int module, unsigned int level, const char *text)
 	if (READ_ONCE(settings[module][LOG_SET_ENABLE]) != 1 ||
 	    level > READ_ONCE(settings[module][LOG_SET_RECORD]))
 		return -EBUSY;
-	printk("%s<jxlog-%02u:%u:%s<jxlog>\n", kernel_level[level], module,
-	       level, text);
+	/* Not printk(): its index holds no messages whose level varies. */
+	_printk("%s<jxlog-%02u:%u:%s<jxlog>\n", kernel_level[level], module,
+		level, text);
 	return 0;
 }
 

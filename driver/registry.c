@@ -34,6 +34,7 @@ struct event {
  */
 static DEFINE_SPINLOCK(events_lock);
 static struct event events[EVENT_TYPES];
+static u32 polls;		/* since the start */
 
 /**
  * registry_admit() - account for one occurrence of an event
@@ -93,6 +94,7 @@ static void poll_events(struct work_struct *work)
 	spin_lock_irqsave(&events_lock, flags);
 	for (i = 0; i < EVENT_TYPES; i++)
 		poll_event(&events[i]);
+	WRITE_ONCE(polls, polls + 1);
 	spin_unlock_irqrestore(&events_lock, flags);
 	schedule_delayed_work(to_delayed_work(work), msecs_to_jiffies(POLL_MS));
 }
@@ -225,10 +227,10 @@ static void dump_event(int type)
  */
 void registry_dump(void)
 {
-	static const char line[] = "================================"
-				   "===============================";
-	static const char thin_line[] = "--------------------------------"
-					"-------------------------------";
+	static const char line[] =
+		"===============================================================";
+	static const char thin_line[] =
+		"---------------------------------------------------------------";
 	int i;
 
 	pr_info("%s\n", line);
@@ -240,13 +242,15 @@ void registry_dump(void)
 }
 
 /**
- * registry_show() - write a line for each event type with a history
+ * registry_show() - write the number of polls, and a line for each event type
+ * with a history
  * @status: the file to write to
  */
 void registry_show(struct seq_file *status)
 {
 	int i;
 
+	seq_printf(status, "polls %u\n", READ_ONCE(polls));
 	for (i = 0; i < EVENT_TYPES; i++) {
 		const struct event event = event_snapshot(i);
 

@@ -24,7 +24,7 @@ class Case:
 
 
 def read_results(prefix, file):
-    """The results that tests/support/main.cpp wrote. A file without a result is one failure, and so is one cut short."""
+    """The results that tests/support/main.cpp wrote. A file that is missing or cut short is a failure more."""
     cases = []
     try:
         lines = file.read_text(errors="replace").splitlines()
@@ -34,10 +34,10 @@ def read_results(prefix, file):
         found = RESULT.fullmatch(line)
         if found:
             cases.append(Case(prefix + found[2], found[1], found[4], milliseconds=int(found[3])))
-        elif cases:
+        elif line.startswith("| ") and cases:
             cases[-1].output += line.removeprefix("| ") + "\n"
-    if not cases:
-        cases = [Case(prefix + "program", "failed", "no results")]
+    if not lines or lines[-1] != f"done {len(cases)}":
+        cases.append(Case(prefix + "program", "failed", "not all results", "\n".join(lines[-1:])))
     return cases
 
 

@@ -1,10 +1,10 @@
 // A daemon for the power-cut runs: it logs numbered messages without end and tells on the console what it does, so that
 // whoever cuts the power knows what was logged, saved, and being written.
 //
-//   cut: found COUNT LAST            what the start has read back: records of the system log, the highest number of
-//   both cut: logged N MS                 message N was logged, MS after the start of the machine cut: saved N MS all
-//   up to N were saved, and the file was closed cut: rewrite N MS                a rewrite has begun: the file is
-//   shorter than it was
+//   cut: found COUNT LAST   records of the system log that the start read back, the highest number in both logs
+//   cut: logged N MS        message N, MS after the start of the machine
+//   cut: saved N MS         all up to N, and the file is closed
+//   cut: rewrite N MS       the file is shorter than it was
 #include <sys/stat.h>
 #include <unistd.h>
 

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <semaphore.h>
+#include <sys/klog.h>
 #include <unistd.h>
 
 #include <string>
@@ -16,6 +17,7 @@ using tarn_test::Console;
 
 namespace {
 
+constexpr int kSizeUnread = 9;  // of klogctl: what /proc/kmsg still has
 constexpr int kNames = 21;
 constexpr char kModules[kNames][MUP_LOG_NAME_SIZE] = {"main", "config", "uplink", "kernel", "memory", "switch", "m6",
                                                       "m7",   "m8",     "m9",     "m10",    "m11",    "m12",    "m13",
@@ -108,7 +110,7 @@ TEST(DriverFrames, LongerThanAReadArriveWhole) {
 TEST(DriverFrames, SplitOverTwoMessagesArriveAsOneWithWhatStandsBetween) {
   start_log();
   ASSERT_EQ(control("raw <jxlog-07:4:the first half"), 0);
-  usleep(300000);  // the bridge reads the half and waits
+  ASSERT_TRUE(eventually([] { return klogctl(kSizeUnread, nullptr, 0) == 0; }));  // the bridge holds the half
   ASSERT_EQ(control("raw and the second<jxlog>"), 0);
   print_more();
   ASSERT_TRUE(logs("the first half"));

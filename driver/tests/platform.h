@@ -20,8 +20,7 @@ constexpr int kHangLimitS = 60;
 // Whether `holds` became true within the hang limit.
 bool eventually(const std::function<bool()> &holds);
 
-// ---- The driver
-// ------------------------------------------------------------------------------------------------------
+// ---- The driver ----------------------------------------------------------------------------------------------------
 
 // Writes to the driver's control file, in one write. Returns 0 or the error number.
 int control(std::string_view commands);
@@ -41,8 +40,7 @@ std::string hex(std::string_view bytes);
 // A datagram's header, and `data` behind it.
 std::string datagram(uint16_t type, uint16_t device, uint16_t length, std::string_view data = {});
 
-// ---- The kernel
-// ------------------------------------------------------------------------------------------------------
+// ---- The kernel ----------------------------------------------------------------------------------------------------
 
 std::string file_text(const char *path);
 
@@ -55,8 +53,7 @@ void skip_kernel_messages();
 // Whether a socket of the platform's netlink protocol is bound to this port.
 bool is_bound(uint32_t port);
 
-// ---- What the subscribers were told
-// ------------------------------------------------------------------------------------
+// ---- What the subscribers were told --------------------------------------------------------------------------------
 
 struct Occurrence {
   uint16_t device;
@@ -73,8 +70,7 @@ bool start_channel();
 // Occurrences so far, in their order.
 std::vector<Occurrence> received();
 
-// ---- Processes
-// -------------------------------------------------------------------------------------------------------
+// ---- Processes -----------------------------------------------------------------------------------------------------
 
 // A child of this process that does `work`; what it prints is read by the test. Ended with its scope.
 class Child {
