@@ -58,9 +58,15 @@ Reply Channel::bind(Socket *socket, const Message &message) {
   return {0, 0};
 }
 
+// Whether the daemon has closed it: for the daemon that is so at once, and the loop may not have come to it yet.
+bool Channel::is_closed(const Socket &socket) {
+  pollfd end = {socket.end.get(), 0, 0};
+  return poll(&end, 1, 0) > 0;
+}
+
 bool Channel::is_taken(std::uint32_t port) const {
   for (const auto &[key, socket] : sockets_) {
-    if (socket.port == port) return true;
+    if (socket.port == port && !is_closed(socket)) return true;
   }
   return false;
 }
@@ -84,7 +90,7 @@ void Channel::set_destination(std::uint32_t port) {
 Channel::Socket *Channel::listener() {
   if (!has_destination_) return nullptr;
   for (auto &[key, socket] : sockets_) {
-    if (socket.port == destination_) return &socket;
+    if (socket.port == destination_ && !is_closed(socket)) return &socket;
   }
   return nullptr;
 }

@@ -45,6 +45,7 @@ class Channel {
   Response open(Message *message);
   void serve(int key);
   Reply bind(Socket *socket, const Message &message);
+  static bool is_closed(const Socket &socket);
   bool is_taken(std::uint32_t port) const;
   std::uint32_t choose_port(const Socket &socket) const;
   Socket *listener();
