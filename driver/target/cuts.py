@@ -20,13 +20,14 @@ mount -t ext4 /dev/vdb /overlay && echo "cut: mounted"
 for file in mu_log user_log; do
   if [ -e /overlay/$file.txt ]; then cp /overlay/$file.txt /share/$file; fi
 done
-%s
+/programs/driver/cut_writer
 """
-GO_ON = "/programs/driver/cut_writer"
 RECORD = re.compile(rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\[Error\](?:main|user):number (\d+) of a run that ends with the power ?")
 SAID = re.compile(r"cut: (found|logged|saved|rewrite) (\d+) (\d+)")
 # When the power goes: so many seconds after the daemon's start, or in the first rewrite from then on.
 FIRST_MOMENTS = (("rewrite", 7), ("time", 8.5), ("rewrite", 12), ("time", 6))
+AT_START = ("start", 0)
+SIGN = {"rewrite": "cut: rewrite", "time": "cut: logged", "start": "cut: found"}
 
 
 def moment_of(number):
@@ -108,11 +109,10 @@ def read_left(file, head_end, ring, run, found):
 def wait_for_moment(target, run, moment):
     """Listens until the power shall go."""
     what, seconds = moment
-    beginning = "cut: rewrite" if what == "rewrite" else "cut: logged"
     deadline = time.monotonic() + BOOT_LIMIT_S
     while (line := target.next_line(deadline)) is not None:
         run.hear(line)
-        if line.startswith(beginning) and run.seconds() >= seconds:
+        if line.startswith(SIGN[what]) and run.seconds() >= seconds:
             return
 
 
@@ -131,16 +131,12 @@ def judge(run, left, name):
 def one_boot(target, disk, moment):
     """Returns the run, the share with what the cut before it left, and whether the disk could be mounted."""
     run = Run()
-    job = JOB % (GO_ON if moment else GO_ON + " & sleep 4")
-    with target.start(job, overlay=disk) as machine:
-        if moment is None:
-            machine.wait_for_end(BOOT_LIMIT_S, on_line=run.hear)
-        else:
-            wait_for_moment(machine, run, moment)
-            machine.cut_power()
-            while (line := machine.next_line(time.monotonic() + 10)) is not None:
-                run.hear(line)
-            run.moment = ("in a rewrite, " if moment[0] == "rewrite" else "") + f"{run.seconds():.1f} s"
+    with target.start(JOB, overlay=disk) as machine:
+        wait_for_moment(machine, run, moment)
+        machine.cut_power()
+        while (line := machine.next_line(time.monotonic() + 10)) is not None:
+            run.hear(line)
+    run.moment = ("in a rewrite, " if moment[0] == "rewrite" else "") + f"{run.seconds():.1f} s"
     return run, machine.share, "cut: mounted" in machine.lines
 
 
@@ -160,7 +156,7 @@ def run_cuts(target):
     found = [[], []]
     count = target.arguments.cuts
     for number in range(count + 1):
-        run, share, mounted = one_boot(target, disk, moment_of(number) if number < count else None)
+        run, share, mounted = one_boot(target, disk, moment_of(number) if number < count else AT_START)
         lefts = [read_left(share / "mu_log", b"SysLog:\n", 1024, before, found[0]),
                  read_left(share / "user_log", b"\n\n", 512, before, found[1])]
         if before is not None:
