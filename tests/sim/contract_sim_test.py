@@ -1012,7 +1012,7 @@ class Script(SimTest):
     self.assertGreater(control.status()['script']['pending'], 0)
 
   def test_times_count_from_the_last_await(self):
-    received, _ = self.sequence('at 300ms say "later"\nawait channel\nat 50ms event 1\n', 1)
+    received, _ = self.whole_sequence('at 300ms say "later"\nawait channel\nat 50ms event 1\n', 1)
     self.assert_never_early(received, [50])
 
   def test_await_waits_for_the_channel(self):
