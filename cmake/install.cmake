@@ -2,7 +2,7 @@
 
 include(CMakePackageConfigHelpers)
 
-install(FILES ${tarn_headers} DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/tarn)
+install(DIRECTORY include/tarn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(TARGETS tarn tarn_static EXPORT tarn-targets)
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarn)

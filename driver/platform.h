@@ -4,9 +4,9 @@
  *
  *   main.c      starts and stops the others
  *   registry.c  counts and suppresses events
- *   channel.c   the configuration device, and the netlink socket that events leave by
+ *   netlink.c   the configuration device, and the netlink socket that events leave by
  *   log.c       framed messages, and the device that sets their levels
- *   control.c   the files in debugfs that let tests and people make the driver do something
+ *   debugfs.c   the files in debugfs that let tests and people make the driver do something
  */
 #ifndef TARN_PLATFORM_H
 #define TARN_PLATFORM_H
@@ -72,7 +72,7 @@ int registry_apply(struct event_message *message);
 void registry_dump(void);
 void registry_show(struct seq_file *status);
 
-/* channel.c */
+/* netlink.c */
 int channel_start(void);
 void channel_stop(void);
 int channel_send(u16 device_id, u16 type, const void *data, u16 length);
@@ -85,7 +85,7 @@ void log_stop(void);
 int log_framed(unsigned int module, unsigned int level, const char *text);
 void log_show(struct seq_file *status);
 
-/* control.c */
+/* debugfs.c */
 void control_start(void);
 void control_stop(void);
 

@@ -5,7 +5,7 @@
 #include <filesystem>
 
 #include "console.h"
-#include "control.h"
+#include "control_socket.h"
 #include "options.h"
 #include "registry.h"
 #include "signals.h"

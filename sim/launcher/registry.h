@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "channel.h"
+#include "event_channel.h"
 #include "service.h"
 #include "tarn/event.h"
 

@@ -2,9 +2,9 @@
 #ifndef TARN_SIM_LAUNCHER_SIMULATION_H
 #define TARN_SIM_LAUNCHER_SIMULATION_H
 
-#include "channel.h"
 #include "collector.h"
 #include "daemon.h"
+#include "event_channel.h"
 #include "failures.h"
 #include "kernel_log.h"
 #include "modules.h"

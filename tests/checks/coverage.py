@@ -24,7 +24,7 @@ def main():
     rows = {folder: [0, 0, 0, 0] for folder in [*folders, "total"]}
     for file in files:
         counts = [file[key] for key in ("line_covered", "line_total", "branch_covered", "branch_total")]
-        for row in (pathlib.PurePath(file["filename"]).parts[0], "total"):
+        for row in (str(pathlib.PurePath(file["filename"]).parent), "total"):
             rows[row] = [a + b for a, b in zip(rows[row], counts)]
 
     faults = []

@@ -3,8 +3,8 @@
 
     include_graph.py [ROOT]
 
-A subsystem may include the headers of its own folder, its own public header, those of the subsystems that it builds
-on, and platform/support.h. A new subsystem is a new line of BUILDS_ON and of PUBLIC_HEADERS.
+A subsystem may include the headers of its own folder in src/, its own public header, those of the subsystems that it
+builds on, and platform/support.h. A new subsystem is a new line of BUILDS_ON and of PUBLIC_HEADERS.
 """
 
 import pathlib
@@ -80,11 +80,11 @@ def sources(folder):
 
 def project_name(root, file, header):
     """The header of an #include "..." as a path below the root or below include/; None when there is no such file."""
-    for base in (file.parent, root, root / "include"):
+    for base in (file.parent, root / "src", root, root / "include"):
         path = base / header
         if path.is_file():
             path = path.resolve().relative_to(root)
-            return str(path.relative_to("include") if path.parts[0] == "include" else path)
+            return str(path.relative_to(path.parts[0]) if path.parts[0] in ("include", "src") else path)
     return None
 
 
@@ -129,11 +129,11 @@ def faults(root):
         for other in others:
             if other not in listed[:position]:
                 yield f"{subsystem} builds on {other}, which does not stand above it"
-    built = set(re.findall(r"^ +(\w+)/\w+\.cpp", (root / "CMakeLists.txt").read_text(), re.MULTILINE))
+    built = set(re.findall(r"^ +(\w+)/\w+\.cpp", (root / "src/CMakeLists.txt").read_text(), re.MULTILINE))
     for name in sorted(built.symmetric_difference(BUILDS_ON)):
-        yield f"{name}: in one of CMakeLists.txt and this script's table, not in the other"
+        yield f"{name}: in one of src/CMakeLists.txt and this script's table, not in the other"
     for subsystem in BUILDS_ON:
-        for file in sources(root / subsystem):
+        for file in sources(root / "src" / subsystem):
             for line, header, quoted in includes(file):
                 fault = subsystem_fault(root, subsystem, file, header, quoted)
                 if fault:

@@ -9,7 +9,7 @@
 #include <cerrno>
 #include <cstdarg>
 
-#include "sim/shim.h"
+#include "sim/shim/shim.h"
 #include "support/heap.h"
 #include "support/library.h"
 

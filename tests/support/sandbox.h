@@ -7,7 +7,7 @@
 
 namespace tarn_test {
 
-// A temporary folder with an empty overlay/, proc/ and dev/, which the desktop shim redirects to (see sim/shim.h).
+// A temporary folder with an empty overlay/, proc/ and dev/, which the desktop shim redirects to (see sim/shim/shim.h).
 // Removed at its end.
 class Sandbox {
  public:

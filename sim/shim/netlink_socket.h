@@ -1,0 +1,27 @@
+// The simulated kernel's event channel, as the shim gives it to a program: a netlink socket of protocol 19.
+#ifndef TARN_SIM_NETLINK_SOCKET_H
+#define TARN_SIM_NETLINK_SOCKET_H
+
+#include <sys/select.h>
+#include <sys/socket.h>
+
+namespace tarn_sim {
+
+// Whether the arguments of socket(2) name the channel, and a stand-in for it is there.
+bool is_channel_wanted(int domain, int type, int protocol);
+
+// As socket(2); EPROTONOSUPPORT without a launcher.
+int open_channel(int type);
+
+// Whether the descriptor is a channel. errno stays.
+bool is_channel(int sock);
+
+// As bind(2) to a netlink address; ENODEV without a launcher.
+int bind_channel(int sock, const sockaddr *address, socklen_t size);
+
+// Takes the channels whose launcher is gone, and that hold no more datagrams, out of the set. Returns how many.
+int take_out_dead_channels(int count, fd_set *read);
+
+}  // namespace tarn_sim
+
+#endif

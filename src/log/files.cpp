@@ -1,0 +1,66 @@
+// The log with its files: its start, the device's description, and what empties or deletes.
+
+#include <unistd.h>
+
+#include <cstring>
+
+#include "internal.h"
+#include "tarn/timer.h"
+
+using namespace tarn;
+using namespace tarn::log;
+
+namespace {
+
+constexpr int kMsPerSecond = 1000;
+
+// The timer table shows the address that the library exports, so the function itself is the callback: the argument that
+// it is called with goes unread.
+mu_timer_cb_t save_callback() {
+  return reinterpret_cast<mu_timer_cb_t>(reinterpret_cast<void (*)()>(mup_log_usr_savefile));
+}
+
+}  // namespace
+
+mu_status_t mup_log_usr_init(uint16_t module_num, const char *names) {
+  (void)mup_log_init(0, module_num, names);  // has told what failed; the files are made all the same
+  store_relaxed(control.level_hook, &mup_log_kern_level_set);
+  if (!load_files()) {
+    mu_printf("Log Malloc fail \n");
+    return 0;
+  }
+  (void)mu_circle_timer_add(MUP_LOG_SAVE_PERIOD, save_callback(), nullptr);
+  mu_printf("mu-log: init usr log OK (module_num %d, max_log_num %d, save_log_timer %d seconds)\n", module_num,
+            MUP_LOG_SYS_NUM, MUP_LOG_SAVE_PERIOD / kMsPerSecond);
+  return 0;
+}
+
+mu_status_t mup_log_usr_header_set(const void *header) {
+  if (report_null(header)) return 2;
+  ScopedLock lock(control.mutex);
+  memcpy(&control.usr_header, header, sizeof control.usr_header);
+  mark_dirty(kUsrDirty);
+  return 0;
+}
+
+mu_status_t mup_log_usr_header_get(void *header) {
+  if (report_null(header)) return 2;
+  ScopedLock lock(control.mutex);
+  memcpy(header, &control.usr_header, sizeof control.usr_header);
+  return 0;
+}
+
+mu_status_t mup_log_usr_clean() {
+  if (!is_inited()) return 1;
+  ScopedLock lock(control.mutex);
+  clear_ring(user_ring());
+  mark_dirty(kUsrDirty);
+  return 0;
+}
+
+mu_status_t mup_log_file_remove() {
+  (void)unlink(kSysPath);
+  (void)unlink(kUsrPath);
+  (void)puts("remove the log file ");
+  return 0;
+}

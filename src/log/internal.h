@@ -1,0 +1,75 @@
+// What the sources of the log core share.
+#ifndef TARN_LOG_INTERNAL_H
+#define TARN_LOG_INTERNAL_H
+
+#include <cstdio>
+#include <string_view>
+
+#include "platform/support.h"
+#include "tarn/log.h"
+
+namespace tarn::log {
+
+constexpr u8 kLevelMax = MUP_LOG_DEBUG;
+constexpr u8 kDefaultLevel = MUP_LOG_ERROR;
+
+// Bits of mup_log_ctrl::dirty.
+constexpr u8 kSysDirty = 1 << 0;
+constexpr u8 kUsrDirty = 1 << 1;
+
+constexpr char kSysPath[] = "/overlay/mu_log.txt";
+constexpr char kUsrPath[] = "/overlay/user_log.txt";
+
+// What stands before the first record of a file. The user file's marker ends the device's description.
+constexpr std::string_view kSysMarker = "SysLog:\n";
+constexpr std::string_view kUsrMarker = "\n\n";
+
+// The one state of the log.
+extern mup_log_ctrl control;
+
+inline bool is_inited() { return load_acquire(control.inited) != 0; }
+
+// Reports an argument that is null, with the function and the line that checked it. True if it was.
+bool report_null(const void *argument, const char *function = __builtin_FUNCTION(), int line = __builtin_LINE());
+
+// The name of a module; "" for one that is not registered.
+const char *module_name(u8 module);
+
+// The id of the first module of that name, or -1.
+int find_module(std::string_view name);
+
+// The level of that name, or -1.
+int find_level(std::string_view name);
+
+// A ring of the control record: its slots, how many, and the index of the next slot to be written.
+struct Ring {
+  mup_log_rec *slots;
+  u32 size;
+  u32 *next;
+
+  mup_log_rec &oldest(u32 age) const { return slots[(*next + age) & (size - 1)]; }
+};
+
+// Zeroes every text and begins again at the first slot.
+void clear_ring(const Ring &ring);
+
+// Tells the next save that a file no longer holds what its ring does. The mutex is held; the save looks without it.
+inline void mark_dirty(u8 bit) { store_relaxed(control.dirty, static_cast<u8>(control.dirty | bit)); }
+
+inline Ring system_ring() { return {control.sys_ring, MUP_LOG_SYS_NUM, &control.sys_idx}; }
+inline Ring user_ring() { return {control.usr_ring, MUP_LOG_USR_NUM, &control.usr_idx}; }
+
+static_assert((MUP_LOG_SYS_NUM & (MUP_LOG_SYS_NUM - 1)) == 0 && (MUP_LOG_USR_NUM & (MUP_LOG_USR_NUM - 1)) == 0,
+              "ring indices are masked");
+
+struct CloseFile {
+  void operator()(FILE *file) const noexcept { (void)fclose(file); }  // nobody could be told of a failure
+};
+using File = std::unique_ptr<FILE, CloseFile>;
+
+// Reads both log files back into the rings and makes those that cannot be read. False when there is no memory for it.
+bool load_files();
+
+}  // namespace tarn::log
+
+#endif

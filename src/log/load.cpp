@@ -1,0 +1,184 @@
+// Log files read back into the rings.
+//
+// A file streams through one buffer of two chunks: what is left of the last chunk, always less than a chunk, and the
+// next one behind it.
+
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "time_stamp.h"
+
+namespace tarn::log {
+
+namespace {
+
+constexpr size_t kChunkSize = 512;
+constexpr size_t kBufferSize = 2 * kChunkSize;
+constexpr size_t kLeastSize = 9;  // of a file that can hold anything
+constexpr size_t kNameMax = 16;   // of a level's or a module's name
+
+// Reads the times of many lines, most of them in the hour of the line before. Times in the file are UTC, but mktime is
+// what turns them into seconds. Deliberate: so each restart moves a record by the zone's offset. Held by
+// LogStore.ReadsTheTimesBackAsLocalTime.
+class StampReader {
+ public:
+  // False when the line begins with no time.
+  bool read(std::string_view line, time_t *time) {
+    const int minute = is_plain_stamp(line) ? two_digits(line, 14) : kMinutes;
+    const int second = minute < kMinutes ? two_digits(line, 17) : kSeconds;
+    if (second >= kSeconds) return read_slowly(line, time);  // no plain time, or a minute or second of 60 and above
+    if (line.substr(0, sizeof hour_) != std::string_view(hour_, sizeof hour_)) enter_hour(line);
+    if (!is_even_) return read_slowly(line, time);
+    *time = start_ + static_cast<time_t>(minute) * kSeconds + second;
+    return true;
+  }
+
+ private:
+  static constexpr int kMinutes = 60;
+  static constexpr int kSeconds = 60;
+
+  static int two_digits(std::string_view line, size_t at) { return (line[at] - '0') * 10 + (line[at + 1] - '0'); }
+
+  static bool read_slowly(std::string_view line, time_t *time) {
+    tm fields;
+    if (!read_stamp(line.data(), &fields)) return false;
+    *time = mktime(&fields);
+    return true;
+  }
+
+  // An hour in which the clock was not set has a last second 3599 after its first.
+  void enter_hour(std::string_view line) {
+    line.copy(hour_, sizeof hour_);
+    char text[kStampLength + 1] = "";
+    line.copy(text, sizeof hour_);
+    time_t last = 0;
+    memcpy(text + sizeof hour_, ":00:00", sizeof ":00:00");
+    (void)read_slowly(text, &start_);
+    memcpy(text + sizeof hour_, ":59:59", sizeof ":59:59");
+    (void)read_slowly(text, &last);
+    is_even_ = last - start_ == kMinutes * kSeconds - 1;
+  }
+
+  char hour_[sizeof "YYYY-MM-DD hh" - 1] = {};
+  time_t start_ = 0;
+  bool is_even_ = false;
+};
+
+class Parser {
+ public:
+  Parser(FILE *file, const Ring &ring, char *buffer) : file_(file), ring_(ring), buffer_(buffer) {}
+
+  // Loads the records behind the marker, and returns how many.
+  u32 run(std::string_view marker, const char *path) {
+    const size_t first = read_chunk();
+    if (first < kLeastSize || !drop_through(marker)) return 0;
+    // Less than a chunk is all that the file has, and the first round takes it. Deliberate: a file that ends with its
+    // first chunk is not noticed, and nothing of it is taken. Held by LogStoreLoad.TakesNothingFromAFileOf512Bytes.
+    bool is_read = first < kChunkSize;
+    while (is_read || read_chunk() > 0) {
+      is_read = false;
+      if (!take_lines()) break;
+      if (held_ > kChunkSize) {
+        mu_printf("Log file:%s Parse fail\n", path);
+        break;
+      }
+    }
+    return count_;
+  }
+
+ private:
+  size_t read_chunk() {
+    const size_t got = fread(buffer_ + held_, 1, kChunkSize, file_);
+    held_ += got;
+    return got;
+  }
+
+  void drop(size_t size) {
+    held_ -= size;
+    memmove(buffer_, buffer_ + size, held_);
+  }
+
+  // Deliberate: a marker that ends where the first chunk does is not found. Held by
+  // LogStoreLoad.MissesAMarkerThatEndsWithTheFirstChunk.
+  bool drop_through(std::string_view marker) {
+    const size_t at = std::string_view(buffer_, held_ - 1).find(marker);
+    if (at == std::string_view::npos) return false;
+    drop(at + marker.size());
+    return true;
+  }
+
+  // Every complete line; false when one of them ends the load.
+  bool take_lines() {
+    size_t begin = 0;
+    while (char *end = static_cast<char *>(memchr(buffer_ + begin, '\n', held_ - begin))) {
+      *end = '\0';
+      if (!take_line(buffer_ + begin)) return false;  // NUL-terminated; a NUL in the line ends it before
+      begin = static_cast<size_t>(end + 1 - buffer_);
+    }
+    drop(begin);
+    return true;
+  }
+
+  bool take_line(std::string_view line) {
+    if (count_ == ring_.size || !has_dashes(line)) return false;
+    mup_log_rec &slot = ring_.slots[count_];
+    slot.text[0] = '\0';
+    if (!stamps_.read(line, &slot.time)) return false;
+    std::string_view rest = line.substr(std::min(line.find('['), line.size()));
+    rest.remove_prefix(std::min<size_t>(rest.size(), 1));
+    const int level = find_level(take_name(&rest, ']'));
+    const int module = find_module(take_name(&rest, ':'));
+    if (module < 0 || level < 0) return false;
+    slot.module = static_cast<u8>(module);
+    slot.level = static_cast<u8>(level);
+    slot.line = 0;
+    rest = rest.substr(0, sizeof slot.text - 1);
+    rest.copy(slot.text, rest.size());
+    memset(slot.text + rest.size(), 0, sizeof slot.text - rest.size());
+    if (!rest.empty()) count_++;  // the next line takes the slot of an empty text
+    return true;
+  }
+
+  // The name before `closing`, which is dropped with it; without a `closing`, as far as a name can reach.
+  static std::string_view take_name(std::string_view *rest, char closing) {
+    const std::string_view reach = rest->substr(0, kNameMax);
+    const std::string_view name = reach.substr(0, reach.find(closing));
+    rest->remove_prefix(std::min(name.size() + 1, rest->size()));
+    return name;
+  }
+
+  FILE *file_;
+  const Ring ring_;
+  char *buffer_;
+  size_t held_ = 0;
+  u32 count_ = 0;
+  StampReader stamps_;
+};
+
+// `fresh` is what a file holds at first.
+void load_file(const char *path, std::string_view marker, std::string_view fresh, const Ring &ring, char *buffer) {
+  if (const File file{access(path, F_OK) == 0 ? fopen(path, "r") : nullptr}) {
+    *ring.next = Parser(file.get(), ring, buffer).run(marker, path) & (ring.size - 1);
+    return;
+  }
+  if (const File file{fopen(path, "w")}) (void)fwrite(fresh.data(), 1, fresh.size(), file.get());
+  mu_printf("Log file:%s init\n", path);
+}
+
+}  // namespace
+
+bool load_files() {
+  const Owned<char> buffer = allocate<char>(kBufferSize);
+  if (!buffer) return false;
+  ScopedLock lock(control.mutex);
+  // Deliberate: a fresh system file ends in a NUL, which the first save leaves out. Held by LogStore.MakesMissingFiles.
+  constexpr std::string_view kFreshSystemFile("SysLog:\n", sizeof "SysLog:\n");
+  load_file(control.sys_path, kSysMarker, kFreshSystemFile, system_ring(), buffer.get());
+  load_file(control.usr_path, kUsrMarker, "", user_ring(), buffer.get());
+  store_relaxed(control.dirty, u8{0});
+  return true;
+}
+
+}  // namespace tarn::log
