@@ -1,0 +1,186 @@
+#!/usr/bin/env python3
+"""Changes the library, one place at a time, and asks its tests whether they notice.
+
+    mutate.py FOLDER... [--count N] [--seed S] [--tests BUILD] [--results FILE] [--again FILE]
+
+FOLDER names subsystems, as the folders of src/. For each, N mutants are drawn by the seed from all that operators.py
+makes. A mutant is built as the library ships, and the subsystem's test program of the build folder BUILD (build/release
+unless given) runs against it. It is killed when a test fails, ends the process or hangs. A change that does not compile,
+or gives the same library after strip, is not a mutant: another one is drawn.
+
+The table has a line for each mutant. --results keeps them as JSON, and --again runs the mutants of such a file instead
+of drawing some; it fails when one survives that was killed in the file. The sources themselves are not changed: the
+library is built from a copy, in build/mutation.
+"""
+
+import argparse
+import json
+import os
+import pathlib
+import random
+import shutil
+import signal
+import subprocess
+import sys
+import time
+
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parent))
+import operators  # noqa: E402
+
+ROOT = pathlib.Path(__file__).resolve().parents[2]
+HANG_LIMIT_S = 30
+SHARDS = 2  # processes that share a program's tests
+
+
+class Workshop:
+  """A copy of the library's sources, and its build."""
+
+  def __init__(self, root, folder):
+    self.source = folder / 'source'
+    self.build = folder / 'build'
+    self.stripped = folder / 'stripped.so'
+    shutil.rmtree(self.source, ignore_errors=True)
+    for part in ('include', 'src', 'cmake'):
+      shutil.copytree(root / part, self.source / part)
+    shutil.copy(root / 'CMakeLists.txt', self.source)
+    (self.source / 'README.md').write_text('')
+    subprocess.run(['cmake', '-S', self.source, '-B', self.build, '-G', 'Ninja', '-DCMAKE_BUILD_TYPE=RelWithDebInfo',
+                    '-DCMAKE_CXX_FLAGS_RELWITHDEBINFO=-O2 -DNDEBUG'], check=True, stdout=subprocess.DEVNULL)
+    if self.make() is None:
+      sys.exit('mutate: the library does not build')
+    self.original = self.make()
+
+  def make(self):
+    """The stripped library's bytes; None when it does not build."""
+    made = subprocess.run(['ninja', '-C', self.build, 'tarn'], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+    if made.returncode != 0:
+      return None
+    subprocess.run(['strip', '--strip-all', '-R', '.note.gnu.build-id', '-o', self.stripped, self.build / 'libtarn.so'],
+                   check=True)
+    return self.stripped.read_bytes()
+
+  def apply(self, mutant):
+    """Builds the mutant; False when it is none."""
+    path = self.source / mutant.key.file
+    text = path.read_text()
+    lines = text.split('\n')
+    lines[mutant.line] = mutant.after
+    path.write_text('\n'.join(lines))
+    made = self.make()
+    path.write_text(text)
+    return made is not None and made != self.original
+
+
+def failure(results):
+  """The first test that did not pass in the results so far; None when there is none."""
+  if not results.exists():
+    return None
+  for line in results.read_text(errors='replace').split('\n')[:-1]:
+    words = line.split()
+    if words and words[0] == 'failed':
+      return '%s (%s)' % (words[1], ' '.join(words[3:]))
+  return None
+
+
+def run_tests(program, library, folder):
+  """What killed the library: the name of a test and how it ended; None when all tests passed."""
+  children = []
+  for shard in range(SHARDS):
+    results = folder / ('results-%d' % shard)
+    results.unlink(missing_ok=True)
+    environment = dict(os.environ, LD_LIBRARY_PATH=str(library), TARN_TEST_FORK=str(results),
+                       TARN_TEST_SHARD='%d/%d' % (shard, SHARDS), TARN_TEST_HANG_LIMIT_S=str(HANG_LIMIT_S))
+    child = subprocess.Popen([program], env=environment, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL,
+                             stdin=subprocess.DEVNULL, start_new_session=True)
+    children.append((child, results))
+  killer = None
+  waiting = list(children)
+  while waiting and killer is None:
+    time.sleep(0.02)
+    for child, results in list(waiting):
+      ended = child.poll() is not None
+      killer = killer or failure(results)
+      if ended:
+        waiting.remove((child, results))
+        if killer is None and (child.returncode != 0 or not results.exists()):
+          killer = 'the program itself (status %d)' % child.returncode
+  for child, _ in children:
+    try:
+      os.killpg(child.pid, signal.SIGKILL)
+    except ProcessLookupError:
+      pass
+    child.wait()
+  return killer
+
+
+def all_mutants(folder):
+  paths = sorted((ROOT / 'src' / folder).glob('*.cpp')) + sorted((ROOT / 'src' / folder).glob('*.h'))
+  # Code of another processor is not built here.
+  machine = os.uname().machine
+  other = {'x86_64': 'arm', 'aarch64': 'x86'}.get(machine)
+  return [mutant for path in paths if path.stem != other for mutant in operators.mutants_of(ROOT, path)]
+
+
+def chosen(folder, options):
+  """Pairs of a mutant and what killed it before."""
+  mutants = all_mutants(folder)
+  if not options.again:
+    random.Random('%s %s' % (options.seed, folder)).shuffle(mutants)
+    return [(mutant, None) for mutant in mutants]
+  by_key = {mutant.key: mutant for mutant in mutants}
+  pairs = []
+  for record in json.loads(pathlib.Path(options.again).read_text()):
+    key = operators.Key(*record['key'])
+    if key.file.split('/')[1] != folder:
+      continue
+    if key not in by_key:
+      print('gone: %s: %s' % (key.file, key.code))
+      continue
+    pairs.append((by_key[key], record['killer']))
+  return pairs
+
+
+def main():
+  parser = argparse.ArgumentParser()
+  parser.add_argument('folders', nargs='+')
+  parser.add_argument('--count', type=int, default=25)
+  parser.add_argument('--seed', type=int, default=1)
+  parser.add_argument('--tests', default=str(ROOT / 'build/release'))
+  parser.add_argument('--results')
+  parser.add_argument('--again')
+  parser.add_argument('--work', default=str(ROOT / 'build/mutation'))
+  options = parser.parse_args()
+  work = pathlib.Path(options.work).resolve()
+  work.mkdir(parents=True, exist_ok=True)
+  workshop = Workshop(ROOT, work)
+  records, lost, score = [], 0, {}
+  for folder in options.folders:
+    program = pathlib.Path(options.tests).resolve() / 'tests' / ('%s_test' % folder)
+    killer = run_tests(program, workshop.build, work)
+    if killer:
+      sys.exit('mutate: %s: the tests fail without any change: %s' % (folder, killer))
+    count = killed = 0
+    for mutant, before in chosen(folder, options):
+      if count == options.count and not options.again:
+        break
+      if not workshop.apply(mutant):
+        continue
+      count += 1
+      killer = run_tests(program, workshop.build, work)
+      killed += killer is not None
+      lost += before is not None and killer is None
+      print('%-8s %s%s' % ('killed' if killer else 'SURVIVED', mutant.describe(), '  by ' + killer if killer else ''),
+            flush=True)
+      records.append({'key': list(mutant.key), 'line': mutant.line + 1, 'change': mutant.after.strip(), 'killer': killer})
+      if options.results:
+        pathlib.Path(options.results).write_text(json.dumps(records, indent=1) + '\n')
+    score[folder] = '%s: %d of %d mutants killed' % (folder, killed, count)
+    print(score[folder], flush=True)
+  print('\n'.join(score.values()))
+  if lost:
+    print('%d that were killed before survive' % lost)
+  return 1 if lost else 0
+
+
+if __name__ == '__main__':
+  sys.exit(main())
