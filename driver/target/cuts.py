@@ -9,7 +9,7 @@ import re
 import time
 
 import image
-import report
+import results
 
 BOOT_LIMIT_S = 240
 COMMIT_S = 5  # the file system's own period, at which a closed file is on the disk at last
@@ -166,7 +166,7 @@ def run_cuts(target):
             if run.found != len(lefts[0].numbers):
                 faults.append(f"the daemon read {run.found} records of {len(lefts[0].numbers)}")
             rows.append(row(number, before, lefts))
-            cases.append(report.Case(f"cuts/{number}", "failed" if faults else "passed", "; ".join(faults), rows[-1]))
+            cases.append(results.Case(f"cuts/{number}", "failed" if faults else "passed", "; ".join(faults), rows[-1]))
             print("target: cut " + rows[-1], flush=True)
         found = [left.numbers for left in lefts]
         before = run

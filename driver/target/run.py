@@ -14,13 +14,14 @@ import sys
 import time
 import traceback
 
-import cuts
-import demo
-import image
-import machine
-import report
-import system
-import unit
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests/support"))
+import cuts  # noqa: E402
+import demo  # noqa: E402
+import image  # noqa: E402
+import machine  # noqa: E402
+import results  # noqa: E402
+import system  # noqa: E402
+import unit  # noqa: E402
 
 PARTS = {"unit": unit.run, "system": system.run_system, "soak": system.run_soak, "demo": demo.run,
          "cuts": cuts.run_cuts}
@@ -69,8 +70,8 @@ def run_part(target, name):
         cases = PARTS[name](target)
     except Exception as error:  # the other parts still run
         traceback.print_exc()
-        cases = [report.Case(f"{name}/machine", "failed", str(error))]
-    print(f"target: {name}: {report.summary(cases)} ({time.monotonic() - start:.0f} s)", flush=True)
+        cases = [results.Case(f"{name}/machine", "failed", str(error))]
+    print(f"target: {name}: {results.summary(cases)} ({time.monotonic() - start:.0f} s)", flush=True)
     for case in cases:
         if case.result == "failed":
             print(f"target: failed: {case.name} ({case.how})\n{case.output}", flush=True)
@@ -93,8 +94,8 @@ def main():
     cases = []
     for name in arguments.parts.split(","):
         cases += run_part(target, name)
-    report.write_junit(cases, target.work / "tests.xml")
-    print(report.summary(cases))
+    results.write_junit(cases, target.work / "tests.xml")
+    print(results.summary(cases))
     return 1 if any(case.result == "failed" for case in cases) else 0
 
 

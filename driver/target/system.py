@@ -1,6 +1,6 @@
 """Parts of the target's run that use the driver: the system tests, and the soak."""
 
-import report
+import results
 
 LIMIT_S = 900
 SYSTEM_JOB = """
@@ -27,17 +27,17 @@ def kernel_is_well(share):
     try:
         text = (share / "kernel-log").read_text(errors="replace")
     except OSError:
-        return report.Case("kernel/IsWell", "failed", "no kernel log")
+        return results.Case("kernel/IsWell", "failed", "no kernel log")
     lines = [line for line in text.splitlines() if any(sign in line for sign in TROUBLE)]
-    return report.Case("kernel/IsWell", "failed" if lines else "passed", "it complains", "\n".join(lines))
+    return results.Case("kernel/IsWell", "failed" if lines else "passed", "it complains", "\n".join(lines))
 
 
 def run_system(target):
     share = target.boot(SYSTEM_JOB, LIMIT_S)
-    return report.read_results("system/", share / "results") + [kernel_is_well(share)]
+    return results.read_results("system/", share / "results") + [kernel_is_well(share)]
 
 
 def run_soak(target):
     seconds = round(target.arguments.soak * 60)
     share = target.boot(SOAK_JOB % (seconds, seconds + 300), seconds + LIMIT_S)
-    return report.read_results("soak/", share / "results") + [kernel_is_well(share)]
+    return results.read_results("soak/", share / "results") + [kernel_is_well(share)]

@@ -1,6 +1,6 @@
 """Part of the target's run: every unit test program."""
 
-import report
+import results
 
 LIMIT_S = 1500  # none that passes comes near
 # The processors share each program's tests; without pieces smaller than that, one would be idle at the end.
@@ -39,5 +39,5 @@ def run(target):
     cases = []
     for path in programs:
         for shard in range(SHARDS):
-            cases += report.read_results(f"{path.name.removesuffix('_test')}/", share / f"{path.name}-{shard}")
+            cases += results.read_results(f"{path.name.removesuffix('_test')}/", share / f"{path.name}-{shard}")
     return cases

@@ -28,10 +28,10 @@ def main():
             rows[row] = [a + b for a, b in zip(rows[row], counts)]
 
     faults = []
-    print(f"{'folder':14}{'lines':>20}{'branches':>24}")
+    print(f"note: {'folder':16}{'lines':>20}{'branches':>24}")
     for folder, (lines, all_lines, branches, all_branches) in rows.items():
         line_share, branch_share = percent(lines, all_lines), percent(branches, all_branches)
-        print(f"{folder:14}{lines:6} of {all_lines:5} {line_share:6.2f} %{branches:8} of {all_branches:5} "
+        print(f"note: {folder:16}{lines:6} of {all_lines:5} {line_share:6.2f} %{branches:8} of {all_branches:5} "
               f"{branch_share:6.2f} %")
         if all_lines == 0:
             faults.append(f"{folder}: no lines found")

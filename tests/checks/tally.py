@@ -19,6 +19,10 @@ import re
 import sys
 import xml.etree.ElementTree
 
+sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "support"))
+import results  # noqa: E402
+
+FORKED = re.compile(r"(\w+)/forked-(\d+)")
 SHOWN_LINES = 150  # of the output of one failed test
 # What GoogleTest prints for GTEST_SKIP() << reason, Python's unittest for skipTest(reason), and a script of ours.
 SKIP_REASON = re.compile(r""": Skipped\n+([^\n]*)|\bskipped ['"](.*)['"]|^skipped: (.*)""", re.MULTILINE)
@@ -32,14 +36,27 @@ def skip_reason(case):
     return reason if reason and not reason.startswith("[") else "no reason given"
 
 
-def read_junit(file):
-    """(passed, [failed test cases], Counter of skip reasons). A file that is missing or cut short has no tests."""
-    passed, failed, skipped = 0, [], collections.Counter()
+def cases_of(file):
+    """The test cases of a JUnit file. Those of a program that forks for each of its tests are in a file of their own."""
     try:
         cases = list(xml.etree.ElementTree.parse(file).iter("testcase"))
     except (OSError, xml.etree.ElementTree.ParseError):
-        cases = []
+        return
     for case in cases:
+        forked = FORKED.fullmatch(case.get("name"))
+        if not forked:
+            yield case
+            continue
+        inner = results.read_results(forked[1] + "/", file.parent / "results" / f"{forked[1]}-{forked[2]}")
+        yield from map(results.junit_case, inner)
+        if case.get("status") != "run" and all(one.result != "failed" for one in inner):
+            yield case  # it failed in another way than by a test
+
+
+def read_junit(file):
+    """(passed, [failed test cases], Counter of skip reasons). A file that is missing or cut short has no tests."""
+    passed, failed, skipped = 0, [], collections.Counter()
+    for case in cases_of(file):
         mark = case.find("skipped")
         message = mark.get("message", "") if mark is not None else ""
         if case.get("status") == "run" and case.find("failure") is None:

@@ -41,7 +41,8 @@ class Workshop:
     self.stripped = folder / 'stripped.so'
     shutil.rmtree(self.source, ignore_errors=True)
     for part in ('include', 'src', 'cmake'):
-      shutil.copytree(root / part, self.source / part)
+      # As new files: what a mutant left in the build folder is older.
+      shutil.copytree(root / part, self.source / part, copy_function=shutil.copyfile)
     shutil.copy(root / 'CMakeLists.txt', self.source)
     (self.source / 'README.md').write_text('')
     subprocess.run(['cmake', '-S', self.source, '-B', self.build, '-G', 'Ninja', '-DCMAKE_BUILD_TYPE=RelWithDebInfo',
@@ -156,6 +157,8 @@ def main():
   records, lost, score = [], 0, {}
   for folder in options.folders:
     program = pathlib.Path(options.tests).resolve() / 'tests' / ('%s_test' % folder)
+    if workshop.make() != workshop.original:
+      sys.exit('mutate: the library differs from the one at the start')
     killer = run_tests(program, workshop.build, work)
     if killer:
       sys.exit('mutate: %s: the tests fail without any change: %s' % (folder, killer))

@@ -6,9 +6,10 @@
 //
 //   passed|skipped|failed SUITE.TEST MILLISECONDS HOW
 //
-// where HOW is "exit N", "signal N" or "hang". What a test that did not pass printed follows, each line behind "| ".
-// The last line is "done N", the number of tests: a file without it was cut short. TARN_TEST_SHARD=K/N runs every Nth
-// test alone, from the Kth, counted from 0: N starts share the tests.
+// where HOW is "exit N", "signal N" or "hang". What a test that did not pass printed follows, each line after "| ".
+// The last line is "done N", the number of tests: a file without it was cut short. TARN_TEST_SHARD=K/N runs only every
+// Nth test, from the Kth, counted from 0: N starts share the tests. TARN_TEST_ONLY=TEXT runs only tests whose name
+// contains TEXT.
 #include <gmock/gmock.h>
 #include <signal.h>
 #include <sys/mman.h>
@@ -115,7 +116,7 @@ Shard shard() {
   Shard shard;
   const char *text = getenv("TARN_TEST_SHARD");
   if (text != nullptr && (sscanf(text, "%d/%d", &shard.index, &shard.count) != 2 || !shard.is_one())) {
-    fprintf(stderr, "TARN_TEST_SHARD is no K/N with K below N: %s\n", text);
+    fprintf(stderr, "TARN_TEST_SHARD is not K/N with K below N: %s\n", text);
     exit(2);
   }
   return shard;
@@ -131,13 +132,16 @@ int run_each_in_a_fork(const char *file) {
   const Shard mine = shard();
   int number = 0, run = 0;
   bool all_passed = true;
+  const char *only = getenv("TARN_TEST_ONLY");
   const testing::UnitTest &all = *testing::UnitTest::GetInstance();
   for (int i = 0; i < all.total_test_suite_count(); i++) {
     const testing::TestSuite &suite = *all.GetTestSuite(i);
-    for (int k = 0; k < suite.total_test_count(); k++, number++) {
-      if (number % mine.count != mine.index) continue;
+    for (int k = 0; k < suite.total_test_count(); k++) {
+      const std::string name = std::string(suite.name()) + '.' + suite.GetTestInfo(k)->name();
+      if (only != nullptr && name.find(only) == std::string::npos) continue;
+      if (number++ % mine.count != mine.index) continue;
       run++;
-      all_passed &= run_one(std::string(suite.name()) + '.' + suite.GetTestInfo(k)->name(), results);
+      all_passed &= run_one(name, results);
     }
   }
   fprintf(results, "done %d\n", run);

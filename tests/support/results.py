@@ -1,4 +1,4 @@
-"""Results of tests: read from what the guest left, written for the tally."""
+"""Results of test programs that fork for each of their tests: read from what they left, written for the tally."""
 
 import dataclasses
 import re
@@ -41,19 +41,22 @@ def read_results(prefix, file):
     return cases
 
 
+def junit_case(case):
+    node = xml.etree.ElementTree.Element("testcase", name=case.name, time=f"{case.milliseconds / 1000:.3f}")
+    node.set("status", {"passed": "run", "failed": "fail", "skipped": "notrun"}[case.result])
+    text = case.output
+    if case.result == "failed":
+        xml.etree.ElementTree.SubElement(node, "failure", message=case.how)
+    elif case.result == "skipped":
+        xml.etree.ElementTree.SubElement(node, "skipped", message="SKIP_RETURN_CODE=77")
+        text = f"skipped: {case.skip_reason()}\n"
+    xml.etree.ElementTree.SubElement(node, "system-out").text = NOT_IN_XML.sub("?", text)
+    return node
+
+
 def write_junit(cases, file):
     suite = xml.etree.ElementTree.Element("testsuite", name="target", tests=str(len(cases)))
-    for case in cases:
-        node = xml.etree.ElementTree.SubElement(suite, "testcase", name=case.name,
-                                           time=f"{case.milliseconds / 1000:.3f}")
-        node.set("status", {"passed": "run", "failed": "fail", "skipped": "notrun"}[case.result])
-        text = case.output
-        if case.result == "failed":
-            xml.etree.ElementTree.SubElement(node, "failure", message=case.how)
-        elif case.result == "skipped":
-            xml.etree.ElementTree.SubElement(node, "skipped", message="SKIP_RETURN_CODE=77")
-            text = f"skipped: {case.skip_reason()}\n"
-        xml.etree.ElementTree.SubElement(node, "system-out").text = NOT_IN_XML.sub("?", text)
+    suite.extend(map(junit_case, cases))
     xml.etree.ElementTree.ElementTree(suite).write(file, encoding="utf-8", xml_declaration=True)
 
 

@@ -1,0 +1,21 @@
+# What the checks share; each reads it in: . tests/checks/common.sh
+# shellcheck shell=bash
+set -euo pipefail
+
+# need PROGRAM...: skips the check where one is missing.
+need() {
+  local program
+  for program in "$@"; do
+    if [[ -z $(command -v "$program") ]]; then
+      echo "skipped: no $program"
+      exit 77
+    fi
+  done
+}
+
+# files PATTERN...: the project's files by name patterns, each ended by a NUL.
+files() {
+  local pattern names=()
+  for pattern in "$@"; do names+=(-o -name "$pattern"); done
+  find . \( -path ./build -o -path ./.git \) -prune -o -type f \( "${names[@]:1}" \) -print0 | sort -z
+}

@@ -1,0 +1,6 @@
+#!/usr/bin/env bash
+# Whether every source is formatted as clang-format formats it.
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+need clang-format
+files '*.c' '*.cpp' '*.h' | xargs -0 -n 40 -P "$(nproc)" clang-format --dry-run -Werror

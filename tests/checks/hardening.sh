@@ -1,0 +1,7 @@
+#!/usr/bin/env bash
+# Whether Debian's hardening-check finds what a library should be built with. Usage: hardening.sh LIBRARY
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+need hardening-check
+# A shared object is position-independent anyway; elf.py reads the marks of control-flow protection.
+hardening-check --nopie --nocfprotection "$1"

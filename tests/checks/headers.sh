@@ -1,0 +1,15 @@
+#!/usr/bin/env bash
+# Whether each public header compiles alone, as C and as C++, with two compilers, without a warning.
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+need gcc g++ clang clang++
+count=0
+for header in include/tarn/*.h; do
+  for compiler in 'gcc -std=c11 -x c' 'clang -std=c11 -x c' 'g++ -std=c++17 -x c++' 'clang++ -std=c++17 -x c++'; do
+    echo "$header: $compiler"
+    read -ra command <<<"$compiler"
+    "${command[@]}" -Wall -Wextra -Wpedantic -Werror -Iinclude -fsyntax-only - <<<"#include \"tarn/${header##*/}\""
+  done
+  count=$((count + 1))
+done
+echo "$count headers"

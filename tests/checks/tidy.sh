@@ -1,0 +1,13 @@
+#!/usr/bin/env bash
+# Whether clang-tidy finds nothing in the compiled sources. Usage: tidy.sh GREP_OPTION...
+#
+# The options choose among the sources' paths: -E 'src/' only the library's.
+. "$(dirname "${BASH_SOURCE[0]}")/common.sh"
+
+need clang-tidy clang++
+# Without precompiled headers: clang-tidy reads the plain ones.
+cmake --preset clang -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+mapfile -t sources < <(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" build/tidy/compile_commands.json |
+  sort -u | grep "$@")
+printf '%s\0' "${sources[@]}" | xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/tidy --quiet
+echo "note: ${#sources[@]} files"
