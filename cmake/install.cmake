@@ -1,4 +1,4 @@
-# `cmake --install`: headers, both libraries, the CMake package (find_package(tarn)) and the pkg-config file.
+# `cmake --install`: headers, both libraries, the CMake package (find_package(tarn)) and the pkg-config files.
 
 include(CMakePackageConfigHelpers)
 
@@ -15,5 +15,9 @@ install(FILES ${PROJECT_BINARY_DIR}/tarn-config.cmake ${PROJECT_BINARY_DIR}/tarn
 # The paths in the file are relative to where it stands, so that an installation may be moved.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR
            BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE tarn_pc_include_dir)
-configure_file(cmake/tarn.pc.in tarn.pc @ONLY)
-install(FILES ${PROJECT_BINARY_DIR}/tarn.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX
+           BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE tarn_pc_prefix)
+foreach(package tarn tarn-static)
+  configure_file(cmake/${package}.pc.in ${package}.pc @ONLY)
+  install(FILES ${PROJECT_BINARY_DIR}/${package}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+endforeach()

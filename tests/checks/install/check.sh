@@ -42,11 +42,8 @@ libdir="$(dirname "$(find "$prefix" -name libtarn.so.1)")"
 export PKG_CONFIG_PATH="$libdir/pkgconfig"
 read -ra cflags <<<"$(pkg-config --cflags tarn)"
 read -ra libs <<<"$(pkg-config --libs tarn)"
-static_libs=()
-for flag in $(pkg-config --static --libs tarn); do
-  if [[ $flag == -ltarn ]]; then flag=-l:libtarn.a; fi
-  static_libs+=("$flag")
-done
+read -ra static_libs <<<"$(pkg-config --libs tarn-static)"
+[[ $(realpath "$(pkg-config --variable=prefix tarn)") == $(realpath "$prefix") ]]
 for compiler in "gcc -std=c11 $here/consumer.c" "g++ -std=c++17 $here/consumer.cpp"; do
   echo "== pkg-config with $compiler"
   read -ra compile <<<"$compiler"
