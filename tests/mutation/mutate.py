@@ -8,6 +8,11 @@ makes. A mutant is built as the library ships, and the subsystem's test program 
 unless given) runs against it. It is killed when a test fails, ends the process or hangs. A change that does not compile,
 or gives the same library after strip, is not a mutant: another one is drawn.
 
+    mutate.py --deliberate
+
+The behaviours that are marked Deliberate in src/, each flipped by a change of its own, which deliberate.txt lists: a mark
+without a change, and a change that no test notices, are faults.
+
 The table has a line for each mutant. --results keeps them as JSON, and --again runs the mutants of such a file instead
 of drawing some; it fails when one survives that was killed in the file. The sources themselves are not changed: the
 library is built from a copy, in build/mutation.
@@ -18,6 +23,7 @@ import json
 import os
 import pathlib
 import random
+import re
 import shutil
 import signal
 import subprocess
@@ -62,13 +68,17 @@ class Workshop:
 
   def apply(self, mutant):
     """Builds the mutant; False when it is none."""
-    path = self.source / mutant.key.file
-    text = path.read_text()
-    lines = text.split('\n')
+    lines = (self.source / mutant.key.file).read_text().split('\n')
     lines[mutant.line] = mutant.after
-    path.write_text('\n'.join(lines))
-    made = self.make()
+    return self.build_with(mutant.key.file, '\n'.join(lines))
+
+  def build_with(self, file, text):
+    """Builds with another text of one file; False when it does not compile or makes no difference."""
+    path = self.source / file
+    original = path.read_text()
     path.write_text(text)
+    made = self.make()
+    path.write_text(original)
     return made is not None and made != self.original
 
 
@@ -141,9 +151,57 @@ def chosen(folder, options):
   return pairs
 
 
+class Flip:
+  """A change of deliberate.txt: a line "FILE: SUITE.TEST", then the old lines after "-" and the new ones after "+"."""
+
+  def __init__(self, block):
+    head, *lines = block.split('\n')
+    self.file, self.test = head.split(': ')
+    self.old = '\n'.join(line[1:] for line in lines if line.startswith('-'))
+    self.new = '\n'.join(line[1:] for line in lines if line.startswith('+'))
+
+  def fault(self, workshop, options, work):
+    """Why the change shows nothing; None when a test notices it."""
+    text = (workshop.source / self.file).read_text()
+    if text.count(self.old) != 1:
+      return 'the old lines stand %d times in the file' % text.count(self.old)
+    if not workshop.build_with(self.file, text.replace(self.old, self.new)):
+      return 'does not compile, or makes no difference'
+    program = pathlib.Path(options.tests).resolve() / 'tests' / ('%s_test' % self.file.split('/')[1])
+    self.killer = run_tests(program, workshop.build, work)
+    return None if self.killer else 'no test notices'
+
+
+def marked_tests():
+  """Pairs of a file and the first test that a Deliberate mark in it names."""
+  for path in sorted((ROOT / 'src').rglob('*')):
+    if path.suffix not in ('.cpp', '.h'):
+      continue
+    comments = re.sub(r'\n\s*//', ' ', path.read_text())
+    for mark in re.findall(r'Deliberate:[^\n]*', comments):
+      held = re.search(r'Held by\s+(\w+\.\w+)', mark)
+      yield str(path.relative_to(ROOT)), held[1] if held else 'a mark that names no test: ' + mark[:60]
+
+
+def flip_deliberate(workshop, options, work):
+  table = (pathlib.Path(__file__).resolve().parent / 'deliberate.txt').read_text()
+  blocks = re.split(r'\n{2,}', re.sub(r'^#.*\n', '', table, flags=re.MULTILINE).strip())
+  flips = [Flip(block) for block in blocks]
+  faults = ['%s: %s: not in deliberate.txt' % mark
+            for mark in marked_tests() if mark not in [(flip.file, flip.test) for flip in flips]]
+  for flip in flips:
+    fault = flip.fault(workshop, options, work)
+    print('%s: %s: %s' % (flip.file, flip.test, fault or 'noticed by ' + flip.killer), flush=True)
+    if fault:
+      faults.append('%s: %s: %s' % (flip.file, flip.test, fault))
+  print('\n'.join(['%d changes, %d faults' % (len(flips), len(faults)), *faults]))
+  return 1 if faults else 0
+
+
 def main():
   parser = argparse.ArgumentParser()
-  parser.add_argument('folders', nargs='+')
+  parser.add_argument('folders', nargs='*')
+  parser.add_argument('--deliberate', action='store_true')
   parser.add_argument('--count', type=int, default=25)
   parser.add_argument('--seed', type=int, default=1)
   parser.add_argument('--tests', default=str(ROOT / 'build/release'))
@@ -154,6 +212,8 @@ def main():
   work = pathlib.Path(options.work).resolve()
   work.mkdir(parents=True, exist_ok=True)
   workshop = Workshop(ROOT, work)
+  if options.deliberate:
+    return flip_deliberate(workshop, options, work)
   records, lost, score = [], 0, {}
   for folder in options.folders:
     program = pathlib.Path(options.tests).resolve() / 'tests' / ('%s_test' % folder)
