@@ -1,55 +1,35 @@
 // Bit arrays against a naive model, which keeps a byte for each bit.
 //
-// The arrays stand right before a page that may not be touched, or right behind one: a byte read beyond what the bits
-// need ends the test.
+// The arrays stand right before a page that may not be touched, or right after one: a byte read or written beyond what
+// the bits need ends the test.
 
 #include <gtest/gtest.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <climits>
 #include <cstdint>
-#include <random>
+#include <cstring>
 #include <vector>
 
-#include "tarn/containers.h"
+#include "containers/fixture.h"
+#include "support/console.h"
+#include "support/random.h"
+
+using namespace tarn_test;
 
 namespace {
 
+constexpr uint32_t kNone = 0xffffffff;
 constexpr size_t kLongest = 200;
 
 using Bits = std::vector<uint8_t>;  // each 0 or 1
-
-// A page between two pages that may not be touched.
-class GuardedPage {
- public:
-  GuardedPage()
-      : size_(static_cast<size_t>(sysconf(_SC_PAGESIZE))),
-        pages_(static_cast<uint8_t *>(
-            mmap(nullptr, 3 * size_, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0))) {
-    EXPECT_NE(static_cast<void *>(pages_), MAP_FAILED);
-    EXPECT_EQ(mprotect(begin(), size_, PROT_READ | PROT_WRITE), 0);
-  }
-  ~GuardedPage() { munmap(pages_, 3 * size_); }
-  GuardedPage(const GuardedPage &) = delete;
-  GuardedPage &operator=(const GuardedPage &) = delete;
-
-  uint8_t *begin() const { return pages_ + size_; }
-  uint8_t *end() const { return pages_ + 2 * size_; }
-
- private:
-  size_t size_;
-  uint8_t *pages_;
-};
 
 constexpr size_t bytes_for(size_t nbits) { return (nbits + 7) / 8; }
 
 // Writes the bits to the bytes at `array`; what is left of the last byte becomes `rest`. By the definition: bit 0 is
 // the most significant bit of byte 0.
-void write(uint8_t *array, const Bits &bits, bool rest) {
-  int value = 0;
+void store(const Bits &bits, bool rest, uint8_t *array) {
+  unsigned value = 0;
   for (size_t bit = 0; bit < bytes_for(bits.size()) * 8; bit++) {
     value = value * 2 + (bit < bits.size() ? bits[bit] : rest);
     if (bit % 8 != 7) continue;
@@ -60,159 +40,216 @@ void write(uint8_t *array, const Bits &bits, bool rest) {
 
 uint32_t first(const Bits &bits, bool value) {
   const auto found = std::find(bits.begin(), bits.end(), value);
-  return found == bits.end() ? 0xFFFFFFFF : static_cast<uint32_t>(found - bits.begin());
+  return found == bits.end() ? kNone : static_cast<uint32_t>(found - bits.begin());
 }
 
-// All three searches, with bits behind the array that would match, and with some that would not.
+// All three searches; with bits after the array's own that would match, and with some that would not.
 void expect_found(uint8_t *array, const Bits &bits) {
   const auto nbits = static_cast<uint32_t>(bits.size());
   const uint32_t first_clear = first(bits, false);
-  const uint32_t first_set = first(bits, true);
   for (const bool rest : {false, true}) {
-    write(array, bits, rest);
+    store(bits, rest, array);
     ASSERT_EQ(mu_bit_get_0(array, static_cast<int>(nbits)), first_clear) << nbits << " bits";
-    ASSERT_EQ(mu_bit_get_1(array, static_cast<int>(nbits)), first_set) << nbits << " bits";
-    ASSERT_EQ(mu_bit_tst_all(array, nbits), first_clear == 0xFFFFFFFF ? 1 : 0) << nbits << " bits";
+    ASSERT_EQ(mu_bit_get_1(array, static_cast<int>(nbits)), first(bits, true)) << nbits << " bits";
+    ASSERT_EQ(mu_bit_tst_all(array, nbits), first_clear == kNone ? 1 : 0) << nbits << " bits";
   }
 }
 
-// Arrays of every length up to kLongest in which one bit differs from all others, each in turn, or none.
-template <typename Visit>
-void for_each_single_bit(Visit visit) {
-  for (size_t nbits = 0; nbits <= kLongest; nbits++) {
-    for (const bool background : {false, true}) {
-      Bits bits(nbits, background);
-      visit(bits);
-      for (uint8_t &odd : bits) {
-        odd = !background;
-        visit(bits);
-        odd = background;
-        if (testing::Test::HasFatalFailure()) return;
-      }
-    }
-  }
+// `common`: of so many bits, one differs from the others, on average.
+Bits random_bits(Random &random, size_t nbits, uint64_t common = 2, bool background = false) {
+  Bits bits(nbits);
+  for (size_t bit = 0; bit < nbits; bit++) bits[bit] = background != (random.below(common) == 0);
+  return bits;
 }
 
 }  // namespace
 
-TEST(BitSet, CountsFromTheMostSignificantBitOfByteZero) {
-  constexpr std::array<uint8_t, 8> kMasks = {0x80, 0x40, 0x20, 0x10, 0x08, 0x04, 0x02, 0x01};
-  for (int n = 0; n < 16; n++) {
+// ---- One bit --------------------------------------------------------------------------------------------------------
+
+TEST(BitSetAndClr, CountFromTheMostSignificantBitOfByteZero) {
+  constexpr uint8_t kMasks[] = {0x80, 0x40, 0x20, 0x10, 0x08, 0x04, 0x02, 0x01};
+  for (int n = 0; n < 24; n++) {
     SCOPED_TRACE(n);
-    std::array<uint8_t, 2> bits{};
-    EXPECT_EQ(mu_bit_set(bits.data(), n), 0);
-    EXPECT_EQ(bits[0], n < 8 ? kMasks[static_cast<size_t>(n)] : 0);
-    EXPECT_EQ(bits[1], n < 8 ? 0 : kMasks[static_cast<size_t>(n - 8)]);
-  }
-}
-
-TEST(BitSetAndClr, ChangeThatBitAloneWhateverItWas) {
-  std::mt19937 random(1);
-  const GuardedPage page;
-  uint8_t *const array = page.end() - bytes_for(kLongest);
-  Bits model(kLongest);
-  for (size_t bit = 0; bit < kLongest; bit++) model[bit] = random() % 2 != 0;
-  write(array, model, false);
-  std::array<uint8_t, bytes_for(kLongest)> expected{};
-  for (int n = 0; n < static_cast<int>(kLongest); n++) {
-    for (const bool value : {true, true, false, false, true}) {
-      EXPECT_EQ(value ? mu_bit_set(array, n) : mu_bit_clr(array, n), 0);
-      model[static_cast<size_t>(n)] = value;
-      write(expected.data(), model, false);
-      ASSERT_TRUE(std::equal(expected.begin(), expected.end(), array)) << "bit " << n << " to " << value;
+    uint8_t set[3] = {};
+    uint8_t cleared[3] = {0xff, 0xff, 0xff};
+    EXPECT_EQ(mu_bit_set(set, n), 0);
+    EXPECT_EQ(mu_bit_clr(cleared, n), 0);
+    for (int byte = 0; byte < 3; byte++) {
+      const int mask = byte == n / 8 ? kMasks[n % 8] : 0;
+      EXPECT_EQ(set[byte], mask);
+      EXPECT_EQ(cleared[byte], 0xff ^ mask);
     }
   }
 }
 
-TEST(BitTst, GivesOneOrZeroForEachBit) {
-  std::mt19937 random(2);
-  const GuardedPage page;
-  for (size_t nbits = 1; nbits <= kLongest; nbits++) {
-    Bits model(nbits);
-    for (size_t bit = 0; bit < nbits; bit++) model[bit] = random() % 2 != 0;
-    uint8_t *const array = page.end() - bytes_for(nbits);
-    write(array, model, random() % 2 != 0);
-    for (size_t bit = 0; bit < nbits; bit++) {
-      ASSERT_EQ(mu_bit_tst(array, static_cast<int>(bit)), model[bit] ? 1 : 0) << bit << " of " << nbits;
-    }
-  }
-}
-
-TEST(BitTst, ReachesTheLargestBitNumber) {
-  constexpr size_t kBytes = size_t{1} << 28;  // of which two pages are touched
-  void *const memory =
-      mmap(nullptr, kBytes, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS | MAP_NORESERVE, -1, 0);
-  ASSERT_NE(memory, MAP_FAILED);
-  auto *const bits = static_cast<uint8_t *>(memory);
-  EXPECT_EQ(mu_bit_tst(bits, INT_MAX), 0);
-  EXPECT_EQ(mu_bit_set(bits, INT_MAX), 0);
-  EXPECT_EQ(bits[kBytes - 1], 0x01);
-  EXPECT_EQ(mu_bit_tst(bits, INT_MAX), 1);
-  EXPECT_EQ(mu_bit_clr(bits, INT_MAX), 0);
-  EXPECT_EQ(bits[kBytes - 1], 0x00);
-  munmap(memory, kBytes);
-}
-
-TEST(BitSearch, FindsASingleBitAtEachPlaceOfEachLengthBeforeForbiddenMemory) {
-  const GuardedPage page;
-  for_each_single_bit([&](const Bits &bits) { expect_found(page.end() - bytes_for(bits.size()), bits); });
-}
-
-TEST(BitSearch, FindsASingleBitAtEachPlaceOfEachLengthBehindForbiddenMemory) {
-  const GuardedPage page;
-  for_each_single_bit([&](const Bits &bits) { expect_found(page.begin(), bits); });
-}
-
-TEST(BitSearch, FindsTheLowestOfSeveralAtEachAddress) {
-  std::mt19937 random(3);
-  const GuardedPage page;
-  for (size_t nbits = 0; nbits <= kLongest; nbits++) {
-    for (size_t offset = 0; offset < 8; offset++) {
-      for (const unsigned common : {2u, 16u, 128u}) {  // of so many bits, one differs from the others
-        for (const bool background : {false, true}) {
-          Bits bits(nbits);
-          for (size_t bit = 0; bit < nbits; bit++) bits[bit] = background != (random() % common == 0);
-          expect_found(page.begin() + offset, bits);
+TEST(BitSetAndClr, ChangeThatBitOnlyWhateverItWas) {
+  Random random(1);
+  for (const Guarded::End end : kEnds) {
+    for (const size_t bytes : {1u, 2u, 7u, 8u, 9u, 25u}) {
+      const Guarded array(bytes, end);
+      Bits model = random_bits(random, 8 * bytes);
+      store(model, false, array.bytes());
+      std::vector<uint8_t> expected(bytes);
+      for (int n = 0; n < static_cast<int>(8 * bytes); n++) {
+        for (const bool value : {true, true, false, false, random.chance(500)}) {
+          EXPECT_EQ(value ? mu_bit_set(array.bytes(), n) : mu_bit_clr(array.bytes(), n), 0);
+          EXPECT_EQ(mu_bit_tst(array.bytes(), n), value ? 1 : 0);
+          model[static_cast<size_t>(n)] = value;
+          store(model, false, expected.data());
+          ASSERT_EQ(memcmp(array.bytes(), expected.data(), bytes), 0) << "bit " << n << " to " << value;
         }
       }
     }
   }
 }
 
-TEST(BitSearch, TouchesNothingForAnArrayWithoutBits) {
-  const GuardedPage page;
-  EXPECT_EQ(mu_bit_get_0(page.end(), 0), 0xFFFFFFFF);
-  EXPECT_EQ(mu_bit_get_1(page.end(), 0), 0xFFFFFFFF);
-  EXPECT_EQ(mu_bit_tst_all(page.end(), 0), 1);
-}
-
-TEST(BitSearch, CountsANegativeLengthAsZero) {
-  const GuardedPage page;
-  for (const int nbits : {-1, -32, INT_MIN}) {
-    SCOPED_TRACE(nbits);
-    EXPECT_EQ(mu_bit_get_0(page.end(), nbits), 0xFFFFFFFF);
-    EXPECT_EQ(mu_bit_get_1(page.end(), nbits), 0xFFFFFFFF);
+TEST(BitTst, GivesOneOrZeroForEachBit) {
+  Random random(2);
+  for (size_t nbits = 1; nbits <= kLongest; nbits++) {
+    const Bits model = random_bits(random, nbits);
+    for (const Guarded::End end : kEnds) {
+      const Guarded array(bytes_for(nbits), end);
+      store(model, random.chance(500), array.bytes());
+      for (size_t bit = 0; bit < nbits; bit++) {
+        ASSERT_EQ(mu_bit_tst(array.bytes(), static_cast<int>(bit)), model[bit] ? 1 : 0) << bit << " of " << nbits;
+      }
+    }
   }
 }
 
+TEST(BitTst, ReachesTheLargestBitNumber) {
+  const Guarded array(size_t{INT_MAX} / 8 + 1);  // 256 MiB, of which a page is touched
+  uint8_t &last_byte = array.bytes()[INT_MAX / 8];
+  EXPECT_EQ(mu_bit_tst(array.bytes(), INT_MAX), 0);
+  EXPECT_EQ(mu_bit_set(array.bytes(), INT_MAX), 0);
+  EXPECT_EQ(last_byte, 0x01);
+  EXPECT_EQ(mu_bit_tst(array.bytes(), INT_MAX), 1);
+  EXPECT_EQ(mu_bit_tst(array.bytes(), INT_MAX - 1), 0);
+  EXPECT_EQ(mu_bit_clr(array.bytes(), INT_MAX), 0);
+  EXPECT_EQ(last_byte, 0x00);
+}
+
+// ---- Searches -------------------------------------------------------------------------------------------------------
+
+// Arrays of every length up to kLongest in which one bit differs from all others, each in turn, or none.
+TEST(BitSearch, FindsASingleBitAtEachPlaceOfEachLengthInExactlyItsBytes) {
+  for (const Guarded::End end : kEnds) {
+    for (size_t nbits = 0; nbits <= kLongest; nbits++) {
+      const Guarded array(bytes_for(nbits), end);
+      for (const bool background : {false, true}) {
+        Bits bits(nbits, background);
+        expect_found(array.bytes(), bits);
+        for (size_t bit = 0; bit < nbits; bit++) {
+          bits[bit] = !background;
+          expect_found(array.bytes(), bits);
+          bits[bit] = background;
+        }
+        if (HasFatalFailure()) return;
+      }
+    }
+  }
+}
+
+TEST(BitSearch, FindsTheLowestOfEachPair) {
+  for (int low = 0; low < 70; low++) {
+    for (int high = low + 1; high < 70; high++) {
+      uint8_t clear[9];
+      uint8_t set[9] = {};
+      memset(clear, 0xff, sizeof clear);
+      for (const int n : {low, high}) {
+        mu_bit_clr(clear, n);
+        mu_bit_set(set, n);
+      }
+      EXPECT_EQ(mu_bit_get_0(clear, 70), static_cast<uint32_t>(low)) << high;
+      EXPECT_EQ(mu_bit_get_1(set, 70), static_cast<uint32_t>(low)) << high;
+    }
+  }
+}
+
+// What stands around the array is random too.
+TEST(BitSearch, FindsTheLowestOfSeveralAtEachAddress) {
+  Random random(3);
+  alignas(16) uint8_t room[64];
+  for (size_t nbits = 0; nbits <= 300; nbits++) {
+    for (size_t offset = 0; offset < 16; offset++) {
+      for (uint8_t &byte : room) byte = random.byte();
+      for (const uint64_t common : {2u, 16u, 128u}) {
+        expect_found(room + offset, random_bits(random, nbits, common, random.chance(500)));
+      }
+    }
+  }
+}
+
+// Well beyond the last byte of the array, too, nothing is looked at.
+TEST(BitSearch, IgnoresTheBitsAfterTheLength) {
+  for (size_t nbits = 0; nbits < 130; nbits++) {
+    SCOPED_TRACE(nbits);
+    for (const bool value : {false, true}) {
+      Bits bits(136, !value);
+      std::fill_n(bits.begin(), nbits, value);
+      uint8_t bytes[17];
+      store(bits, !value, bytes);
+      const auto search = value ? mu_bit_get_0 : mu_bit_get_1;
+      EXPECT_EQ(search(bytes, static_cast<int>(nbits)), kNone);
+      EXPECT_EQ(search(bytes, static_cast<int>(nbits) + 1), nbits);
+      EXPECT_EQ(mu_bit_tst_all(bytes, static_cast<uint32_t>(nbits)), value || nbits == 0 ? 1 : 0);
+      EXPECT_EQ(mu_bit_tst_all(bytes, static_cast<uint32_t>(nbits) + 1), !value && nbits == 0 ? 1 : 0);
+    }
+  }
+}
+
+TEST(BitSearch, TouchesNothingForAnArrayWithoutBits) {
+  const Guarded closed(1);
+  closed.protect(PROT_NONE);
+  for (const int nbits : {0, -1, -31, -32, -33, INT_MIN}) {  // a negative length counts as 0
+    SCOPED_TRACE(nbits);
+    EXPECT_EQ(mu_bit_get_0(closed.bytes(), nbits), kNone);
+    EXPECT_EQ(mu_bit_get_1(closed.bytes(), nbits), kNone);
+  }
+  EXPECT_EQ(mu_bit_tst_all(closed.bytes(), 0), 1);
+}
+
 TEST(BitSearch, GivesAllOnesWhenThereIsNoSuchBit) {
-  EXPECT_EQ(MU_BIT_NONE, 0xFFFFFFFF);
-  const std::array<uint8_t, 5> ones = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  const std::array<uint8_t, 5> zeros = {};
-  EXPECT_EQ(static_cast<int>(mu_bit_get_0(ones.data(), 40)), -1);
-  EXPECT_EQ(static_cast<int>(mu_bit_get_1(zeros.data(), 40)), -1);
+  EXPECT_EQ(MU_BIT_NONE, kNone);
+  uint8_t ones[5] = {0xff, 0xff, 0xff, 0xff, 0xff};
+  const uint8_t zeros[5] = {};
+  EXPECT_EQ(static_cast<int>(mu_bit_get_0(ones, 40)), -1);
+  EXPECT_EQ(static_cast<int>(mu_bit_get_1(zeros, 40)), -1);
+  mu_bit_clr(ones, 35);
+  EXPECT_EQ(mu_bit_get_0(ones, 40), 35u);
 }
 
-TEST(BitSearch, FindsABitBehindTheWholeWords) {
-  std::array<uint8_t, 5> bits = {0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  EXPECT_EQ(mu_bit_get_0(bits.data(), 40), MU_BIT_NONE);
-  mu_bit_clr(bits.data(), 35);
-  EXPECT_EQ(mu_bit_get_0(bits.data(), 40), 35u);
+TEST(BitSearch, WritesNothing) {
+  const Guarded memory(11);
+  memset(memory.bytes(), 0xff, 10);
+  memory.protect(PROT_READ);
+  EXPECT_EQ(mu_bit_get_0(memory.bytes(), 88), 80u);
+  EXPECT_EQ(mu_bit_get_1(memory.bytes(), 88), 0u);
+  EXPECT_EQ(mu_bit_tst(memory.bytes(), 80), 0);
+  EXPECT_EQ(mu_bit_tst_all(memory.bytes(), 88), 0);
 }
 
-// A length that an int could not hold is still a length.
-TEST(BitTstAll, TakesLengthsFrom31BitsOn) {
-  constexpr std::array<uint8_t, 8> kFirstBitsClear = {0x7F, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF};
-  EXPECT_EQ(mu_bit_tst_all(kFirstBitsClear.data(), 0x80000000), 0);
-  EXPECT_EQ(mu_bit_tst_all(kFirstBitsClear.data(), 0xFFFFFFFF), 0);
+// The length is unsigned: from 2^31 on it must not turn into a negative one, which would count as 0.
+TEST(BitTstAll, SeesAClearBitOfAnArrayOf2To31BitsAndMore) {
+  const Guarded zeros(size_t{1} << 29, Guarded::kFront);  // 512 MiB of which one page is touched
+  for (const uint8_t first_byte : {uint8_t{0x00}, uint8_t{0x7f}}) {
+    zeros.bytes()[0] = first_byte;
+    for (const uint32_t nbits : {0x7fffffffu, 0x80000000u, 0x80000001u, 0xffffffffu}) {
+      EXPECT_EQ(mu_bit_tst_all(zeros.bytes(), nbits), 0) << nbits;
+    }
+  }
+}
+
+TEST(BitOperations, AllocateAndPrintNothing) {
+  Console console;
+  const FailingMalloc no_memory(1, 1000);
+  uint8_t bits[5] = {};
+  mu_bit_set(bits, 39);
+  EXPECT_EQ(mu_bit_get_1(bits, 40), 39u);
+  EXPECT_EQ(mu_bit_get_0(bits, 40), 0u);
+  EXPECT_EQ(mu_bit_tst_all(bits, 40), 0);
+  EXPECT_EQ(mu_bit_tst(bits, 39), 1);
+  mu_bit_clr(bits, 39);
+  EXPECT_EQ(no_memory.seen(), 0);
+  EXPECT_EQ(console.take(), "");
 }

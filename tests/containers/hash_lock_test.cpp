@@ -1,4 +1,4 @@
-// The hash table's mutex: its name, and what is called with it held.
+// The mutex of a hash table: its name, what it covers, and what is called with it held.
 //
 // The library calls its exported functions by name, so a program that defines one of them gets the library's calls too.
 // This one notes them and passes them on.
@@ -7,30 +7,38 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cerrno>
 #include <cstdint>
+#include <functional>
 #include <sstream>
 #include <string>
+#include <type_traits>
+#include <utility>
 #include <vector>
 
-#include "containers/hash_element.h"
-#include "tarn/containers.h"
+#include "containers/fixture.h"
 #include "tarn/platform.h"
 
 using namespace tarn_test;
 
+// ---- The mutexes of the library, seen -------------------------------------------------------------------------------
+
 namespace {
 
-// What has happened, one word each; noted while `g_noting`.
-bool g_noting;
-std::vector<std::string> g_events;
-std::vector<mu_mutex_t> g_mutexes;
+// What a test does when the library has locked and before it unlocks. Set while no other thread runs.
+std::function<void(mu_mutex_t)> g_on_lock;
+std::function<void(mu_mutex_t)> g_on_unlock;
 
-// The 20 bytes at the name that a mutex was given.
+// The 20 bytes at the name that each mutex was given.
 using Name = std::array<char, 20>;
-std::vector<Name> g_names;
+std::vector<Name> *g_names;
 
-void note(const char *event) {
-  if (g_noting) g_events.emplace_back(event);
+// Takes a hook out for its own run, which may lock.
+void run_hook(std::function<void(mu_mutex_t)> &hook, mu_mutex_t mutex) {
+  if (!hook) return;
+  const std::function<void(mu_mutex_t)> taken = std::exchange(hook, nullptr);
+  taken(mutex);
+  hook = taken;
 }
 
 template <typename Function>
@@ -44,8 +52,8 @@ extern "C" {
 
 int mu_mutex_init(mu_mutex_t *mutex, const char *name) {
   static const auto real = library<decltype(&mu_mutex_init)>("mu_mutex_init");
-  if (g_noting) {
-    Name &noted = g_names.emplace_back();
+  if (g_names != nullptr) {
+    Name &noted = g_names->emplace_back();
     for (size_t i = 0; i < noted.size(); i++) noted[i] = name[i];
   }
   return real(mutex, name);
@@ -54,145 +62,249 @@ int mu_mutex_init(mu_mutex_t *mutex, const char *name) {
 int mu_mutex_lock(mu_mutex_t mutex) {
   static const auto real = library<decltype(&mu_mutex_lock)>("mu_mutex_lock");
   const int result = real(mutex);
-  if (g_noting) g_mutexes.push_back(mutex);
-  note("lock");
+  run_hook(g_on_lock, mutex);
   return result;
 }
 
 int mu_mutex_unlock(mu_mutex_t mutex) {
   static const auto real = library<decltype(&mu_mutex_unlock)>("mu_mutex_unlock");
-  note("unlock");
-  if (g_noting) g_mutexes.push_back(mutex);
+  run_hook(g_on_unlock, mutex);
   return real(mutex);
 }
 
 }  // extern "C"
 
+// ---- The mutex ------------------------------------------------------------------------------------------------------
+
 namespace {
 
-using Events = std::vector<std::string>;
+// What has happened, one word each.
+std::string g_events;
 
-class HashLock : public testing::Test {
+class HashLock : public HashTest {
  protected:
   HashLock() {
-    table_ = table_of(
-        4,
-        [](const mu_lst_node *node) {
-          note("hash");
-          return own_bucket(node);
-        },
-        [](const mu_lst_node *node, const void *key) {
-          note("compare");
-          return differs(node, key);
-        });
-    mu_hash_add(table_.get(), &a_.node);
-    mu_hash_add(table_.get(), &b_.node);
-    g_noting = true;
+    table_->hash_fn = [](const mu_lst_node *node) {
+      g_events += "hash ";
+      return bucket_of(node);
+    };
+    table_->cmp_fn = [](const mu_lst_node *node, const void *key) {
+      g_events += "compare ";
+      return compare(node, key);
+    };
   }
-  ~HashLock() override { g_noting = false; }
-
-  // What has happened since the last call, all of it to the table's own mutex.
-  Events events() {
-    for (mu_mutex_t mutex : g_mutexes) EXPECT_EQ(mutex, table_->lock);
-    g_mutexes.clear();
-    return std::move(g_events);
+  ~HashLock() override {
+    g_on_lock = nullptr;
+    g_on_unlock = nullptr;
   }
 
-  OwnedHash table_;
-  Element a_{{}, 1, 10};
-  Element b_{{}, 2, 11};
-  Element c_{{}, 3, 12};
-  mu_lst_node *node_ = nullptr;
-  uint32_t bucket_ = 0;
+  // What a call does, all of it to the mutex of `table`.
+  static std::string events_of(const mu_hash *table, const std::function<void()> &call) {
+    g_events.clear();
+    g_on_lock = [table](mu_mutex_t mutex) { g_events += mutex == table->lock ? "lock " : "lock-another "; };
+    g_on_unlock = [table](mu_mutex_t mutex) { g_events += mutex == table->lock ? "unlock " : "unlock-another "; };
+    call();
+    g_on_lock = nullptr;
+    g_on_unlock = nullptr;
+    return g_events;
+  }
+
+  // Makes the table hold the elements 0 and 1, in bucket 0; element 2 will go there.
+  void reset() {
+    while (mu_hash_get(table_) != nullptr) {
+    }
+    fill({0, 0});
+    elements_[2].bucket = 0;
+  }
 };
 
-std::string name_of(const mu_hash *table) {
-  std::ostringstream text;
-  text << "H0x" << std::hex << reinterpret_cast<uintptr_t>(table);
-  return text.str();
+// A call to the table.
+struct Operation {
+  const char *name;
+  void (*run)(mu_hash *table, mu_lst_node *in, mu_lst_node *out);  // an element of the table and one that is in none
+  const char *events;
+  const char *events_if_empty;
+};
+
+const Operation kOperations[] = {
+    {"add", [](mu_hash *table, mu_lst_node *, mu_lst_node *out) { mu_hash_add(table, out); }, "hash lock unlock ",
+     "hash lock unlock "},
+    {"del", [](mu_hash *table, mu_lst_node *in, mu_lst_node *) { mu_hash_del(table, in); }, "hash lock unlock ",
+     nullptr},
+    {"find", [](mu_hash *table, mu_lst_node *, mu_lst_node *out) { mu_hash_find(table, &element_of(out).number); },
+     "lock compare compare unlock ", "lock unlock "},
+    {"get", [](mu_hash *table, mu_lst_node *, mu_lst_node *) { mu_hash_get(table); }, "lock unlock ", "lock unlock "},
+    {"first",
+     [](mu_hash *table, mu_lst_node *, mu_lst_node *) {
+       mu_lst_node *found = nullptr;
+       uint32_t bucket = 0;
+       mu_hash_first(table, &found, &bucket);
+     },
+     "lock unlock ", "lock unlock "},
+    {"next",
+     [](mu_hash *table, mu_lst_node *in, mu_lst_node *) {
+       mu_lst_node *found = nullptr;
+       uint32_t bucket = 0;
+       mu_hash_next(table, in, 0, &found, &bucket);
+       mu_hash_next(table, found, 0, &found, &bucket);  // the end of the walk
+     },
+     "lock unlock lock unlock ", nullptr},
+};
+
+mu_hash *g_table;
+int g_trylock;
+
+// What an attempt to take the table's mutex gives.
+int try_table() {
+  const int result = mu_mutex_trylock(g_table->lock);
+  if (result == 0) mu_mutex_unlock(g_table->lock);
+  return result;
 }
 
 }  // namespace
 
-TEST(HashLockName, IsHAndTheTablesAddressInTwentyZeroedBytes) {
-  g_noting = true;
-  const OwnedHash table = table_of(3);
-  g_noting = false;
-  ASSERT_NE(table, nullptr);
-  Name expected{};
-  name_of(table.get()).copy(expected.data(), expected.size());
-  EXPECT_EQ(g_names, std::vector<Name>{expected});
+TEST_F(HashLock, IsTakenAfterTheBucketFunctionAndReleasedAtTheEndOfEachCall) {
+  for (const Operation &operation : kOperations) {
+    SCOPED_TRACE(operation.name);
+    reset();
+    EXPECT_EQ(events_of(table_, [&] { operation.run(table_, node(0), node(2)); }), operation.events);
+    if (operation.events_if_empty == nullptr) continue;
+    while (mu_hash_get(table_) != nullptr) {
+    }
+    EXPECT_EQ(events_of(table_, [&] { operation.run(table_, node(0), node(2)); }), operation.events_if_empty);
+    EXPECT_EQ(mu_mutex_trylock(table_->lock), 0) << "free again";
+    mu_mutex_unlock(table_->lock);
+  }
 }
 
-TEST(HashLockName, DiffersFromTableToTable) {
-  g_noting = true;
-  const OwnedHash one = table_of(3);
-  const OwnedHash other = table_of(3);
-  g_noting = false;
-  ASSERT_EQ(g_names.size(), 2u);
-  EXPECT_NE(g_names[0], g_names[1]);
+TEST_F(HashLock, CoversEveryChange) {
+  for (const Operation &operation : kOperations) {
+    SCOPED_TRACE(operation.name);
+    reset();
+    const std::string before = image();
+    std::string at_lock;
+    std::string at_unlock;
+    g_on_lock = [&](mu_mutex_t) { at_lock = image(); };
+    g_on_unlock = [&](mu_mutex_t) { at_unlock = image(); };
+    operation.run(table_, node(0), node(2));
+    g_on_lock = nullptr;
+    g_on_unlock = nullptr;
+    EXPECT_EQ(at_lock, before) << "nothing changed before";
+    EXPECT_EQ(at_unlock, image()) << "nor after";
+  }
 }
 
-TEST_F(HashLock, IsTakenBehindTheBucketFunctionAndHeldForTheRestOfAdd) {
-  mu_hash_add(table_.get(), &c_.node);
-  EXPECT_EQ(events(), (Events{"hash", "lock", "unlock"}));
+// Another thread's add that comes just before the lock is seen; one that comes at its end is not.
+TEST_F(HashLock, CoversWhatFirstReads) {
+  add(0, 2);
+  g_on_lock = [this](mu_mutex_t) { mu_lst_add(&table_->buckets[1], node(1)); };
+  g_on_unlock = [this](mu_mutex_t) { mu_lst_add(&table_->buckets[0], node(2)); };
+  EXPECT_EQ(mu_hash_first(table_, &out_, &bucket_), 0);
+  EXPECT_EQ(out_, node(1));
+  EXPECT_EQ(bucket_, 1u);
 }
 
-TEST_F(HashLock, IsTakenBehindTheBucketFunctionAndHeldForTheRestOfDel) {
-  mu_hash_del(table_.get(), &a_.node);
-  EXPECT_EQ(events(), (Events{"hash", "lock", "unlock"}));
+TEST_F(HashLock, CoversWhatNextReads) {
+  fill({0, 3});
+  g_on_lock = [this](mu_mutex_t) { mu_lst_add(&table_->buckets[2], node(2)); };
+  g_on_unlock = [this](mu_mutex_t) {
+    mu_lst_add(&table_->buckets[0], node(3));
+    mu_lst_add(&table_->buckets[1], node(4));
+  };
+  EXPECT_EQ(mu_hash_next(table_, node(0), 0, &out_, &bucket_), 0);
+  EXPECT_EQ(out_, node(2));
+  EXPECT_EQ(bucket_, 2u);
+  g_on_unlock = nullptr;
+  g_on_lock = [this](mu_mutex_t) { mu_lst_add(&table_->buckets[3], node(5)); };
+  EXPECT_EQ(mu_hash_next(table_, node(1), 3, &out_, &bucket_), 0) << "the link of the node too";
+  EXPECT_EQ(out_, node(5));
 }
 
-TEST_F(HashLock, IsNotTakenForABucketThatTheTableDoesNotHave) {
-  c_.bucket = 4;
-  mu_hash_add(table_.get(), &c_.node);
-  EXPECT_EQ(events(), Events{"hash"});
+TEST_F(HashLock, CoversWhatFindAndGetRead) {
+  const int key = 1;
+  add(0, 2);
+  g_on_lock = [this](mu_mutex_t) { mu_lst_add(&table_->buckets[1], node(1)); };
+  EXPECT_EQ(mu_hash_find(table_, &key), node(1));
+  g_on_lock = [this](mu_mutex_t) {
+    mu_lst_add(&table_->buckets[0], node(2));
+    table_->count++;
+  };
+  EXPECT_EQ(mu_hash_get(table_), node(2));
+  EXPECT_EQ(table_->count, 1u);
 }
 
-TEST_F(HashLock, IsHeldForEachStepOfAWalkAndReleasedBetween) {
-  EXPECT_EQ(mu_hash_first(table_.get(), &node_, &bucket_), 0);
-  EXPECT_EQ(events(), (Events{"lock", "unlock"}));
-  EXPECT_EQ(mu_hash_next(table_.get(), node_, bucket_, &node_, &bucket_), 0);
-  EXPECT_EQ(events(), (Events{"lock", "unlock"}));
-  EXPECT_EQ(mu_hash_next(table_.get(), node_, bucket_, &node_, &bucket_), -1);
-  EXPECT_EQ(events(), (Events{"lock", "unlock"}));
+TEST_F(HashLock, IsFreeInTheBucketFunctionAndHeldInTheCompareFunction) {
+  g_table = table_;
+  table_->hash_fn = [](const mu_lst_node *) -> uint32_t {
+    g_trylock = try_table();
+    return 0;
+  };
+  table_->cmp_fn = [](const mu_lst_node *, const void *) {
+    g_trylock = try_table();
+    return 0;
+  };
+  g_trylock = -1;
+  EXPECT_EQ(mu_hash_add(table_, node(0)), 0);
+  EXPECT_EQ(g_trylock, 0);
+  EXPECT_EQ(mu_hash_find(table_, nullptr), node(0));
+  EXPECT_EQ(g_trylock, EBUSY);
+  EXPECT_EQ(mu_hash_del(table_, node(0)), 0);
+  EXPECT_EQ(g_trylock, 0);
 }
 
-TEST_F(HashLock, IsHeldForAllComparisons) {
-  EXPECT_EQ(mu_hash_find(table_.get(), &b_.key), &b_.node);
-  EXPECT_EQ(events(), (Events{"lock", "compare", "compare", "unlock"}));
-  EXPECT_EQ(mu_hash_find(table_.get(), &c_.key), nullptr);
-  EXPECT_EQ(events(), (Events{"lock", "compare", "compare", "unlock"}));
-}
-
-TEST_F(HashLock, IsHeldForGetFoundOrNot) {
-  EXPECT_EQ(mu_hash_get(table_.get()), &a_.node);
-  EXPECT_EQ(events(), (Events{"lock", "unlock"}));
-  EXPECT_EQ(mu_hash_get(table_.get()), &b_.node);
-  EXPECT_EQ(mu_hash_get(table_.get()), nullptr);
-  EXPECT_EQ(events(), (Events{"lock", "unlock", "lock", "unlock"}));
-  EXPECT_EQ(mu_hash_first(table_.get(), &node_, &bucket_), -1);
-  EXPECT_EQ(events(), (Events{"lock", "unlock"}));
+TEST_F(HashLock, LetsTheBucketFunctionCallTheTable) {
+  g_table = table_;
+  table_->hash_fn = [](const mu_lst_node *node) -> uint32_t {
+    if (try_table() != 0) return UINT32_MAX;  // rather than wait for ever
+    const int key = number_of(node);
+    return mu_hash_find(g_table, &key) != nullptr ? bucket_of(node) : mu_hash_count(g_table);
+  };
+  fill({0, 1, 2, 3});
+  EXPECT_EQ(walk(table_), (Numbers{0, 1, 2, 3}));
+  EXPECT_EQ(mu_hash_del(table_, node(1)), 0);
+  EXPECT_EQ(walk(table_), (Numbers{0, 2, 3}));
 }
 
 TEST_F(HashLock, IsNotTakenForTheCount) {
-  EXPECT_EQ(mu_hash_count(table_.get()), 2u);
-  EXPECT_EQ(events(), Events{});
+  fill({0});
+  EXPECT_EQ(events_of(table_, [this] { EXPECT_EQ(mu_hash_count(table_), 1u); }), "");
 }
 
-TEST_F(HashLock, IsFreeInTheBucketFunctionSoThatItMayUseTheTable) {
-  static mu_hash *table;
-  static uint32_t counted;
-  table = table_.get();
-  table_->hash_fn = [](const mu_lst_node *node) {
-    mu_lst_node *first = nullptr;
-    uint32_t bucket = 0;
-    EXPECT_EQ(mu_hash_first(table, &first, &bucket), 0);
-    counted = mu_hash_count(table);
-    return own_bucket(node);
+TEST_F(HashLock, IsNotTakenByRefusedCalls) {
+  elements_[0].bucket = kSize;
+  const auto refused = [this] {
+    EXPECT_EQ(mu_hash_add(table_, node(0)), -1);
+    EXPECT_EQ(mu_hash_del(table_, node(0)), -1);
+    EXPECT_EQ(mu_hash_add(table_, nullptr), -1);
+    EXPECT_EQ(mu_hash_del(table_, nullptr), -1);
   };
-  EXPECT_EQ(mu_hash_add(table_.get(), &c_.node), 0);
-  EXPECT_EQ(counted, 2u);
-  EXPECT_EQ(mu_hash_del(table_.get(), &c_.node), 0);
-  EXPECT_EQ(counted, 3u);
+  EXPECT_EQ(events_of(table_, refused), "hash hash ");
+}
+
+TEST_F(HashLock, IsATablesOwn) {
+  mu_hash *const other = mu_hash_create(1, bucket_of, compare);
+  EXPECT_NE(other->lock, table_->lock);
+  const auto use = [&] {
+    EXPECT_EQ(mu_hash_add(other, node(0)), 0);
+    EXPECT_EQ(mu_hash_get(other), node(0));
+  };
+  EXPECT_EQ(events_of(other, use), "lock unlock lock unlock ");
+  mu_hash_destroy(other);
+}
+
+TEST_F(HashLock, IsNamedHAndTheTablesAddressInTwentyZeroedBytes) {
+  std::vector<Name> names;
+  g_names = &names;
+  mu_hash *const tables[] = {mu_hash_create(1, bucket_of, compare), mu_hash_create(1, bucket_of, compare)};
+  g_names = nullptr;
+  ASSERT_EQ(names.size(), 2u);
+  for (size_t i = 0; i < 2; i++) {
+    std::ostringstream text;
+    text << "H0x" << std::hex << reinterpret_cast<uintptr_t>(tables[i]);
+    Name expected{};
+    text.str().copy(expected.data(), expected.size());
+    EXPECT_EQ(names[i], expected);
+    mu_hash_destroy(tables[i]);
+  }
+  EXPECT_NE(names[0], names[1]);
 }

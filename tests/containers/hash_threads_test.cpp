@@ -6,153 +6,142 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <cstdint>
-#include <memory>
+#include <cstdlib>
 #include <thread>
 #include <vector>
 
-#include "containers/hash_element.h"
-#include "tarn/containers.h"
+#include "containers/fixture.h"
 
 using namespace tarn_test;
 
 namespace {
 
-constexpr size_t kThreads = 4;
-constexpr size_t kEach = 400;  // elements of one thread
+constexpr int kThreads = 4;
+constexpr int kEach = 400;  // elements of one thread
+constexpr int kAll = kThreads * kEach;
 constexpr uint32_t kBuckets = 16;
 
-// The elements of a thread; their keys tell the thread and the order.
-std::vector<Element> elements_of(size_t thread) {
-  std::vector<Element> elements(kEach);
-  for (size_t i = 0; i < kEach; i++) {
-    elements[i].bucket = static_cast<uint32_t>(i * 7 + thread) % kBuckets;
-    elements[i].key = static_cast<int>(thread * kEach + i);
+// A table, and elements for it: the first kAll of the threads, one thread's after the other's, and kEach more.
+class HashThreads : public testing::Test {
+ protected:
+  HashThreads() {
+    for (int i = 0; i < kAll + kEach; i++) elements_[i] = {{}, static_cast<uint32_t>(i * 7 + i / kEach) % kBuckets, i};
   }
-  return elements;
-}
+  ~HashThreads() override { mu_hash_destroy(table_); }
 
-std::vector<std::vector<Element>> elements_of_all() {
-  std::vector<std::vector<Element>> all;
-  for (size_t thread = 0; thread < kThreads; thread++) all.push_back(elements_of(thread));
-  return all;
-}
+  mu_lst_node *node(int i) { return &elements_[i].links; }
 
-// Runs `body(thread)` in some threads, and `meanwhile()` here again and again until all of them have ended.
-template <typename Body, typename Meanwhile>
-void run_in_threads(const Body &body, const Meanwhile &meanwhile) {
-  std::atomic<size_t> ended{0};
-  std::vector<std::thread> threads;
-  for (size_t thread = 0; thread < kThreads; thread++) {
-    threads.emplace_back([&, thread] {
-      body(thread);
-      ended++;
-    });
+  // Runs `body(i)` for each element of each thread, in threads, and `meanwhile()` here again and again until all of
+  // them have ended. Threads that are stuck cannot be joined: they end the test program.
+  template <typename Body, typename Meanwhile>
+  static void run_in_threads(const Body &body, const Meanwhile &meanwhile) {
+    std::atomic<int> ended{0};
+    std::vector<std::thread> threads;
+    for (int thread = 0; thread < kThreads; thread++) {
+      threads.emplace_back([&, thread] {
+        for (int i = thread * kEach; i < (thread + 1) * kEach; i++) body(i);
+        ended++;
+      });
+    }
+    const auto limit = std::chrono::steady_clock::now() + std::chrono::seconds(60);
+    do {
+      meanwhile();
+      if (std::chrono::steady_clock::now() > limit) abort();
+      std::this_thread::yield();
+    } while (ended < kThreads);
+    for (std::thread &thread : threads) thread.join();
   }
-  do {
-    meanwhile();
-  } while (ended < kThreads);
-  for (std::thread &thread : threads) thread.join();
-}
 
-// Buckets in their order and, in a bucket, each thread's elements in the order of their adding.
-void expect_order(const std::vector<const Element *> &met) {
-  std::array<int, kThreads + 1> latest{};  // one more for elements that were there before
-  uint32_t bucket = 0;
-  for (const Element *element : met) {
-    ASSERT_GE(element->bucket, bucket);
-    if (element->bucket != bucket) latest.fill(-1);
-    bucket = element->bucket;
-    int &before = latest[static_cast<size_t>(element->key) / kEach];
-    ASSERT_GE(element->key, before);
-    before = element->key + 1;
+  // Walks. Buckets must come in their order and, in a bucket, each thread's elements in the order of their adding.
+  Numbers checked_walk() {
+    std::vector<uint32_t> buckets;
+    const Numbers met = walk(table_, &buckets);
+    EXPECT_TRUE(std::is_sorted(buckets.begin(), buckets.end()));
+    std::array<int, kThreads + 1> latest{};
+    uint32_t bucket = kBuckets;
+    for (size_t i = 0; i < met.size(); i++) {
+      if (buckets[i] != bucket) latest.fill(-1);
+      bucket = buckets[i];
+      EXPECT_EQ(elements_[met[i]].bucket, bucket);
+      int &before = latest[static_cast<size_t>(met[i] / kEach)];
+      EXPECT_LT(before, met[i]);
+      before = met[i];
+    }
+    return met;
   }
-}
+
+  mu_hash *const table_ = mu_hash_create(kBuckets, bucket_of, compare);
+  Element elements_[kAll + kEach];
+};
 
 }  // namespace
 
-TEST(HashThreads, AWalkMeetsAllThatWasThereOnceAndInOrderWhileOthersAdd) {
-  const OwnedHash table = table_of(kBuckets);
-  std::vector<Element> there = elements_of(kThreads);
-  for (Element &element : there) mu_hash_add(table.get(), &element.node);
-  std::vector<std::vector<Element>> added = elements_of_all();
-  const auto is_there = [&](const Element *element) { return element->key >= static_cast<int>(kThreads * kEach); };
-  run_in_threads(
-      [&](size_t thread) {
-        for (Element &element : added[thread]) ASSERT_EQ(mu_hash_add(table.get(), &element.node), 0);
-      },
-      [&] {
-        const std::vector<const Element *> met = walk(table);
-        expect_order(met);
-        EXPECT_EQ(std::count_if(met.begin(), met.end(), is_there), std::ptrdiff_t{kEach});
-      });
-  const std::vector<const Element *> all = walk(table);
-  EXPECT_EQ(all.size(), (kThreads + 1) * kEach);
-  EXPECT_EQ(mu_hash_count(table.get()), (kThreads + 1) * kEach);
-  expect_order(all);
+TEST_F(HashThreads, LoseNoAddAndAWalkMeetsAllThatWasThereOnceAndInOrder) {
+  for (int i = kAll; i < kAll + kEach; i++) ASSERT_EQ(mu_hash_add(table_, node(i)), 0);
+  run_in_threads([this](int i) { EXPECT_EQ(mu_hash_add(table_, node(i)), 0); },
+                 [this] {
+                   Numbers met = checked_walk();
+                   std::sort(met.begin(), met.end());
+                   EXPECT_EQ(std::adjacent_find(met.begin(), met.end()), met.end()) << "met twice";
+                   EXPECT_EQ(met.end() - std::lower_bound(met.begin(), met.end(), kAll), kEach);
+                 });
+  Numbers all = checked_walk();
+  std::sort(all.begin(), all.end());
+  EXPECT_EQ(all, numbers_up_to(kAll + kEach));
+  EXPECT_EQ(mu_hash_count(table_), size_t{kAll + kEach});
 }
 
-TEST(HashThreads, EachElementIsTakenByOneThreadAlone) {
-  const OwnedHash table = table_of(kBuckets);
-  std::vector<std::vector<Element>> added = elements_of_all();
-  std::array<std::vector<int>, kThreads> taken;
-  std::atomic<size_t> left{kThreads * kEach};
+TEST_F(HashThreads, TakeEachElementOnce) {
+  std::atomic<int> taken[kAll] = {};
+  std::atomic<int> left{kAll};
+  const auto take = [&] {
+    const mu_lst_node *const got = mu_hash_get(table_);
+    if (got == nullptr) return false;
+    taken[number_of(got)]++;
+    left--;
+    return true;
+  };
   run_in_threads(
-      [&](size_t thread) {
-        for (Element &element : added[thread]) {
-          ASSERT_EQ(mu_hash_add(table.get(), &element.node), 0);
-          if (element.key % 3 == 0) continue;  // the table fills
-          const mu_lst_node *node = mu_hash_get(table.get());
-          if (node == nullptr) continue;
-          taken[thread].push_back(element_of(node).key);
-          left--;
+      [&](int i) {
+        EXPECT_EQ(mu_hash_add(table_, node(i)), 0);
+        if (i % 3 != 0) take();  // the table fills
+      },
+      [] {});
+  EXPECT_EQ(mu_hash_count(table_), static_cast<uint32_t>(left));
+  run_in_threads([&](int) { take(); }, [] {});
+  EXPECT_FALSE(take());
+  for (const std::atomic<int> &times : taken) EXPECT_EQ(times.load(), 1);
+  EXPECT_EQ(mu_hash_count(table_), 0u);
+}
+
+TEST_F(HashThreads, FindAndDeleteTheirOwn) {
+  run_in_threads(
+      [this](int i) {
+        EXPECT_EQ(mu_hash_add(table_, node(i)), 0);
+        EXPECT_EQ(mu_hash_find(table_, &elements_[i].number), node(i));
+        if (i % 2 == 1) {
+          EXPECT_EQ(mu_hash_del(table_, node(i)), 0);
         }
       },
       [] {});
-  EXPECT_EQ(mu_hash_count(table.get()), left);
-  std::vector<int> keys;
-  for (const std::vector<int> &some : taken) keys.insert(keys.end(), some.begin(), some.end());
-  for (const mu_lst_node *node = mu_hash_get(table.get()); node != nullptr; node = mu_hash_get(table.get())) {
-    keys.push_back(element_of(node).key);
-  }
-  std::sort(keys.begin(), keys.end());
-  ASSERT_EQ(keys.size(), kThreads * kEach);
-  for (size_t i = 0; i < keys.size(); i++) ASSERT_EQ(keys[i], static_cast<int>(i));
+  Numbers met = checked_walk();
+  std::sort(met.begin(), met.end());
+  Numbers even;
+  for (int i = 0; i < kAll; i += 2) even.push_back(i);
+  EXPECT_EQ(met, even);
+  EXPECT_EQ(mu_hash_count(table_), even.size());
 }
 
-TEST(HashThreads, DeletesLeaveTheElementsOfOthers) {
-  const OwnedHash table = table_of(kBuckets);
-  std::vector<std::vector<Element>> added = elements_of_all();
-  run_in_threads(
-      [&](size_t thread) {
-        for (Element &element : added[thread]) {
-          ASSERT_EQ(mu_hash_add(table.get(), &element.node), 0);
-          ASSERT_EQ(mu_hash_find(table.get(), &element.key), &element.node);
-          if (element.key % 2 != 0) {
-            ASSERT_EQ(mu_hash_del(table.get(), &element.node), 0);
-          }
-        }
-      },
-      [] {});
-  const std::vector<const Element *> left = walk(table);
-  EXPECT_EQ(left.size(), kThreads * kEach / 2);
-  EXPECT_EQ(mu_hash_count(table.get()), kThreads * kEach / 2);
-  EXPECT_TRUE(std::all_of(left.begin(), left.end(), [](const Element *element) { return element->key % 2 == 0; }));
-  expect_order(left);
-}
-
-TEST(HashThreads, TheCountNeverFallsWhileOthersAdd) {
-  const OwnedHash table = table_of(kBuckets);
-  std::vector<std::vector<Element>> added = elements_of_all();
-  uint32_t latest = 0;
-  run_in_threads(
-      [&](size_t thread) {
-        for (Element &element : added[thread]) ASSERT_EQ(mu_hash_add(table.get(), &element.node), 0);
-      },
-      [&] {
-        const uint32_t count = mu_hash_count(table.get());
-        EXPECT_GE(count, latest);
-        latest = count;
-      });
-  EXPECT_EQ(mu_hash_count(table.get()), kThreads * kEach);
+TEST_F(HashThreads, ReadACountThatNeverFallsWhileOthersAdd) {
+  uint32_t before = 0;
+  run_in_threads([this](int i) { EXPECT_EQ(mu_hash_add(table_, node(i)), 0); },
+                 [this, &before] {
+                   const uint32_t now = mu_hash_count(table_);
+                   EXPECT_GE(now, before);
+                   EXPECT_LE(now, size_t{kAll});
+                   before = now;
+                 });
+  EXPECT_EQ(mu_hash_count(table_), size_t{kAll});
 }
