@@ -28,15 +28,17 @@ class MarkedMemory {
                                   }};
 };
 
-// Notes the size of each block that the library asks for. Larger ones than a page are refused.
+// Notes the size of each block that the library asks for. Those above a mebibyte are refused.
 class NotedSizes {
+  static constexpr size_t kLargestBlock = 1 << 20;
+
  public:
   std::vector<size_t> sizes;
 
  private:
   Replace<void *(size_t)> malloc_{libc::malloc, [this](size_t size) {
                                     sizes.push_back(size);
-                                    return size <= 4096 ? libc::malloc.real(size) : nullptr;
+                                    return size <= kLargestBlock ? libc::malloc.real(size) : nullptr;
                                   }};
 };
 

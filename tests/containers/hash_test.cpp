@@ -60,7 +60,7 @@ TEST_F(HashCreate, HasItsFieldsAtTheirPlaces) {
 }
 
 TEST_F(HashCreate, AsksForOneBlockOf40BytesAnd24ABucketBeforeTheMutex) {
-  for (const uint32_t size : {1u, 2u, 7u, 100u}) {
+  for (const uint32_t size : {1u, 2u, 7u, 1000u}) {
     SCOPED_TRACE(size);
     const HeapWatch heap;
     const NotedSizes noted;
