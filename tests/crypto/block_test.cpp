@@ -1,12 +1,18 @@
 // The block cipher against FIPS 197: its examples, its tables, and every step of it.
 
 #include <algorithm>
-#include <cstring>
+#include <type_traits>
 
 #include "crypto/reference.h"
-#include "tarn/crypto.h"
 
 using namespace crypto_test;
+
+static_assert(AES128_KEY_BYTES == 16 && AES128_BLOCK_BYTES == 16 && AES128_ROUND_KEYS_BYTES == 176);
+static_assert(std::is_same_v<decltype(aes_key_schedule_128), void(const uint8_t *, uint8_t *)>);
+static_assert(std::is_same_v<decltype(aes_encrypt_128), void(const uint8_t *, const uint8_t *, uint8_t *)>);
+static_assert(std::is_same_v<decltype(aes_decrypt_128), void(const uint8_t *, const uint8_t *, uint8_t *)>);
+static_assert(std::is_same_v<decltype(aes128_ecb_encrypt), mu_status_t(const uint8_t *, const uint8_t *, uint8_t *)>);
+static_assert(std::is_same_v<decltype(aes128_ecb_decrypt), mu_status_t(const uint8_t *, const uint8_t *, uint8_t *)>);
 
 namespace {
 
@@ -18,40 +24,60 @@ ON_EACH_PATH(AesKeySchedule);
 ON_EACH_PATH(AesTables);
 
 Bytes schedule(const Bytes &key) {
-  Bytes round_keys(AES128_ROUND_KEYS_BYTES, 0xA5);
+  Bytes round_keys(kRoundKeys, kMark);
   aes_key_schedule_128(key.data(), round_keys.data());
   return round_keys;
 }
 
-Bytes encrypt(const Bytes &round_keys, const Bytes &in) {
-  Bytes out(16, 0xA5);
-  aes_encrypt_128(round_keys.data(), in.data(), out.data());
+using Cipher = void (*)(const uint8_t *, const uint8_t *, uint8_t *);
+using Ecb = mu_status_t (*)(const uint8_t *, const uint8_t *, uint8_t *);
+
+Bytes run(Cipher cipher, const Bytes &round_keys, const Bytes &in) {
+  Bytes out(kBlock, kMark);
+  cipher(round_keys.data(), in.data(), out.data());
   return out;
 }
 
-Bytes decrypt(const Bytes &round_keys, const Bytes &in) {
-  Bytes out(16, 0xA5);
-  aes_decrypt_128(round_keys.data(), in.data(), out.data());
+Bytes run_ecb(Ecb ecb, const Bytes &key, const Bytes &in) {
+  Bytes out(kBlock, kMark);
+  EXPECT_EQ(ecb(key.data(), in.data(), out.data()), 0);
   return out;
 }
 
-struct Example {
-  const char *source, *key, *plain, *cipher;
+Bytes encrypt(const Bytes &round_keys, const Bytes &in) { return run(aes_encrypt_128, round_keys, in); }
+Bytes decrypt(const Bytes &round_keys, const Bytes &in) { return run(aes_decrypt_128, round_keys, in); }
+
+// Both directions, each with its reference.
+struct Direction {
+  const char *name;
+  Cipher cipher;
+  Ecb ecb;
+  Bytes (*reference)(const Bytes &round_keys, const Bytes &in);
 };
-constexpr Example kExamples[] = {
-    {"FIPS 197, appendix B", "2b7e151628aed2a6abf7158809cf4f3c", "3243f6a8885a308d313198a2e0370734",
-     "3925841d02dc09fbdc118597196a0b32"},
-    {"FIPS 197, appendix C.1", "000102030405060708090a0b0c0d0e0f", "00112233445566778899aabbccddeeff",
-     "69c4e0d86a7b0430d8cdb78070b4c55a"},
-    {"SP 800-38A, F.1.1, block 1", "2b7e151628aed2a6abf7158809cf4f3c", "6bc1bee22e409f96e93d7e117393172a",
-     "3ad77bb40d7a3660a89ecaf32466ef97"},
-    {"SP 800-38A, F.1.1, block 2", "2b7e151628aed2a6abf7158809cf4f3c", "ae2d8a571e03ac9c9eb76fac45af8e51",
-     "f5d3d58503b9699de785895a96fdbaaf"},
-    {"SP 800-38A, F.1.1, block 3", "2b7e151628aed2a6abf7158809cf4f3c", "30c81c46a35ce411e5fbc1191a0a52ef",
-     "43b1cd7f598ece23881b00e3ed030688"},
-    {"SP 800-38A, F.1.1, block 4", "2b7e151628aed2a6abf7158809cf4f3c", "f69f2445df4f9b17ad2b417be66c3710",
-     "7b0c785e27e8ad3f8223207104725dd4"},
-};
+constexpr Direction kDirections[] = {{"encrypt", aes_encrypt_128, aes128_ecb_encrypt, reference::encrypt},
+                                     {"decrypt", aes_decrypt_128, aes128_ecb_decrypt, reference::decrypt}};
+
+// The key schedule, the cipher and the ECB functions for one key and one block.
+void expect_reference(const Bytes &key, const Bytes &block) {
+  const Bytes w = reference::expand_key(key);
+  ASSERT_EQ(schedule(key), w);
+  for (const Direction &direction : kDirections) {
+    SCOPED_TRACE(direction.name);
+    const Bytes expected = direction.reference(w, block);
+    ASSERT_EQ(run(direction.cipher, w, block), expected);
+    ASSERT_EQ(run_ecb(direction.ecb, key, block), expected);
+  }
+}
+
+// FIPS 197, appendix A.1: w0 to w43.
+constexpr char kExampleKey[] = "2b7e151628aed2a6abf7158809cf4f3c";
+constexpr char kExampleRoundKeys[] =
+    "2b7e1516 28aed2a6 abf71588 09cf4f3c a0fafe17 88542cb1 23a33939 2a6c7605 "
+    "f2c295f2 7a96b943 5935807a 7359f67f 3d80477d 4716fe3e 1e237e44 6d7a883b "
+    "ef44a541 a8525b7f b671253b db0bad00 d4d1c6f8 7c839d87 caf2b8bc 11f915bc "
+    "6d88a37a 110b3efd dbf98641 ca0093fd 4e54f70e 5f5fc9f3 84a64fb2 4ea6dc4f "
+    "ead27321 b58dbad2 312bf560 7f8d292f ac7766f3 19fadc21 28d12941 575c006e "
+    "d014f9a8 c9ee2589 e13f0cc8 b6630ca6";
 
 // FIPS 197, figure 7.
 constexpr uint8_t kFigure7[256] = {
@@ -75,12 +101,17 @@ constexpr uint8_t kFigure7[256] = {
 
 }  // namespace
 
-TEST(AesReference, HasTheTableOfTheStandard) {
+// ---- The reference itself -------------------------------------------------------------------------------------------
+
+TEST(AesReference, HasTheTablesOfTheStandard) {
   EXPECT_TRUE(std::equal(std::begin(kFigure7), std::end(kFigure7), reference::boxes().forward.begin()));
+  EXPECT_EQ(reference::multiply(0x57, 0x83), 0xc1);  // section 4.2
+  EXPECT_EQ(reference::multiply(0x57, 0x13), 0xfe);  // section 4.2.1
 }
 
-TEST(AesReference, HasTheExamplesOfTheStandard) {
-  for (const Example &example : kExamples) {
+TEST(AesReference, HasTheExamplesOfTheStandards) {
+  EXPECT_EQ(reference::expand_key(from_hex(kExampleKey)), from_hex(kExampleRoundKeys));
+  for (const BlockExample &example : kBlockExamples) {
     SCOPED_TRACE(example.source);
     const Bytes w = reference::expand_key(from_hex(example.key));
     EXPECT_EQ(reference::encrypt(w, from_hex(example.plain)), from_hex(example.cipher));
@@ -88,48 +119,54 @@ TEST(AesReference, HasTheExamplesOfTheStandard) {
   }
 }
 
-TEST_P(AesBlock, EnciphersTheExamplesOfTheStandards) {
-  for (const Example &example : kExamples) {
+// ---- Blocks ---------------------------------------------------------------------------------------------------------
+
+TEST_P(AesBlock, HasTheExamplesOfTheStandardsInBothDirections) {
+  for (const BlockExample &example : kBlockExamples) {
     SCOPED_TRACE(example.source);
-    Bytes out(16);
-    EXPECT_EQ(aes128_ecb_encrypt(from_hex(example.key).data(), from_hex(example.plain).data(), out.data()), 0);
-    EXPECT_EQ(out, from_hex(example.cipher));
-    EXPECT_EQ(encrypt(schedule(from_hex(example.key)), from_hex(example.plain)), from_hex(example.cipher));
+    const Bytes key = from_hex(example.key);
+    EXPECT_EQ(encrypt(schedule(key), from_hex(example.plain)), from_hex(example.cipher));
+    EXPECT_EQ(decrypt(schedule(key), from_hex(example.cipher)), from_hex(example.plain));
+    EXPECT_EQ(run_ecb(aes128_ecb_encrypt, key, from_hex(example.plain)), from_hex(example.cipher));
+    EXPECT_EQ(run_ecb(aes128_ecb_decrypt, key, from_hex(example.cipher)), from_hex(example.plain));
   }
 }
 
-TEST_P(AesBlock, DeciphersTheExamplesOfTheStandards) {
-  for (const Example &example : kExamples) {
-    SCOPED_TRACE(example.source);
-    Bytes out(16);
-    EXPECT_EQ(aes128_ecb_decrypt(from_hex(example.key).data(), from_hex(example.cipher).data(), out.data()), 0);
-    EXPECT_EQ(out, from_hex(example.plain));
-    EXPECT_EQ(decrypt(schedule(from_hex(example.key)), from_hex(example.cipher)), from_hex(example.plain));
-  }
-}
-
-TEST_P(AesBlock, AgreesWithTheReferenceForRandomKeysAndBlocks) {
+TEST_P(AesBlock, AgreesWithTheReferenceForEveryKindOfKeyAndOfBlock) {
   Random random(1);
-  for (int i = 0; i < 200; i++) {
-    SCOPED_TRACE(i);
-    const Bytes key = random.bytes(16);
-    const Bytes block = random.bytes(16);
-    const Bytes w = reference::expand_key(key);
-    ASSERT_EQ(schedule(key), w);
-    ASSERT_EQ(encrypt(w, block), reference::encrypt(w, block));
-    ASSERT_EQ(decrypt(w, block), reference::decrypt(w, block));
+  for (const Bytes &one : blocks_of_every_kind(2)) {
+    const Bytes other = random.bytes(kBlock);
+    expect_reference(one, other);
+    expect_reference(other, one);
+    if (HasFatalFailure()) return;
   }
 }
 
 // Round keys are taken as they come: no key needs to lie behind them.
 TEST_P(AesBlock, AgreesWithTheReferenceForRoundKeysOfNoKey) {
   Random random(2);
-  for (int i = 0; i < 200; i++) {
-    SCOPED_TRACE(i);
-    const Bytes round_keys = random.bytes(AES128_ROUND_KEYS_BYTES);
-    const Bytes block = random.bytes(16);
+  std::vector<Bytes> all = {Bytes(kRoundKeys, 0x00), Bytes(kRoundKeys, 0xff)};
+  for (int i = 0; i < 200; i++) all.push_back(random.bytes(kRoundKeys));
+  for (size_t round = 0; round < 11; round++) {  // one that stands out
+    Bytes one(kRoundKeys);
+    for (size_t i = 0; i < kBlock; i++) one[kBlock * round + i] = static_cast<uint8_t>(0x91 + i);
+    all.push_back(one);
+  }
+  for (const Bytes &round_keys : all) {
+    const Bytes block = random.bytes(kBlock);
     ASSERT_EQ(encrypt(round_keys, block), reference::encrypt(round_keys, block));
     ASSERT_EQ(decrypt(round_keys, block), reference::decrypt(round_keys, block));
+  }
+}
+
+// Every value of a byte in every place, through all of the S-box and its inverse.
+TEST_P(AesBlock, AgreesWithTheReferenceForEveryByteInEveryPlace) {
+  const Bytes round_keys(kRoundKeys);  // zeros: a byte meets the S-box as it is
+  for (unsigned value = 0; value < 256; value++) {
+    Bytes block(kBlock);
+    for (size_t i = 0; i < kBlock; i++) block[i] = static_cast<uint8_t>(value + 17 * i);
+    ASSERT_EQ(encrypt(round_keys, block), reference::encrypt(round_keys, block)) << value;
+    ASSERT_EQ(decrypt(round_keys, block), reference::decrypt(round_keys, block)) << value;
   }
 }
 
@@ -137,86 +174,58 @@ TEST_P(AesBlock, DecryptUndoesEncryptAndTheOtherWayRound) {
   Random random(3);
   for (int i = 0; i < 5000; i++) {
     SCOPED_TRACE(i);
-    const Bytes round_keys = i % 2 == 0 ? schedule(random.bytes(16)) : random.bytes(AES128_ROUND_KEYS_BYTES);
-    const Bytes block = random.bytes(16);
+    const Bytes round_keys = i % 2 == 0 ? schedule(random.bytes(kBlock)) : random.bytes(kRoundKeys);
+    const Bytes block = random.bytes(kBlock);
     ASSERT_EQ(decrypt(round_keys, encrypt(round_keys, block)), block);
     ASSERT_EQ(encrypt(round_keys, decrypt(round_keys, block)), block);
   }
 }
 
-TEST_P(AesBlock, MayBeWorkedOnInPlace) {
-  for (const Example &example : kExamples) {
-    SCOPED_TRACE(example.source);
-    const Bytes round_keys = schedule(from_hex(example.key));
-    Bytes block = from_hex(example.plain);
-    aes_encrypt_128(round_keys.data(), block.data(), block.data());
-    EXPECT_EQ(block, from_hex(example.cipher));
-    aes_decrypt_128(round_keys.data(), block.data(), block.data());
-    EXPECT_EQ(block, from_hex(example.plain));
-    EXPECT_EQ(aes128_ecb_encrypt(from_hex(example.key).data(), block.data(), block.data()), 0);
-    EXPECT_EQ(block, from_hex(example.cipher));
-    EXPECT_EQ(aes128_ecb_decrypt(from_hex(example.key).data(), block.data(), block.data()), 0);
-    EXPECT_EQ(block, from_hex(example.plain));
+TEST_P(AesBlock, MayBeWrittenOverItsInputItsKeyOrBoth) {
+  Random random(4);
+  for (int i = 0; i < 50; i++) {
+    const Bytes key = random.bytes(kBlock);
+    const Bytes in = random.bytes(kBlock);
+    const Bytes w = reference::expand_key(key);
+    const Bytes round_keys_of_no_key = random.bytes(kRoundKeys);
+    for (const Direction &direction : kDirections) {
+      SCOPED_TRACE(direction.name);
+      for (const Bytes &round_keys : {w, round_keys_of_no_key}) {
+        Bytes block = in;
+        direction.cipher(round_keys.data(), block.data(), block.data());
+        ASSERT_EQ(block, direction.reference(round_keys, in));
+      }
+      const Bytes expected = direction.reference(w, in);
+      Bytes block = in;
+      EXPECT_EQ(direction.ecb(key.data(), block.data(), block.data()), 0);
+      ASSERT_EQ(block, expected);
+      block = key;
+      EXPECT_EQ(direction.ecb(block.data(), in.data(), block.data()), 0);
+      ASSERT_EQ(block, expected);
+      block = key;
+      EXPECT_EQ(direction.ecb(block.data(), block.data(), block.data()), 0);
+      ASSERT_EQ(block, direction.reference(w, key));
+    }
   }
 }
 
-TEST_P(AesBlock, MayReplaceTheKey) {
-  for (const Example &example : kExamples) {
-    SCOPED_TRACE(example.source);
-    Bytes key = from_hex(example.key);
-    EXPECT_EQ(aes128_ecb_encrypt(key.data(), from_hex(example.plain).data(), key.data()), 0);
-    EXPECT_EQ(key, from_hex(example.cipher));
-    key = from_hex(example.key);
-    EXPECT_EQ(aes128_ecb_decrypt(key.data(), from_hex(example.cipher).data(), key.data()), 0);
-    EXPECT_EQ(key, from_hex(example.plain));
+// Neither the key of the last call nor the address at which it stood.
+TEST_P(AesBlock, KeepsNoKeyFromOneCallToTheNext) {
+  Random random(5);
+  const Bytes keys[] = {random.bytes(kBlock), random.bytes(kBlock)};
+  const Bytes in = random.bytes(kBlock);
+  Bytes key(kBlock);
+  for (size_t i = 0; i < 8; i++) {
+    key = keys[i / 2 % 2];
+    const Direction &direction = kDirections[i % 2];
+    EXPECT_EQ(run_ecb(direction.ecb, key, in), direction.reference(reference::expand_key(key), in)) << i;
   }
 }
 
-// All buffers at every offset from a multiple of 16, with bytes around the outputs that must stay.
-TEST_P(AesBlock, TakesBuffersOfAnyAlignmentAndWritesNothingBesideThem) {
-  const Example &example = kExamples[1];
-  const Bytes key = from_hex(example.key);
-  const Bytes plain = from_hex(example.plain);
-  const Bytes cipher = from_hex(example.cipher);
-  const Bytes w = reference::expand_key(key);
-  for (size_t offset = 0; offset < 16; offset++) {
-    SCOPED_TRACE(offset);
-    struct alignas(16) Buffers {
-      uint8_t key[32], in[32], out[48], round_keys[208];
-    } buffers;
-    memset(&buffers, 0xA5, sizeof buffers);
-    uint8_t *const out = buffers.out + offset;
-    uint8_t *const round_keys = buffers.round_keys + offset;
-    memcpy(buffers.key + offset, key.data(), 16);
-    memcpy(buffers.in + offset, plain.data(), 16);
-    aes_key_schedule_128(buffers.key + offset, round_keys);
-    EXPECT_EQ(Bytes(round_keys, round_keys + 176), w);
-    EXPECT_EQ(Bytes(round_keys + 176, std::end(buffers.round_keys)), Bytes(32 - offset, 0xA5));
-    aes_encrypt_128(round_keys, buffers.in + offset, out);
-    EXPECT_EQ(Bytes(out, out + 16), cipher);
-    EXPECT_EQ(Bytes(out + 16, std::end(buffers.out)), Bytes(32 - offset, 0xA5));
-    memcpy(buffers.in + offset, cipher.data(), 16);
-    aes_decrypt_128(round_keys, buffers.in + offset, out);
-    EXPECT_EQ(Bytes(out, out + 16), plain);
-    EXPECT_EQ(Bytes(out + 16, std::end(buffers.out)), Bytes(32 - offset, 0xA5));
-    EXPECT_EQ(Bytes(std::begin(buffers.out), out), Bytes(offset, 0xA5));
-    EXPECT_EQ(Bytes(std::begin(buffers.round_keys), round_keys), Bytes(offset, 0xA5));
-  }
-}
+// ---- Key schedule ---------------------------------------------------------------------------------------------------
 
-// FIPS 197, appendix A.1.
 TEST_P(AesKeySchedule, ExpandsTheExampleOfTheStandard) {
-  EXPECT_EQ(schedule(from_hex("2b7e151628aed2a6abf7158809cf4f3c")), from_hex("2b7e151628aed2a6abf7158809cf4f3c"
-                                                                             "a0fafe1788542cb123a339392a6c7605"
-                                                                             "f2c295f27a96b9435935807a7359f67f"
-                                                                             "3d80477d4716fe3e1e237e446d7a883b"
-                                                                             "ef44a541a8525b7fb671253bdb0bad00"
-                                                                             "d4d1c6f87c839d87caf2b8bc11f915bc"
-                                                                             "6d88a37a110b3efddbf98641ca0093fd"
-                                                                             "4e54f70e5f5fc9f384a64fb24ea6dc4f"
-                                                                             "ead27321b58dbad2312bf5607f8d292f"
-                                                                             "ac7766f319fadc2128d12941575c006e"
-                                                                             "d014f9a8c9ee2589e13f0cc8b6630ca6"));
+  EXPECT_EQ(schedule(from_hex(kExampleKey)), from_hex(kExampleRoundKeys));
 }
 
 // What the first word of each round key holds beyond SubWord(RotWord()) and the word before.
@@ -233,12 +242,14 @@ TEST_P(AesKeySchedule, HasTheRoundConstantsOfTheStandard) {
   }
 }
 
+// ---- Tables ---------------------------------------------------------------------------------------------------------
+
 // The first word of round key 1 shows what the table holds for the last word of the key.
 TEST_P(AesTables, HoldFigure7InTheKeySchedule) {
   for (unsigned a = 0; a < 256; a++) {
     SCOPED_TRACE(a);
     const auto at = [a](unsigned step) { return static_cast<uint8_t>(a + step); };
-    Bytes key(16);
+    Bytes key(kBlock);
     for (size_t i = 0; i < 4; i++) key[12 + i] = at(static_cast<unsigned>(i));
     const Bytes w = schedule(key);
     EXPECT_EQ(w[16], kFigure7[at(1)] ^ 0x01);
@@ -251,7 +262,7 @@ TEST_P(AesTables, HoldFigure7InTheKeySchedule) {
 // With round keys of zeros a block of equal bytes stays one, for the rows of the matrices of MixColumns add up to 1:
 // ten substitutions are left.
 TEST_P(AesTables, HoldFigure7InTheCipherAndItsInverseInTheInverse) {
-  const Bytes no_keys(AES128_ROUND_KEYS_BYTES);
+  const Bytes no_keys(kRoundKeys);
   for (unsigned a = 0; a < 256; a++) {
     SCOPED_TRACE(a);
     auto substituted = static_cast<uint8_t>(a);

@@ -6,7 +6,6 @@
 // published ones. Monte Carlo: the rule of section 6.4.1.
 
 #include "crypto/reference.h"
-#include "tarn/crypto.h"
 
 using namespace crypto_test;
 
@@ -138,7 +137,7 @@ TEST_P(AesMonteCarlo, IsUndoneByDecryption) {
   for (int count = 0; count < 10; count++) {
     keys.push_back(key);
     block = chain_1000(aes_encrypt_128, key, block);
-    key = reference::exclusive_or(key, block);
+    key = exclusive_or(key, block);
   }
   for (; !keys.empty(); keys.pop_back()) block = chain_1000(aes_decrypt_128, keys.back(), block);
   EXPECT_EQ(block, first);

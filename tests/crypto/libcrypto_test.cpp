@@ -1,8 +1,6 @@
 // Comparisons with libcrypto, where its headers are: natively.
 
-#include <gtest/gtest.h>
-
-#include "crypto/reference.h"
+#include "crypto/fixture.h"
 
 using namespace crypto_test;
 
@@ -20,8 +18,6 @@ ON_EACH_PATH(CmacLibcrypto);
 #include <openssl/core_names.h>
 #include <openssl/evp.h>
 #include <openssl/params.h>
-
-#include "tarn/crypto.h"
 
 namespace {
 

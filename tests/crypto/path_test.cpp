@@ -6,11 +6,9 @@
 
 #include <atomic>
 #include <cstring>
-#include <thread>
 
-#include "crypto/reference.h"
+#include "crypto/fixture.h"
 #include "support/library.h"
-#include "tarn/crypto.h"
 
 using namespace crypto_test;
 
@@ -77,12 +75,12 @@ Bytes results() {
   return results;
 }
 
-// The same of a process whose environment orders the portable path.
+// The same of a process that takes the portable path.
 Bytes portable_results(size_t size) {
   void *const shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   const pid_t child = fork();
   if (child == 0) {
-    setenv("TARN_AES", "portable", 1);
+    order_portable_path();
     const Bytes bytes = results();
     if (bytes.size() == size) memcpy(shared, bytes.data(), size);
     _exit(bytes.size() == size ? 0 : 1);
@@ -117,26 +115,9 @@ TEST(AesPath, IsNotAskedForByWhatDoesNotEncipher) {
 // The two results of this process and of its child come from different paths, where the processor has one of its own.
 TEST(AesPath, GivesTheSameResultsAsTheOther) {
   constexpr size_t kSize = size_t{1000} * (176 + 9 * 16);
-  unsetenv("TARN_AES");
+  order_processors_path();
   const Bytes portable = portable_results(kSize);  // before this process has chosen
   const Bytes own = results();
   ASSERT_EQ(own.size(), kSize);
   EXPECT_EQ(own, portable);
-}
-
-TEST(AesPath, MayBeChosenByManyThreadsAtOnce) {
-  const Bytes cipher = from_hex("69c4e0d86a7b0430d8cdb78070b4c55a");  // FIPS 197, appendix C.1
-  std::atomic<int> right = 0;
-  std::vector<std::thread> threads;
-  threads.reserve(8);
-  for (int i = 0; i < 8; i++) {
-    threads.emplace_back([&] {
-      Bytes out(16);
-      aes128_ecb_encrypt(from_hex("000102030405060708090a0b0c0d0e0f").data(),
-                         from_hex("00112233445566778899aabbccddeeff").data(), out.data());
-      if (out == cipher) right++;
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-  EXPECT_EQ(right, 8);
 }

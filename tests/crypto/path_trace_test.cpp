@@ -1,22 +1,15 @@
 // What the library executes, instruction by instruction: which path it takes, and that the way does not depend on key
-// or data. The processor traps after each instruction while its trace flag is set. On x86-64 alone, and without
-// sanitizers, which have checks of their own between the instructions.
+// or data.
 
 #include <gtest/gtest.h>
 
-#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#include "crypto/single_step.h"
 
-#include <x86intrin.h>
+#if defined(TARN_CAN_STEP)
 
-#include <bit>
-#include <csignal>
-#include <cstring>
-#include <functional>
 #include <span>
 
-#include "crypto/reference.h"
-#include "support/library.h"
-#include "tarn/crypto.h"
+#include "crypto/fixture.h"
 
 using namespace crypto_test;
 
@@ -26,8 +19,6 @@ struct Trace {
   uint64_t instructions;      // of the library
   uint64_t aes_instructions;  // AESENC, AESENCLAST, AESDEC, AESDECLAST, AESIMC
   uint64_t way;               // a hash of their addresses in turn
-
-  bool operator==(const Trace &) const = default;
 };
 
 Trace g_trace;
@@ -39,29 +30,10 @@ bool is_aes(const uint8_t *code) {
   return code[0] == 0x0F && code[1] == 0x38 && code[2] >= 0xDB && code[2] <= 0xDF;
 }
 
-void note_step(int, siginfo_t *, void *context) {
-  const auto address = static_cast<uint64_t>(static_cast<ucontext_t *>(context)->uc_mcontext.gregs[REG_RIP]);
-  const auto *code = std::bit_cast<const uint8_t *>(address);
-  if (!tarn_test::is_in_library(code)) return;
+void note_step(const uint8_t *code, greg_t *) {
   g_trace.instructions++;
   if (is_aes(code)) g_trace.aes_instructions++;
-  g_trace.way = (g_trace.way ^ address) * 0x100000001B3;
-}
-
-constexpr unsigned long long kTraceFlag = 0x100;
-
-Trace trace(const std::function<void()> &call) {
-  struct sigaction step = {};
-  step.sa_sigaction = note_step;
-  step.sa_flags = SA_SIGINFO;
-  struct sigaction before = {};
-  sigaction(SIGTRAP, &step, &before);
-  g_trace = {};
-  __writeeflags(__readeflags() | kTraceFlag);
-  call();
-  __writeeflags(__readeflags() & ~kTraceFlag);
-  sigaction(SIGTRAP, &before, nullptr);
-  return g_trace;
+  g_trace.way = (g_trace.way ^ std::bit_cast<uint64_t>(code)) * 0x100000001B3;
 }
 
 // Each function with a key and bytes of the caller's choice.
@@ -123,48 +95,26 @@ constexpr Function kFunctions[] = {
      50},
 };
 
-bool has_instructions() { return __builtin_cpu_supports("aes") != 0 && __builtin_cpu_supports("ssse3") != 0; }
+Trace trace(const Function &function, const Bytes &key, const Bytes &bytes) {
+  g_trace = {};
+  run_in_steps(note_step, [&] { function.call(key.data(), bytes.data()); });
+  return g_trace;
+}
 
 // The path is chosen before anything is traced.
 void choose_path() {
-  const Bytes zeros(16);
-  kFunctions[3].call(zeros.data(), zeros.data());
+  uint8_t block[kBlock] = {};
+  aes128_ecb_encrypt(block, block, block);
 }
 
-Trace trace(const Function &function, const Bytes &key, const Bytes &bytes) {
-  return trace([&] { function.call(key.data(), bytes.data()); });
-}
-
-class AesPathOfOtherValues : public testing::TestWithParam<const char *> {};
-INSTANTIATE_TEST_SUITE_P(TarnAes, AesPathOfOtherValues,
-                         testing::Values("", "Portable", "portable ", "portabl", "hardware", "0"),
-                         [](const auto &value) { return "value" + std::to_string(value.index); });
-
-}  // namespace
-
-TEST_P(AesPathOfOtherValues, IsTheProcessorsOwn) {
-  if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
-  setenv("TARN_AES", GetParam(), 1);
-  choose_path();
+void expect_processors_path() {
   for (const Function &function : kFunctions) {
     const Trace found = trace(function, Bytes(16), Bytes(192));
     EXPECT_EQ(found.aes_instructions, function.aes_instructions) << function.name;
   }
 }
 
-TEST(AesPathByDefault, IsTheProcessorsOwn) {
-  if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
-  unsetenv("TARN_AES");
-  choose_path();
-  for (const Function &function : kFunctions) {
-    const Trace found = trace(function, Bytes(16), Bytes(192));
-    EXPECT_EQ(found.aes_instructions, function.aes_instructions) << function.name;
-  }
-}
-
-TEST(AesPathOfPortable, UsesNoAesInstructions) {
-  setenv("TARN_AES", "portable", 1);
-  choose_path();
+void expect_portable_path() {
   for (const Function &function : std::span(kFunctions).first(3)) {  // the others are made of these
     const Trace found = trace(function, Bytes(16), Bytes(192));
     EXPECT_GT(found.instructions, 100u) << function.name;
@@ -172,9 +122,59 @@ TEST(AesPathOfPortable, UsesNoAesInstructions) {
   }
 }
 
-TEST(AesWay, IsTheSameForEveryKeyAndEveryMessage) {
-  if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
-  unsetenv("TARN_AES");
+bool has_instructions() { return __builtin_cpu_supports("aes") != 0 && __builtin_cpu_supports("ssse3") != 0; }
+
+class AesPathOfProcessor : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!has_instructions()) GTEST_SKIP() << "this processor has no AES instructions";
+  }
+};
+using AesWay = AesPathOfProcessor;
+
+class AesPathOfOtherValues : public AesPathOfProcessor, public testing::WithParamInterface<const char *> {};
+INSTANTIATE_TEST_SUITE_P(TarnAes, AesPathOfOtherValues,
+                         testing::Values("", "Portable", "portable ", "portabl", "hardware", "0"),
+                         [](const auto &value) { return "value" + std::to_string(value.index); });
+
+class AesPathOfProcessorWithout : public AesPathOfProcessor, public testing::WithParamInterface<unsigned> {};
+INSTANTIATE_TEST_SUITE_P(Features, AesPathOfProcessorWithout, testing::Values(bit_AES, bit_SSSE3, bit_AES | bit_SSSE3),
+                         [](const auto &bits) { return "bits" + std::to_string(bits.param); });
+
+}  // namespace
+
+TEST_P(AesPathOfOtherValues, IsTheProcessorsOwn) {
+  order_path(GetParam());
+  choose_path();
+  expect_processors_path();
+}
+
+TEST_F(AesPathOfProcessor, IsItsOwnByDefault) {
+  order_processors_path();
+  choose_path();
+  expect_processors_path();
+}
+
+TEST_P(AesPathOfProcessorWithout, IsThePortableOne) {
+  order_processors_path();
+  run_with_hidden_features(GetParam(), choose_path);
+  expect_portable_path();
+}
+
+TEST_F(AesPathOfProcessor, IsItsOwnIfItLacksOtherFeaturesOnly) {
+  order_processors_path();
+  run_with_hidden_features(~unsigned{bit_AES | bit_SSSE3}, choose_path);
+  expect_processors_path();
+}
+
+TEST(AesPathOfPortable, UsesNoAesInstructions) {
+  order_portable_path();
+  choose_path();
+  expect_portable_path();
+}
+
+TEST_F(AesWay, IsTheSameForEveryKeyAndEveryMessage) {
+  order_processors_path();
   choose_path();
   Random random(50);
   for (const Function &function : kFunctions) {
