@@ -39,6 +39,7 @@ class HashThreads : public testing::Test {
   static void run_in_threads(const Body &body, const Meanwhile &meanwhile) {
     std::atomic<int> ended{0};
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (int thread = 0; thread < kThreads; thread++) {
       threads.emplace_back([&, thread] {
         for (int i = thread * kEach; i < (thread + 1) * kEach; i++) body(i);
@@ -57,7 +58,7 @@ class HashThreads : public testing::Test {
   // Walks. Buckets must come in their order and, in a bucket, each thread's elements in the order of their adding.
   Numbers checked_walk() {
     std::vector<uint32_t> buckets;
-    const Numbers met = walk(table_, &buckets);
+    Numbers met = walk(table_, &buckets);
     EXPECT_TRUE(std::is_sorted(buckets.begin(), buckets.end()));
     std::array<int, kThreads + 1> latest{};
     uint32_t bucket = kBuckets;

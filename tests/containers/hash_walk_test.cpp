@@ -171,7 +171,7 @@ TEST_F(HashFind, GivesTheFirstOfEqualsByBucketAndThenByAdd) {
   EXPECT_EQ(mu_hash_find(table_, &key), node(3));
 }
 
-// Whatever the compare function gives but 0 is no match. A null key is passed on like any other.
+// Any result of the compare function but 0 is not a match. A null key is passed on like any other.
 TEST_F(HashFind, ComparesInTheOrderOfAWalkUntilTheFirstZero) {
   static Numbers compared;
   static const void *expected_key;

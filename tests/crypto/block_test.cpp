@@ -142,7 +142,7 @@ TEST_P(AesBlock, AgreesWithTheReferenceForEveryKindOfKeyAndOfBlock) {
   }
 }
 
-// Round keys are taken as they come: no key needs to lie behind them.
+// Round keys are taken as they come: they need not be those of a key.
 TEST_P(AesBlock, AgreesWithTheReferenceForRoundKeysOfNoKey) {
   Random random(2);
   std::vector<Bytes> all = {Bytes(kRoundKeys, 0x00), Bytes(kRoundKeys, 0xff)};

@@ -84,7 +84,7 @@ class PeerMac {
   EVP_MAC_CTX *context_;
 };
 
-// The first `tag_len` bytes of `whole`, and the bytes behind them as they were.
+// The first `tag_len` bytes of `whole`, and the bytes after them as they were.
 void expect_tag(const Bytes &key, const Bytes &msg, uint8_t tag_len, const Bytes &whole) {
   Bytes tag(17, 0xA5);
   ASSERT_EQ(aes128_cmac_compute(key.data(), msg.data(), static_cast<uint32_t>(msg.size()), tag_len, tag.data()), 0);
