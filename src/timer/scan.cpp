@@ -63,7 +63,7 @@ void scan() {
   ScopedLock lock(timer_info.mutex);
   // Deliberate, twice. `last_tick` starts at 0, so the first scan counts the whole age of the clock as elapsed: timers
   // added before it run out at once. `last_drain` is never cleared, so every scan counts the latest callback's run time
-  // again until another callback runs. Held by TimerScan.CountsTheAgeOfTheClockInTheFirstScan and
+  // again until another callback runs. Held by TimerFirstScan.CountsTheAgeOfTheClock and
   // TimerScan.AddsTheLatestRunTimeToEveryScan.
   u64 elapsed = timer_info.last_drain + mu_current_tick() - timer_info.last_tick;
   for (mu_list_node_t *node = mu_list_first(timer_info.list); node != nullptr;) {

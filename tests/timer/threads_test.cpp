@@ -1,23 +1,16 @@
 // Several threads call the service while the timer thread scans and callbacks call it too. What must hold afterwards is
 // checked here; that the calls do not race is for the thread sanitizer to see.
 
-#include <gtest/gtest.h>
-
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdint>
 #include <memory>
-#include <random>
-#include <string>
 #include <string_view>
 #include <thread>
-#include <vector>
 
 #include "support/console.h"
-#include "support/virtual_clock.h"
-#include "tarn/platform.h"
-#include "tarn/timer.h"
+#include "support/random.h"
+#include "timer/fixture.h"
 
 using namespace tarn_test;
 
@@ -26,26 +19,24 @@ namespace {
 constexpr size_t kWorkers = 4;
 constexpr int kRounds = 250;
 constexpr uint32_t kCrowd = 200;  // no worker adds above it, so that the limit of 256 is never met
-constexpr std::string_view kHeader = "\r\nNo. Id.       Remain Interval Type    Drain Callback\r\n";
+constexpr std::string_view kHeader = kTableHeader;
 
-// Ids that every thread knows and plays with; whose timer may be gone.
+// Ids that every thread knows and plays with; their timers may be gone.
 std::array<std::atomic<uint32_t>, 32> g_shared_ids;
 std::atomic<uint32_t> g_fired;
 std::atomic<uint32_t> g_shown;
 
-using Random = std::minstd_rand;
-
-uint32_t shared_id(Random &random) { return g_shared_ids[random() % g_shared_ids.size()]; }
+uint32_t shared_id(Random &random) { return g_shared_ids[random.below(g_shared_ids.size())]; }
 
 uint32_t add_some(Random &random, mu_timer_cb_t callback) {
   if (mu_timer_count() >= kCrowd) return 0;
-  const auto add = random() % 2 == 0 ? mu_timer_add : mu_circle_timer_add;
-  return add(static_cast<int>(random() % 80), callback, nullptr);
+  const auto add = random.chance(500) ? mu_timer_add : mu_circle_timer_add;
+  return add(static_cast<int>(random.below(80)), callback, nullptr);
 }
 
 void call_something(Random &random, bool may_show) {
   const uint32_t id = shared_id(random);
-  switch (random() % 8) {
+  switch (random.below(8)) {
     case 0:
     case 1:
       mu_timer_del(id);
@@ -58,22 +49,22 @@ void call_something(Random &random, bool may_show) {
       mu_timer_start(id);
       break;
     case 5:
-      mu_timer_restart(id, static_cast<uint32_t>(random() % 200));
+      mu_timer_restart(id, static_cast<uint32_t>(random.below(200)));
       break;
     case 6:
       mu_timer_count();
       break;
     default:
-      if (!may_show || random() % 4 != 0) break;
+      if (!may_show || random.below(4) != 0) break;
       mu_timer_show();
       g_shown++;
   }
 }
 
 void fire(void *) {
-  static Random random(99);  // of the timer thread alone
+  static Random random(99);  // used by the timer thread only
   g_fired++;
-  if (random() % 3 == 0) call_something(random, false);
+  if (random.below(3) == 0) call_something(random, false);
 }
 
 // Runs `body(number)` in some threads at once, kRounds times in each, and scans until the last of them has ended.
@@ -99,21 +90,8 @@ void run_in_threads_while_scanning(VirtualClock &clock, const Body &body) {
   for (std::thread &thread : threads) thread.join();
 }
 
-void start(VirtualClock &clock) {
-  mu_timer_add(0, nullptr, nullptr);
-  clock.scan();
-}
-
-std::vector<uint32_t> listed_ids() {
-  std::vector<uint32_t> ids;
-  for (const mu_list_node_t *node = mu_list_first(timer_info.list); node != nullptr; node = mu_list_next(node)) {
-    ids.push_back(static_cast<const mu_timer_rec_t *>(node->data)->id);
-  }
-  return ids;
-}
-
-// Every table without the header, which alone is printed without the mutex: rows numbered from 0, two lines of
-// statistics and an empty one, none of them torn, nothing in between. Returns the number of tables, or -1.
+// Checks every table but for its header, the only part that is printed without the mutex: rows numbered from 0, two
+// lines of statistics and an empty one, none of them torn, nothing in between. Returns the number of tables, or -1.
 int count_whole_tables(std::string text) {
   for (size_t at = text.find(kHeader); at != std::string::npos; at = text.find(kHeader, at)) {
     text.erase(at, kHeader.size());
@@ -145,51 +123,11 @@ int count_whole_tables(std::string text) {
   return row == 0 && line_of_statistics == 0 ? tables : -1;
 }
 
-// The callback of one timer, held until the test lets it go.
-class TimerRunningFlagContract : public testing::Test {
- protected:
-  TimerRunningFlagContract() {
-    start(clock_);
-    mu_circle_timer_add(
-        10,
-        [](void *self) {
-          auto &test = *static_cast<TimerRunningFlagContract *>(self);
-          test.entered_.store(true, std::memory_order_relaxed);
-          while (!test.let_go_.load(std::memory_order_relaxed)) std::this_thread::yield();
-          test.written_ = 7;
-        },
-        this);
-    clock_.wake_next();
-    while (!entered_.load(std::memory_order_relaxed)) std::this_thread::yield();
-    mu_mutex_lock(timer_info.mutex);
-    timer_ = static_cast<mu_timer_rec_t *>(mu_list_first(timer_info.list)->data);
-  }
-
-  uint32_t running() const { return __atomic_load_n(&timer_->running, __ATOMIC_ACQUIRE); }
-
-  // With the mutex held: nothing but the flag can tell of the end.
-  void wait_for_the_end() {
-    let_go_.store(true, std::memory_order_relaxed);
-    while (running() != 0) std::this_thread::yield();
-  }
-
-  void give_the_mutex_back() {
-    mu_mutex_unlock(timer_info.mutex);
-    clock_.settle();
-  }
-
-  VirtualClock clock_;
-  mu_timer_rec_t *timer_ = nullptr;
-  std::atomic<bool> entered_{false};
-  std::atomic<bool> let_go_{false};
-  int written_ = 0;  // by the callback, plainly
-};
-
 }  // namespace
 
-TEST(TimerThreadsContract, AgreeOnTimersIdsAndExpiriesWhileAllOfThemCall) {
+TEST(TimerThreads, AgreeOnTimersIdsAndExpiriesWhileAllOfThemCall) {
   VirtualClock clock;
-  start(clock);
+  start_service(clock);
   std::array<std::vector<uint32_t>, kWorkers> added;
   std::array<Random, kWorkers> randoms{Random(1), Random(2), Random(3), Random(4)};
   const uint32_t steady = mu_circle_timer_add(10, fire, nullptr);  // known to nobody else: fires in every scan
@@ -198,7 +136,7 @@ TEST(TimerThreadsContract, AgreeOnTimersIdsAndExpiriesWhileAllOfThemCall) {
     Random &random = randoms[number];
     if (const uint32_t id = add_some(random, fire); id != 0) {
       added[number].push_back(id);
-      g_shared_ids[random() % g_shared_ids.size()] = id;
+      g_shared_ids[random.below(g_shared_ids.size())] = id;
     }
     call_something(random, true);
   });
@@ -226,9 +164,9 @@ TEST(TimerThreadsContract, AgreeOnTimersIdsAndExpiriesWhileAllOfThemCall) {
   EXPECT_EQ(g_fired, fired);
 }
 
-TEST(TimerThreadsContract, AddUpToTheLimitAndNoFurther) {
+TEST(TimerThreads, AddUpToTheLimitAndNoFurther) {
   VirtualClock clock;
-  start(clock);
+  start_service(clock);
   std::array<uint32_t, kWorkers> accepted{};
   Console console;
   run_in_threads_while_scanning(clock, [&](size_t number) {
@@ -244,11 +182,11 @@ TEST(TimerThreadsContract, AddUpToTheLimitAndNoFurther) {
 }
 
 // A thread that gets 0 knows that the callback neither runs nor will run, so its argument may be released.
-TEST(TimerThreadsContract, MayReleaseACallbacksArgumentOnceADeleteGaveZero) {
+TEST(TimerThreads, MayReleaseACallbacksArgumentOnceADeleteGaveZero) {
   using Runs = uint32_t;           // plain: of the timer thread while the timer exists
   static std::atomic<Runs> fired;  // relaxed: it must not be what orders the callback before the release
   VirtualClock clock;
-  start(clock);
+  start_service(clock);
   std::array<std::vector<std::unique_ptr<Runs>>, kWorkers> kept;
   std::atomic<uint32_t> released{0};
   run_in_threads_while_scanning(clock, [&](size_t number) {
@@ -273,19 +211,4 @@ TEST(TimerThreadsContract, MayReleaseACallbacksArgumentOnceADeleteGaveZero) {
   EXPECT_GT(released, 0u);
   clock.scan(2);
   EXPECT_EQ(mu_timer_count(), 0u);
-}
-
-TEST_F(TimerRunningFlagContract, IsClearedBeforeTheMutexIsTakenAgain) {
-  EXPECT_EQ(running(), 1u);
-  wait_for_the_end();
-  EXPECT_EQ(timer_->remain, 0u) << "all else waits for the mutex, the reload too";
-  give_the_mutex_back();
-  EXPECT_EQ(timer_->remain, 1u);
-}
-
-// Whoever sees it cleared may use what the callback wrote: a deleter that gets 0 sees no more than this.
-TEST_F(TimerRunningFlagContract, OrdersTheCallbackBeforeWhoeverSeesItCleared) {
-  wait_for_the_end();
-  EXPECT_EQ(written_, 7);
-  give_the_mutex_back();
 }

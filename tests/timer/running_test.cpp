@@ -1,0 +1,178 @@
+// Calls from other threads and from callbacks while a callback runs.
+
+#include <atomic>
+#include <mutex>
+#include <thread>
+
+#include "support/console.h"
+#include "timer/fixture.h"
+
+using namespace tarn_test;
+
+namespace {
+
+using TimerRunning = StartedTimers;
+using Request = uint32_t (*)(uint32_t id);
+
+// Returns false when the condition does not come true within a minute.
+template <typename Condition>
+bool wait_until(const Condition &condition) {
+  const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > limit) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+constexpr Request kRequests[] = {mu_timer_del, mu_timer_stop};
+
+}  // namespace
+
+TEST_F(TimerRunning, IsReportedToOtherThreadsThatDeleteOrStop) {
+  for (const Request request : kRequests) {
+    for (const Add how : kAdds) {
+      SCOPED_TRACE(testing::Message() << (request == mu_timer_del ? "delete, " : "stop, ") << name_of(how));
+      Held held;
+      int runs = 0;
+      const uint32_t id = add(how, 10, [&] {
+        if (runs++ == 0) held.enter();
+      });
+      clock_.wake_next();
+      held.wait_until_entered();
+      EXPECT_EQ(request(id), 1u);
+      EXPECT_EQ(request(id), 1u) << "again";
+      uint32_t from_a_third_thread = 9;
+      std::thread([&] { from_a_third_thread = request(id); }).join();
+      EXPECT_EQ(from_a_third_thread, 1u);
+      held.release();
+      clock_.settle();
+      if (how == mu_circle_timer_add) {
+        EXPECT_EQ(request(id), 0u) << "not running any more";
+      }
+      clock_.scan(5);
+      EXPECT_EQ(runs, 1) << "it never fires again";
+      const bool rests = request == mu_timer_stop && how == mu_circle_timer_add;
+      EXPECT_EQ(mu_timer_count(), rests ? 1u : 0u);
+      if (rests) mu_timer_del(id);
+      clock_.scan();
+    }
+  }
+}
+
+TEST_F(TimerRunning, IsNotReportedToTheTimerThread) {
+  for (const Request request : kRequests) {
+    SCOPED_TRACE(request == mu_timer_del ? "delete" : "stop");
+    uint32_t id = 0;
+    uint32_t result = 9;
+    id = once(10, [&] { result = request(id); });
+    clock_.scan();
+    EXPECT_EQ(result, 0u);
+  }
+}
+
+TEST_F(TimerRunning, BelongsToOneTimerOnlyAndLetsOtherThreadsCallEveryFunction) {
+  Held held;
+  const uint32_t id = once(10, [&] { held.enter(); });
+  const uint32_t other = mu_timer_add(kLong, ignore, nullptr);
+  clock_.wake_next();
+  held.wait_until_entered();
+  for (const Request request : kRequests) EXPECT_EQ(request(other), 0u);
+  mu_timer_start(other);
+  EXPECT_EQ(mu_timer_count(), 2u) << "still in the list";
+  mu_timer_add(kLong, ignore, nullptr);
+  EXPECT_EQ(mu_timer_count(), 3u);
+  {
+    Console console;
+    mu_timer_show();
+    EXPECT_NE(console.take(), "");
+  }
+  mu_timer_restart(id, 70);  // brings the one-shot timer back, though its callback is not finished
+  held.release();
+  clock_.settle();
+  ASSERT_NE(find(id), nullptr);
+  EXPECT_EQ(remain(id), 7u);
+  EXPECT_EQ(mu_timer_count(), 3u);
+}
+
+// A caller may hold a lock that a callback waits for: the service holds none of its own meanwhile.
+TEST_F(TimerRunning, DoesNotCloseACircleOfLocks) {
+  std::mutex own;
+  Held held;
+  const uint32_t id = circle(10, [&] {
+    held.enter();
+    const std::lock_guard lock(own);
+    note('x')();
+  });
+  {
+    const std::lock_guard lock(own);
+    clock_.wake_next();
+    held.wait_until_entered();
+    held.release();
+    EXPECT_EQ(mu_timer_del(id), 1u);
+    EXPECT_EQ(mu_timer_add(kLong, ignore, nullptr), 2u);
+    EXPECT_EQ(mu_timer_count(), 2u);
+  }
+  clock_.scan();
+  EXPECT_EQ(fired_, "x");
+  EXPECT_EQ(mu_timer_count(), 1u);
+}
+
+// ---- The running flag
+// ------------------------------------------------------------------------------------------------------
+
+namespace {
+
+// The callback of one timer, held until the test lets it go. Relaxed atomics: they must not be what orders the callback
+// before what the test reads.
+class HeldCallback : public StartedTimers {
+ protected:
+  HeldCallback() {
+    const uint32_t id = circle(10, [this] {
+      entered_.store(true, std::memory_order_relaxed);
+      while (!let_go_.load(std::memory_order_relaxed)) std::this_thread::yield();
+      written_ = 7;
+    });
+    clock_.wake_next();
+    EXPECT_TRUE(wait_until([this] { return entered_.load(std::memory_order_relaxed); }));
+    mu_mutex_lock(timer_info.mutex);
+    timer_ = find(id);
+  }
+
+  uint32_t running() const { return __atomic_load_n(&timer_->running, __ATOMIC_ACQUIRE); }
+
+  // With the mutex held: nothing but the flag can report the end.
+  void wait_for_the_end() {
+    let_go_.store(true, std::memory_order_relaxed);
+    EXPECT_TRUE(wait_until([this] { return running() == 0; }));
+  }
+
+  void give_the_mutex_back() {
+    mu_mutex_unlock(timer_info.mutex);
+    clock_.settle();
+  }
+
+  mu_timer_rec_t *timer_ = nullptr;
+  std::atomic<bool> entered_{false};
+  std::atomic<bool> let_go_{false};
+  int written_ = 0;  // by the callback, plainly
+};
+
+using TimerRunningFlag = HeldCallback;
+
+}  // namespace
+
+TEST_F(TimerRunningFlag, IsClearedBeforeTheMutexIsTakenAgain) {
+  EXPECT_EQ(running(), 1u);
+  wait_for_the_end();
+  EXPECT_EQ(timer_->remain, 0u) << "all else waits for the mutex, the reload too";
+  give_the_mutex_back();
+  EXPECT_EQ(timer_->remain, 1u);
+}
+
+// Whoever sees it cleared may use what the callback wrote: a deleter that gets 0 sees no more than this.
+TEST_F(TimerRunningFlag, OrdersTheCallbackBeforeWhoeverSeesItCleared) {
+  wait_for_the_end();
+  EXPECT_EQ(written_, 7);
+  give_the_mutex_back();
+}
