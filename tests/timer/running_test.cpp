@@ -1,6 +1,11 @@
-// Calls from other threads and from callbacks while a callback runs.
+// Calls from other threads and from callbacks: while a callback runs, and while another thread holds the timer mutex.
+
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <atomic>
+#include <cstdio>
+#include <cstring>
 #include <mutex>
 #include <thread>
 
@@ -118,8 +123,80 @@ TEST_F(TimerRunning, DoesNotCloseACircleOfLocks) {
   EXPECT_EQ(mu_timer_count(), 1u);
 }
 
-// ---- The running flag
-// ------------------------------------------------------------------------------------------------------
+// ---- The mutex ------------------------------------------------------------------------------------------------------
+
+namespace {
+
+bool sleeps(long thread) {
+  char path[64];
+  snprintf(path, sizeof path, "/proc/self/task/%ld/stat", thread);
+  FILE *file = fopen(path, "re");
+  if (file == nullptr) return false;
+  char line[256];
+  const bool read = fgets(line, sizeof line, file) != nullptr;
+  fclose(file);
+  const char *const name_end = read ? strrchr(line, ')') : nullptr;
+  return name_end != nullptr && name_end[1] == ' ' && name_end[2] == 'S';
+}
+
+// Until the kernel says that the thread waits, or `ended` that it has nothing left to wait for.
+bool wait_until_it_sleeps(long thread, const std::atomic<bool> &ended) {
+  return wait_until([&] { return ended || sleeps(thread); });
+}
+
+using TimerMutex = StartedTimers;
+
+}  // namespace
+
+// A call made while another thread holds the mutex does nothing and does not return until the mutex is released.
+TEST_F(TimerMutex, IsWaitedForByEveryFunction) {
+  static uint32_t id;
+  static uint32_t result;
+  const struct {
+    const char *name;
+    void (*call)();
+    uint32_t result;
+  } rows[] = {
+      {"add", [] { result = mu_timer_add(70, ignore, nullptr); }, 2},
+      {"circle add", [] { result = mu_circle_timer_add(70, ignore, nullptr); }, 3},
+      {"count", [] { result = mu_timer_count(); }, 3},
+      {"start", [] { mu_timer_start(id), result = 0; }, 0},
+      {"restart", [] { mu_timer_restart(id, 70), result = 0; }, 0},
+      {"stop", [] { result = mu_timer_stop(id); }, 0},
+      {"del", [] { result = mu_timer_del(id); }, 0},
+      {"show", [] { mu_timer_show(), result = 0; }, 0},
+  };
+  id = mu_timer_add(1000, ignore, nullptr);
+  clock_.scan();
+  Console console;
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.name);
+    std::atomic<long> thread_id{0};
+    std::atomic<bool> ended{false};
+    result = 99;
+    mu_mutex_lock(timer_info.mutex);
+    const mu_timer_rec_t before = *find(id);
+    const uint32_t count = mu_list_count(timer_info.list);
+    std::thread thread([&] {
+      thread_id = syscall(SYS_gettid);
+      row.call();
+      ended = true;
+    });
+    ASSERT_TRUE(wait_until([&] { return thread_id != 0; }));
+    EXPECT_TRUE(wait_until_it_sleeps(thread_id, ended));
+    EXPECT_FALSE(ended);
+    EXPECT_EQ(memcmp(find(id), &before, sizeof before), 0);
+    EXPECT_EQ(mu_list_count(timer_info.list), count);
+    mu_mutex_unlock(timer_info.mutex);
+    thread.join();
+    EXPECT_EQ(result, row.result);
+    EXPECT_TRUE(mutex_is_free());
+  }
+  console.take();
+  EXPECT_EQ(find(id)->interval, 7u);
+  EXPECT_EQ(find(id)->stopped, 1u);
+  EXPECT_EQ(find(id)->deleted, 1u);
+}
 
 namespace {
 
@@ -159,6 +236,7 @@ class HeldCallback : public StartedTimers {
 };
 
 using TimerRunningFlag = HeldCallback;
+using TimerRunTime = HeldCallback;
 
 }  // namespace
 
@@ -175,4 +253,13 @@ TEST_F(TimerRunningFlag, OrdersTheCallbackBeforeWhoeverSeesItCleared) {
   wait_for_the_end();
   EXPECT_EQ(written_, 7);
   give_the_mutex_back();
+}
+
+TEST_F(TimerRunTime, IncludesTheWaitForTheMutex) {
+  wait_for_the_end();
+  EXPECT_TRUE(wait_until_it_sleeps(static_cast<long>(tmr_tid), false));
+  clock_.pass_ms(40);
+  give_the_mutex_back();
+  EXPECT_EQ(timer_->drain, 4u);
+  EXPECT_EQ(timer_info.last_drain, 4u);
 }
