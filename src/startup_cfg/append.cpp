@@ -20,7 +20,7 @@ void finish_append(tlv_inst &inst, u32 size) {
   put_be32(header.cfg_len, size);
   put_be16(header.crc, 0);  // has tlv_load seal the image
   // Deliberate: an image that has become too long for tlv_load stays unsealed and unindexed, yet is saved. Held by
-  // TlvWrite.AppendThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
+  // TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
   (void)tlv_load(&inst);
   save(inst, size + kHeaderSize);
 }

@@ -33,7 +33,7 @@ int32_t tlv_write_active(tlv_inst *inst, uint8_t active) {
   if (header == nullptr) return -1;
   header->active = active;
   seal_whole(*inst);
-  // Deliberate: not saved, unlike the other two. Held by TlvWriteActive.NeverSaves.
+  // Deliberate: not saved, unlike the other two. Held by TlvWriteHeader.SealsAndExceptForActiveSaves.
   return 0;
 }
 

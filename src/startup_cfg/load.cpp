@@ -42,7 +42,7 @@ int32_t tlv_load(tlv_inst *inst) {
     return -1;
   }
   // Deliberate: blanked before it is measured, so 16 bytes are written whatever `max_size` says. Held by
-  // TlvLoad.BlanksABufferBeforeItMeasuresIt.
+  // TlvLoadBlank.FormatsABufferBeforeItMeasuresIt.
   if (get_be32(header_of(inst->base).magic) != TLV_MAGIC) format_blank(inst->base);
   if (inst->max_size < u64{records_size(inst->base)} + kHeaderSize) return -1;
   const i32 count = tlv_check(inst->base);

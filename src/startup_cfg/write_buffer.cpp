@@ -29,6 +29,7 @@ void put_value(tlv_field *field, u32 max_len, const Data &data) {
 i32 append(tlv_inst &inst, u16 type, u32 max_len, const Data &data) {
   const u32 size = records_size(inst.base);
   // Deliberate: the limit is measured against the record area alone, where tlv_load measures the whole image.
+  // Held by TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
   const u64 new_size = u64{size} + kFieldHeadSize + max_len;
   if (new_size > inst.max_size) {
     mu_printf("new cfg len %d > max len %d \n", static_cast<int>(new_size), static_cast<int>(inst.max_size));
@@ -46,7 +47,9 @@ bool move_tail(const tlv_inst &inst, tlv_field *field, u32 size, u32 max_len) {
   const u32 old_len = max_len_of(*field);
   const u8 *old_end = value_of(field) + old_len;
   const auto before_tail = static_cast<u32>(old_end - records_of(inst.base));
-  const auto tail_size = static_cast<u16>(size - before_tail);  // Deliberate: modulo 65536
+  // Deliberate: modulo 65536, so of a longer tail only so many bytes move. Held by
+  // TlvResizeLarge.MovesOnlyTheRestModulo64KiBOfALongerTail.
+  const auto tail_size = static_cast<u16>(size - before_tail);
   if (tail_size == 0) return true;
   Owned<u8> tail = allocate<u8>(tail_size);
   if (!tail) return false;
@@ -56,7 +59,8 @@ bool move_tail(const tlv_inst &inst, tlv_field *field, u32 size, u32 max_len) {
 }
 
 // Deliberate, and the reason why a field's `max_len` is not to be changed so: the capacity is not checked, the index is
-// not rebuilt, and of the image's new length only the upper half is stored. Held by the tests TlvResize.*.
+// not rebuilt, and of the image's new length only the upper half is stored. Held by the tests TlvResize.*
+// and TlvResizeLarge.*.
 i32 resize(tlv_inst &inst, tlv_field *field, u32 max_len, const Data &data) {
   if (max_len > kMaxFieldSize) return complain_parameter();
   const u32 size = records_size(inst.base);

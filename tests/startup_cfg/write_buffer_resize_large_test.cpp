@@ -1,25 +1,14 @@
 // Resizes in images of 64 KiB and more, where the 16-bit size of the tail and the two halves of cfg_len show.
-// Deliberate, each of them: see contract_resize_test.cpp.
-#include <gtest/gtest.h>
+// Deliberate, each of them: see write_buffer_resize_test.cpp.
 
-#include "startup_cfg/contract_reference.h"
-#include "support/libc.h"
+#include "startup_cfg/fixture.h"
 
-using namespace tarn_reference;
-using tarn_test::FailingMalloc;
+using namespace tarn_test;
 
 namespace {
 
 const uint8_t kData[] = {0xD0, 0xD1, 0xD2, 0xD3, 0xD4, 0xD5, 0xD6, 0xD7,
                          0xD8, 0xD9, 0xDA, 0xDB, 0xDC, 0xDD, 0xDE, 0xDF};
-
-void expect_saved(const Store &store, size_t size) {
-  ASSERT_EQ(saves.size(), 1u);
-  EXPECT_EQ(saves[0].base, store.data());
-  const Bytes now = store.bytes();
-  EXPECT_EQ(saves[0].bytes, Bytes(now.begin(), now.begin() + static_cast<ptrdiff_t>(size)));
-  saves.clear();
-}
 
 Bytes numbered(size_t size) {
   Bytes bytes(size);
@@ -27,7 +16,9 @@ Bytes numbered(size_t size) {
   return bytes;
 }
 
-TEST(ResizeLargeContract, LeavesATailOfExactlySixtyFourKibibytesInItsPlace) {
+}  // namespace
+
+TEST(TlvResizeLarge, LeavesATailOfExactly64KiBInItsPlace) {
   // The tail's size is a 16-bit number: 4 + 65532 is 0.
   const Bytes before = build({{1, Bytes(10, 0xA1)}, {2, numbered(65532)}});
   const Store store(before);
@@ -44,7 +35,7 @@ TEST(ResizeLargeContract, LeavesATailOfExactlySixtyFourKibibytesInItsPlace) {
   expect_saved(store, before.size() - 4);
 }
 
-TEST(ResizeLargeContract, MovesOfALongerTailWhatIsBeyondSixtyFourKibibytes) {
+TEST(TlvResizeLarge, MovesOnlyTheRestModulo64KiBOfALongerTail) {
   // 4 + 65532 + 4 + 3 bytes of tail: 7 as a 16-bit number.
   const Bytes before = build({{1, Bytes(10, 0xA1)}, {2, numbered(65532)}, {3, {7, 8, 9}}});
   const Store store(before);
@@ -60,7 +51,7 @@ TEST(ResizeLargeContract, MovesOfALongerTailWhatIsBeyondSixtyFourKibibytes) {
   expect_saved(store, before.size() - 4);
 }
 
-TEST(ResizeLargeContract, WritesTheUpperHalfOfALengthThatPassesSixtyFourKibibytes) {
+TEST(TlvResizeLarge, WritesTheUpperHalfOfALengthThatPasses64KiB) {
   // 12 + 65516 = 0xFFF8; lengthened by 16 it is 0x10008, of which 0x0001 is stored before the old 0xFFF8.
   const Bytes tail = numbered(65512);
   const Store store(with_room(build({{1, Bytes(8, 0xA1)}, {2, tail}}), 16, 0xCC));
@@ -76,7 +67,7 @@ TEST(ResizeLargeContract, WritesTheUpperHalfOfALengthThatPassesSixtyFourKibibyte
   expect_saved(store, 0x10008 + 16);
 }
 
-TEST(ResizeLargeContract, WritesTheUpperHalfOfALengthThatFallsBelowSixtyFourKibibytes) {
+TEST(TlvResizeLarge, WritesTheUpperHalfOfALengthThatFallsBelow64KiB) {
   // 28 + 65516 = 0x10008; shortened by 16 it is 0xFFF8, of which 0x0000 is stored before the old 0x0008.
   const Bytes tail = numbered(65512);
   const Bytes before = build({{1, Bytes(24, 0xA1)}, {2, tail}});
@@ -91,11 +82,11 @@ TEST(ResizeLargeContract, WritesTheUpperHalfOfALengthThatFallsBelowSixtyFourKibi
   expect_saved(store, 0xFFF8 + 16);
 }
 
-TEST(ResizeLargeContract, TakesATailThatEndsBeforeItBeginsModuloSixtyFourKibibytes) {
-  // Records of 4 bytes at 16 and 24; a cfg_len of 8 leaves the second behind the end. 8 - 8 - 4 - 4 is 65528.
+TEST(TlvResizeLarge, TakesATailThatEndsBeforeItBeginsModulo64KiB) {
+  // Records of 4 bytes at 16 and 24; a cfg_len of 8 puts the second after the end. 8 - 8 - 4 - 4 is 65528.
   Bytes image = build({{1, {1, 1, 1, 1}}, {2, {2, 2, 2, 2}}});
-  const Bytes behind = numbered(65528);
-  image.insert(image.end(), behind.begin(), behind.end());
+  const Bytes after = numbered(65528);
+  image.insert(image.end(), after.begin(), after.end());
   image = with_room(image, 2, 0xCC);
   const Store store(image);
   ASSERT_EQ(store.load(), 0);
@@ -104,10 +95,8 @@ TEST(ResizeLargeContract, TakesATailThatEndsBeforeItBeginsModuloSixtyFourKibibyt
   EXPECT_EQ(tlv_write_buffer(store.inst(), 2, 6, 6, kData), 0);
   Bytes expected(image.begin(), image.begin() + 24);
   expected.insert(expected.end(), {0, 2, 0, 6, 0xD0, 0xD1, 0xD2, 0xD3, 0xD4, 0xD5});
-  expected.insert(expected.end(), behind.begin(), behind.end());
+  expected.insert(expected.end(), after.begin(), after.end());
   seal(expected, 24);
   EXPECT_EQ(store.bytes(), expected);
   expect_saved(store, 8 + 2 + 16);
 }
-
-}  // namespace
