@@ -1,19 +1,14 @@
-// What holds for all conversions: no heap, no output but the dump's, no state, errno left alone, any thread.
-
-#include <gtest/gtest.h>
+// What holds for all conversions: no heap, no output except the dump's, no state, errno untouched, any thread.
 
 #include <atomic>
 #include <cerrno>
-#include <string>
+#include <set>
 #include <thread>
-#include <vector>
 
-#include "convert/contract_support.h"
+#include "convert/fixture.h"
 #include "support/console.h"
 #include "support/libc.h"
-#include "tarn/convert.h"
 
-using namespace tarn_reference;
 using namespace tarn_test;
 
 namespace {
@@ -64,7 +59,7 @@ std::string call_them_all(unsigned seed) {
 
 }  // namespace
 
-TEST(ConversionsContract, AllocateNothing) {
+TEST(Conversions, AllocateNothing) {
   const Bytes bytes(100, 7);
   Console console;
   int seen = 0;
@@ -79,7 +74,7 @@ TEST(ConversionsContract, AllocateNothing) {
   EXPECT_EQ(printed.substr(0, 12), "\r\ntitle\n07 0");
 }
 
-TEST(ConversionsContract, PrintNothing) {
+TEST(Conversions, PrintNothingButTheDump) {
   std::string printed;
   {
     Console console;
@@ -89,7 +84,7 @@ TEST(ConversionsContract, PrintNothing) {
   EXPECT_EQ(printed, "");
 }
 
-TEST(ConversionsContract, LeaveErrnoAlone) {
+TEST(Conversions, LeaveErrnoUntouched) {
   for (const int before : {0, EDOM}) {
     errno = before;
     call_them_all(1);
@@ -97,7 +92,7 @@ TEST(ConversionsContract, LeaveErrnoAlone) {
   }
 }
 
-TEST(ConversionsContract, KeepNoState) {
+TEST(Conversions, KeepNoState) {
   const std::string first = call_them_all(1);
   for (unsigned seed = 0; seed < 50; seed++) {
     call_them_all(seed);
@@ -105,7 +100,7 @@ TEST(ConversionsContract, KeepNoState) {
   }
 }
 
-TEST(ConversionsContract, MayBeCalledFromAnyThread) {
+TEST(Conversions, MayBeCalledFromAnyThread) {
   constexpr unsigned kThreads = 4;
   std::vector<std::string> expected;
   for (unsigned seed = 0; seed < kThreads; seed++) expected.push_back(call_them_all(seed));
@@ -120,4 +115,18 @@ TEST(ConversionsContract, MayBeCalledFromAnyThread) {
   }
   for (std::thread &thread : threads) thread.join();
   EXPECT_EQ(differences, 0u);
+}
+
+// The exhaustive tests rest on these.
+TEST(Texts, AreAllThatThereAre) {
+  std::multiset<std::string> texts;
+  for_each_text("abc", 4, [&](const std::string &text) { texts.insert(text); });
+  EXPECT_EQ(texts.size(), 1u + 3 + 9 + 27 + 81);
+  EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()).size(), texts.size());
+  texts.clear();
+  for_each_neighbour("xy", [&](const std::string &text) { texts.insert(text); });
+  // Two places with 255 characters each, three places for an insertion, twice one left out; "xy" itself at the end.
+  EXPECT_EQ(texts.size(), 2u * 255 + 3 * 255 + 2 + 255);
+  for (const char *text : {"xy", "x", "y", "zy", "xz", "zxy", "xzy", "xyz"})
+    EXPECT_EQ(texts.count(text) != 0, true) << text;
 }
