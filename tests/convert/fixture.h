@@ -43,7 +43,7 @@ class TextMemory {
   Guarded front_{kSize, Guarded::kFront};
 };
 
-// Bytes to write to, after which nothing may be touched. Bytes before them stand guard.
+// Bytes to write to, after which nothing may be touched. Bytes before them are a guard.
 class Output {
  public:
   static constexpr uint8_t kUntouched = 0xA5;

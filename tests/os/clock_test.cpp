@@ -1,11 +1,60 @@
-#include <gtest/gtest.h>
+// The tick and the time.
 
+#include <ctime>
+#include <type_traits>
+
+#include "os/fixture.h"
 #include "support/virtual_clock.h"
-#include "tarn/os.h"
 
 using namespace tarn_test;
 
-TEST(OsTick, CountsTenMillisecondsOfTheMonotonicClock) {
+static_assert(std::is_same_v<decltype(&OS_TICK_GET), uint64_t (*)()>);
+static_assert(std::is_same_v<decltype(&OS_TIME_GET), int64_t (*)()>);
+
+namespace {
+
+constexpr time_t kEpoch = 1185252800;
+
+int64_t time_at(time_t seconds, suseconds_t microseconds) {
+  Replace wall_clock(libc::gettimeofday, [=](timeval *now, void *) {
+    *now = {seconds, microseconds};
+    return 0;
+  });
+  return OS_TIME_GET();
+}
+
+}  // namespace
+
+TEST(OsTick, CountsTenMillisecondsOfTheMonotonicClockTruncated) {
+  const struct {
+    timespec now;
+    uint64_t tick;
+  } kRows[] = {
+      {{0, 0}, 0},
+      {{0, 9999999}, 0},
+      {{0, 10000000}, 1},
+      {{0, 19999999}, 1},
+      {{0, 999999999}, 99},
+      {{1, 0}, 100},
+      {{5, 990000000}, 599},
+      {{42949673, 0}, 4294967300},             // above 32 bits
+      {{4294967296, 20000000}, 429496729602},  // seconds above 32 bits
+      {{int64_t{1} << 40, 0}, (uint64_t{1} << 40) * 100},
+  };
+  for (const auto &row : kRows) {
+    SCOPED_TRACE(row.tick);
+    clockid_t clock = -1;
+    Replace monotonic(libc::clock_gettime, [&](clockid_t asked, timespec *now) {
+      clock = asked;
+      *now = row.now;
+      return 0;
+    });
+    EXPECT_EQ(OS_TICK_GET(), row.tick);
+    EXPECT_EQ(clock, CLOCK_MONOTONIC);
+  }
+}
+
+TEST(OsTick, AdvancesByAHundredASecond) {
   VirtualClock clock(123456789);
   EXPECT_EQ(OS_TICK_GET(), 12345678u);
   clock.pass_ms(1);
@@ -14,52 +63,62 @@ TEST(OsTick, CountsTenMillisecondsOfTheMonotonicClock) {
   EXPECT_EQ(OS_TICK_GET(), 12345779u);
 }
 
-TEST(OsTick, IsTruncated) {
-  const std::pair<long, uint64_t> rows[] = {{0, 700}, {9999999, 700}, {10000000, 701}, {999999999, 799}};
-  for (const auto &[nanoseconds, tick] : rows) {
-    Replace now(libc::clock_gettime, [ns = nanoseconds](clockid_t clock, timespec *time) {
-      EXPECT_EQ(clock, CLOCK_MONOTONIC);
-      *time = {7, ns};
-      return 0;
-    });
-    EXPECT_EQ(OS_TICK_GET(), tick) << nanoseconds;
+TEST(OsTick, DoesNotFollowTheWallClock) {
+  VirtualClock clock(50000);
+  for (const time_t wall : {time_t{0}, kEpoch, VirtualClock::kStart + 1000000}) {
+    clock.set_wall(wall);
+    EXPECT_EQ(OS_TICK_GET(), 5000u);
   }
 }
 
-TEST(OsTick, IsComputedIn64Bits) {
-  Replace now(libc::clock_gettime, [](clockid_t, timespec *time) {
-    *time = {int64_t{1} << 40, 0};
-    return 0;
-  });
-  EXPECT_EQ(OS_TICK_GET(), (uint64_t{1} << 40) * 100);
-}
-
-TEST(OsTick, DoesNotFollowTheWallClock) {
-  VirtualClock clock;
-  const uint64_t before = OS_TICK_GET();
-  clock.set_wall(0);
-  EXPECT_EQ(OS_TICK_GET(), before);
+TEST(OsTick, NeverGoesBackwardsOnTheSystemsClock) {
+  uint64_t before = OS_TICK_GET();
+  EXPECT_GT(before, 0u);
+  for (int i = 0; i < 10000; i++) {
+    const uint64_t now = OS_TICK_GET();
+    ASSERT_GE(now, before);
+    before = now;
+  }
 }
 
 TEST(OsTime, CountsFromThePrivateEpoch) {
-  struct Row {
+  const struct {
     time_t seconds;
-    int64_t microseconds;
+    suseconds_t microseconds;
     int64_t time;
+  } kRows[] = {
+      {kEpoch, 0, 0},
+      {kEpoch, 9999, 0},
+      {kEpoch, 10000, 1},
+      {kEpoch, 999999, 99},
+      {kEpoch + 1, 250000, 125},
+      {kEpoch + 3600, 0, 360000},
+      // Before the epoch. The microseconds still count upwards: -100 + 99.
+      {kEpoch - 1, 0, -100},
+      {kEpoch - 1, 9999, -100},
+      {kEpoch - 1, 990000, -1},
+      {kEpoch - 1, 999999, -1},
+      {0, 0, -118525280000},
+      {0, 999999, -118525279901},
+      {-1, 0, -118525280100},
+      {4102444800, 0, 291719200000},  // 2100-01-01: (4102444800 - 1185252800) * 100
+      {4294967296, 0, 310971449600},  // (4294967296 - 1185252800) * 100
   };
-  constexpr Row kRows[] = {
-      {1185252800, 0, 0},            // 2007-07-24 04:53:20 UTC
-      {1185252801, 250000, 125},     // 1.25 s later
-      {1185252800, 9999, 0},         // truncated
-      {1185252800, 10000, 1},        //
-      {1185252799, 990000, -1},      // before the epoch
-      {1185252799, 0, -100},         //
-      {0, 0, -118525280000},         //
-      {4102444800, 0, 291719200000}  // 2100-01-01: (4102444800 - 1185252800) * 100
-  };
-  VirtualClock clock;
-  for (const Row &row : kRows) {
-    clock.set_wall(row.seconds, row.microseconds);
-    EXPECT_EQ(OS_TIME_GET(), row.time) << row.seconds << '.' << row.microseconds;
+  for (const auto &row : kRows) {
+    SCOPED_TRACE(row.time);
+    EXPECT_EQ(time_at(row.seconds, row.microseconds), row.time);
   }
+}
+
+TEST(OsTime, TheEpochIsFiftyThreeTwentyAfterFourOn24July2007) {
+  tm date = {};
+  date.tm_year = 2007 - 1900;
+  date.tm_mon = 7 - 1;
+  date.tm_mday = 24;
+  date.tm_hour = 4;
+  date.tm_min = 53;
+  date.tm_sec = 20;
+  EXPECT_EQ(time_at(timegm(&date), 0), 0);
+  date.tm_sec = 21;
+  EXPECT_EQ(time_at(timegm(&date), 250000), 125);
 }
