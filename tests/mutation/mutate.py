@@ -152,48 +152,52 @@ def chosen(folder, options):
 
 
 class Flip:
-  """A change of deliberate.txt: a line "FILE: SUITE.TEST", then the old lines after "-" and the new ones after "+"."""
+  """A change of deliberate.txt: a line with the file, then the old lines after "-" and the new ones after "+"."""
 
   def __init__(self, block):
-    head, *lines = block.split('\n')
-    self.file, self.test = head.split(': ')
+    self.file, *lines = block.split('\n')
     self.old = '\n'.join(line[1:] for line in lines if line.startswith('-'))
     self.new = '\n'.join(line[1:] for line in lines if line.startswith('+'))
+    self.text = (ROOT / self.file).read_text()
+    self.position = self.text.find(self.old)
 
   def fault(self, workshop, options, work):
     """Why the change shows nothing; None when a test notices it."""
-    text = (workshop.source / self.file).read_text()
-    if text.count(self.old) != 1:
-      return 'the old lines stand %d times in the file' % text.count(self.old)
-    if not workshop.build_with(self.file, text.replace(self.old, self.new)):
+    if self.text.count(self.old) != 1:
+      return 'the old lines are %d times in the file' % self.text.count(self.old)
+    if not workshop.build_with(self.file, self.text.replace(self.old, self.new)):
       return 'does not compile, or makes no difference'
     program = pathlib.Path(options.tests).resolve() / 'tests' / ('%s_test' % self.file.split('/')[1])
     self.killer = run_tests(program, workshop.build, work)
     return None if self.killer else 'no test notices'
 
 
-def marked_tests():
-  """Pairs of a file and the first test that a Deliberate mark in it names."""
+def mark_faults(flips):
+  """Deliberate marks that name no test, or that no change follows before the next mark of their file."""
   for path in sorted((ROOT / 'src').rglob('*')):
     if path.suffix not in ('.cpp', '.h'):
       continue
-    comments = re.sub(r'\n\s*//', ' ', path.read_text())
-    for mark in re.findall(r'Deliberate:[^\n]*', comments):
-      held = re.search(r'Held by\s+(\w+\.\w+)', mark)
-      yield str(path.relative_to(ROOT)), held[1] if held else 'a mark that names no test: ' + mark[:60]
+    text, file = path.read_text(), str(path.relative_to(ROOT))
+    starts = [match.start() for match in re.finditer(r'Deliberate[:,]', text)]
+    for start, end in zip(starts, starts[1:] + [len(text)]):
+      where = '%s:%d' % (file, text.count('\n', 0, start) + 1)
+      if not any(flip.file == file and start < flip.position < end for flip in flips):
+        yield where + ': no change in deliberate.txt'
+      comment = re.match(r'.*(?:\n\s*//.*)*', text[start:])[0]
+      if not re.search(r'Held by (?:the tests )?\w+\.[\w*]+', re.sub(r'\n\s*//', '', comment)):
+        yield where + ': names no test'
 
 
 def flip_deliberate(workshop, options, work):
   table = (pathlib.Path(__file__).resolve().parent / 'deliberate.txt').read_text()
   blocks = re.split(r'\n{2,}', re.sub(r'^#.*\n', '', table, flags=re.MULTILINE).strip())
   flips = [Flip(block) for block in blocks]
-  faults = ['%s: %s: not in deliberate.txt' % mark
-            for mark in marked_tests() if mark not in [(flip.file, flip.test) for flip in flips]]
+  faults = list(mark_faults(flips))
   for flip in flips:
     fault = flip.fault(workshop, options, work)
-    print('%s: %s: %s' % (flip.file, flip.test, fault or 'noticed by ' + flip.killer), flush=True)
+    print('%s: %s: %s' % (flip.file, flip.old.strip(), fault or 'noticed by ' + flip.killer), flush=True)
     if fault:
-      faults.append('%s: %s: %s' % (flip.file, flip.test, fault))
+      faults.append('%s: %s: %s' % (flip.file, flip.old.strip(), fault))
   print('\n'.join(['%d changes, %d faults' % (len(flips), len(faults)), *faults]))
   return 1 if faults else 0
 
