@@ -50,16 +50,19 @@ TEST(TlvInstInit, IsNullWhenMemoryRunsOut) {
 TEST(TlvInstInit, KeepsItsArgumentsAndLooksAtNoByte) {
   const Guarded buffer(build(kThree));
   buffer.protect(PROT_NONE);
-  const std::pair<uint32_t, tlv_save_cb> rows[] = {{0xFEDCBA98u, record_save}, {0, nullptr}};
-  for (const auto &[max_size, save] : rows) {
+  const struct {
+    uint32_t max_size;
+    tlv_save_cb save;
+  } rows[] = {{0xFEDCBA98u, record_save}, {0, nullptr}};
+  for (const auto &row : rows) {
     tlv_inst *inst = nullptr;
     Console console;
-    EXPECT_EQ(asked_sizes([&] { inst = tlv_inst_init(buffer.bytes(), max_size, save); }),
+    EXPECT_EQ(asked_sizes([&] { inst = tlv_inst_init(buffer.bytes(), row.max_size, row.save); }),
               std::vector<size_t>{sizeof(tlv_inst)});
     ASSERT_NE(inst, nullptr);
     EXPECT_EQ(inst->base, buffer.bytes());
-    EXPECT_EQ(inst->max_size, max_size);
-    EXPECT_EQ(inst->save_cb, save);
+    EXPECT_EQ(inst->max_size, row.max_size);
+    EXPECT_EQ(inst->save_cb, row.save);
     EXPECT_EQ(inst->field_tbl, nullptr);
     EXPECT_EQ(inst->field_num, 0u);
     EXPECT_EQ(console.take(), "");
