@@ -250,8 +250,10 @@ TARN_API mu_status_t mup_log_usr_init(uint16_t module_num, const char *names);
 /**
  * Writes each file whose ring has changed, whole and in place, and clears `dirty`; with nothing changed it returns
  * without a lock. A carriage return or line feed in a stored text becomes a blank, in the ring too. A file that cannot
- * be opened is passed over, and not tried again before its ring changes anew. Runs on the timer thread every
- * MUP_LOG_SAVE_PERIOD ms; may be called from any thread, as before an ordered end.
+ * be opened is passed over, and not tried again before its ring changes anew. After a write that fails or is cut short,
+ * as on a full disk, nothing more of that file is written: it holds the beginning of what it should hold, and reading
+ * it back drops a last line that is not whole. Runs on the timer thread every MUP_LOG_SAVE_PERIOD ms; may be called
+ * from any thread, as before an ordered end.
  *
  * @return 0, always.
  */

@@ -38,14 +38,17 @@ class LineFile {
   }
 
  private:
-  // What a full disk does not take is lost.
+  // After a block that was not taken whole nothing more is written, even if there is room again: a later block would
+  // join the broken line, and a load would take the two for one record. So the file is always a prefix of what it
+  // should hold.
   void flush() {
-    if (file_) (void)fwrite(block, 1, used_, file_.get());
+    if (file_ && !is_cut_) is_cut_ = fwrite(block, 1, used_, file_.get()) != used_;
     used_ = 0;
   }
 
   File file_;
   size_t used_ = 0;
+  bool is_cut_ = false;
 };
 
 // Times of many records, of which many have the second of the one before.

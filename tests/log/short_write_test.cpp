@@ -1,0 +1,98 @@
+// A save on a disk that takes only a part: the file is a prefix of what it should hold.
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+
+#include "store_files.h"
+
+using namespace tarn_test;
+
+namespace {
+
+using LogStoreSave = LogStoreTest;
+
+constexpr int kRecords = 1000;
+
+// A file that takes what a test says of each write.
+struct Disk {
+  std::string content;
+  int writes = 0;
+  int short_write = 0;  // the number of the write that is not taken whole, counted from 1
+  size_t fitting = 0;   // bytes that this write takes
+  bool fails = false;   // it takes nothing and reports an error
+};
+
+ssize_t write_to(void *cookie, const char *data, size_t size) {
+  auto &disk = *static_cast<Disk *>(cookie);
+  if (++disk.writes == disk.short_write) {
+    errno = ENOSPC;
+    if (disk.fails) return 0;  // what a failed write of a cookie reports
+    size = std::min(size, disk.fitting);
+  }
+  disk.content.append(data, size);
+  return static_cast<ssize_t>(size);
+}
+
+// Saves 1000 records to the disk in place of the system file.
+void save_to(Disk &disk) {
+  Replace to_disk(libc::fopen, [&disk](const char *path, const char *mode) {
+    if (strcmp(path, "/overlay/mu_log.txt") != 0 || strcmp(mode, "w") != 0) return libc::fopen.real(path, mode);
+    cookie_io_functions_t functions = {};
+    functions.write = write_to;
+    return fopencookie(&disk, mode, functions);
+  });
+  for (int i = 0; i < kRecords; i++) mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "record %d of some length", i);
+  mup_log_usr_savefile();
+}
+
+}  // namespace
+
+TEST_F(LogStoreSave, WritesNothingAfterAShortWrite) {
+  start();
+  Disk whole;
+  save_to(whole);
+  mup_log_show(0, 1);          // the same records once more
+  ASSERT_GE(whole.writes, 4);  // there are blocks behind the short one
+  Disk disk;
+  disk.short_write = 2;
+  disk.fitting = 1000;
+  save_to(disk);
+  EXPECT_EQ(disk.writes, 2);
+  EXPECT_LT(disk.content.size(), whole.content.size());
+  EXPECT_TRUE(whole.content.starts_with(disk.content));
+}
+
+TEST_F(LogStoreSave, WritesNothingAfterAFailedWrite) {
+  start();
+  Disk whole;
+  save_to(whole);
+  ASSERT_NE(whole.content, "");
+  Disk disk;
+  disk.short_write = 1;
+  disk.fails = true;
+  save_to(disk);
+  EXPECT_EQ(disk.writes, 1);
+  EXPECT_EQ(disk.content, "");
+}
+
+// Whatever a write leaves of a block, what is read back are the first records, each as it was.
+TEST_F(LogStoreSave, LeavesOnlyRecordsThatAreReadBackAsTheyWere) {
+  for (const size_t fitting : {size_t{0}, size_t{1}, size_t{19}, size_t{500}, size_t{777}, size_t{8192}}) {
+    SCOPED_TRACE(fitting);
+    write_file(sys_file, "");
+    start();
+    Disk disk;
+    disk.short_write = 2;
+    disk.fitting = fitting;
+    save_to(disk);
+    const std::vector<std::string> logged = sys_texts();
+    ASSERT_EQ(logged.size(), size_t{kRecords});
+    write_file(sys_file, disk.content);
+    start();
+    const std::vector<std::string> loaded = sys_texts();
+    const auto lines = std::count(disk.content.begin(), disk.content.end(), '\n');
+    ASSERT_EQ(loaded.size(), static_cast<size_t>(lines) - 1);  // without "SysLog:"
+    EXPECT_TRUE(std::equal(loaded.begin(), loaded.end(), logged.begin()));
+  }
+}
