@@ -40,6 +40,9 @@ set(tarn_library_flags
     -fno-exceptions
     -fno-rtti
     -fno-threadsafe-statics
+    # The checks of the standard containers, which some distributions turn on, call the C++ run-time library.
+    -U_GLIBCXX_ASSERTIONS
+    -D_GLIBCXX_NO_ASSERTIONS
     # Nothing unwinds through the library; debuggers read .debug_frame. A tenth of the file.
     -fno-asynchronous-unwind-tables
     -fno-unwind-tables

@@ -5,7 +5,6 @@
 
 #include <unistd.h>
 
-#include <algorithm>
 #include <cstring>
 
 #include "time_stamp.h"
@@ -29,7 +28,7 @@ class StampReader {
     const int minute = is_plain_stamp(line) ? two_digits(line, 14) : kMinutes;
     const int second = minute < kMinutes ? two_digits(line, 17) : kSeconds;
     if (second >= kSeconds) return read_slowly(line, time);  // no plain time, or a minute or second of 60 and above
-    if (line.substr(0, sizeof hour_) != std::string_view(hour_, sizeof hour_)) enter_hour(line);
+    if (slice(line, 0, sizeof hour_) != std::string_view(hour_, sizeof hour_)) enter_hour(line);
     if (!is_even_) return read_slowly(line, time);
     *time = start_ + static_cast<time_t>(minute) * kSeconds + second;
     return true;
@@ -50,13 +49,13 @@ class StampReader {
 
   // An hour in which the clock was not set has a last second 3599 after its first.
   void enter_hour(std::string_view line) {
-    line.copy(hour_, sizeof hour_);
+    copy_text(hour_, slice(line, 0, sizeof hour_));
     char text[kStampLength + 1] = "";
-    line.copy(text, sizeof hour_);
+    char *const rest = copy_text(text, slice(line, 0, sizeof hour_));
     time_t last = 0;
-    memcpy(text + sizeof hour_, ":00:00", sizeof ":00:00");
+    copy_text(rest, ":00:00");
     (void)read_slowly(text, &start_);
-    memcpy(text + sizeof hour_, ":59:59", sizeof ":59:59");
+    copy_text(rest, ":59:59");
     (void)read_slowly(text, &last);
     is_even_ = last - start_ == kMinutes * kSeconds - 1;
   }
@@ -126,16 +125,15 @@ class Parser {
     mup_log_rec &slot = ring_.slots[count_];
     slot.text[0] = '\0';
     if (!stamps_.read(line, &slot.time)) return false;
-    std::string_view rest = line.substr(std::min(line.find('['), line.size()));
-    rest.remove_prefix(std::min<size_t>(rest.size(), 1));
+    std::string_view rest = slice(slice(line, line.find('[')), 1);
     const int level = find_level(take_name(&rest, ']'));
     const int module = find_module(take_name(&rest, ':'));
     if (module < 0 || level < 0) return false;
     slot.module = static_cast<u8>(module);
     slot.level = static_cast<u8>(level);
     slot.line = 0;
-    rest = rest.substr(0, sizeof slot.text - 1);
-    rest.copy(slot.text, rest.size());
+    rest = slice(rest, 0, sizeof slot.text - 1);
+    copy_text(slot.text, rest);
     memset(slot.text + rest.size(), 0, sizeof slot.text - rest.size());
     if (!rest.empty()) count_++;  // the next line takes the slot of an empty text
     return true;
@@ -143,9 +141,9 @@ class Parser {
 
   // The name before `closing`, which is dropped with it; without a `closing`, as far as a name can reach.
   static std::string_view take_name(std::string_view *rest, char closing) {
-    const std::string_view reach = rest->substr(0, kNameMax);
-    const std::string_view name = reach.substr(0, reach.find(closing));
-    rest->remove_prefix(std::min(name.size() + 1, rest->size()));
+    const std::string_view reach = slice(*rest, 0, kNameMax);
+    const std::string_view name = slice(reach, 0, reach.find(closing));
+    *rest = slice(*rest, name.size() + 1);
     return name;
   }
 

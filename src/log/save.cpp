@@ -29,7 +29,7 @@ class LineFile {
 
   // Room for one more line is kept at all times.
   void put(std::string_view text) {
-    text.copy(block + used_, text.size());
+    copy_text(block + used_, text);
     used_ += text.size();
   }
   void end_line() {

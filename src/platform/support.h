@@ -4,7 +4,9 @@
 #define TARN_PLATFORM_SUPPORT_H
 
 #include <climits>
+#include <cstring>
 #include <memory>
+#include <string_view>
 
 #include "tarn/platform.h"
 
@@ -59,6 +61,20 @@ inline void *allocate_bytes(u64 count, u64 size) {
 template <typename T>
 Owned<T> allocate(u64 count = 1) {
   return Owned<T>(static_cast<T *>(allocate_bytes(count, sizeof(T))));  // NOLINT(bugprone-sizeof-expression): a pointer
+}
+
+// The part of `text` from `begin` on, at most `length` characters; what lies beyond the end is not there. For substr
+// and copy of the standard view: they throw, so unless a compiler proves the range they need the C++ run-time library.
+constexpr std::string_view slice(std::string_view text, size_t begin, size_t length = std::string_view::npos) {
+  const size_t from = begin < text.size() ? begin : text.size();
+  const size_t rest = text.size() - from;
+  return {text.data() + from, length < rest ? length : rest};
+}
+
+// Copies a text, which must not be a null view, and returns the end of the copy.
+inline char *copy_text(char *to, std::string_view text) {
+  memcpy(to, text.data(), text.size());
+  return to + text.size();
 }
 
 // Fields that are read or written without their lock. The public records keep their plain types, so their layout.

@@ -1,0 +1,105 @@
+#!/usr/bin/env python3
+"""Builds the libraries at every optimisation level, with GCC and Clang, and checks that they need nothing but libc.
+
+    optimisation_levels.py SOURCE_FOLDER WORK_FOLDER
+
+What a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the shared
+library must need libc alone, and a C program must link with all of the static library by `cc` alone, and run. Prints
+a line a build; the exit code is 1 if there was a fault, 77 if neither compiler is there.
+"""
+
+import concurrent.futures
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import sys
+
+COMPILERS = (("gcc", "gcc", "g++"), ("clang", "clang", "clang++"))
+
+# The standard build types, without debug information, which takes time and changes nothing; then what none of them is.
+BUILD_TYPES = {"Debug": "-O0", "Release": "-O3 -DNDEBUG", "RelWithDebInfo": "-O2 -DNDEBUG",
+               "MinSizeRel": "-Os -DNDEBUG", "None": "-O0 -DNDEBUG", "O1": "-O1", "Og": "-Og"}
+
+# Hardening as distributions do it: the containers' checks would call the run-time library.
+EXTRA = "-Wp,-D_GLIBCXX_ASSERTIONS"
+
+PROGRAM = """
+#include <tarn/platform.h>
+int main(void) {
+  mu_printf("linked\\n");
+  return 0;
+}
+"""
+
+
+def run(*command):
+    result = subprocess.run([str(part) for part in command], text=True, stdout=subprocess.PIPE,
+                            stderr=subprocess.STDOUT)
+    if result.returncode != 0:
+        raise RuntimeError(f"{command[0]} failed:\n{result.stdout[-3000:]}")
+    return result.stdout
+
+
+def configure(source, work, name, c_compiler, cxx_compiler):
+    build = work / name
+    levels = [f"-DCMAKE_{language}_FLAGS_{type_.upper()}={flags}" for type_, flags in BUILD_TYPES.items()
+              for language in ("C", "CXX")]
+    run("cmake", "-G", "Ninja Multi-Config", "-S", source, "-B", build, f"-DCMAKE_C_COMPILER={c_compiler}",
+        f"-DCMAKE_CXX_COMPILER={cxx_compiler}", f"-DCMAKE_CXX_FLAGS={EXTRA}",
+        "-DCMAKE_CONFIGURATION_TYPES=" + ";".join(BUILD_TYPES), *levels)
+    return build
+
+
+def faults_of(source, build, type_, c_compiler):
+    libraries = build / type_
+    needed = re.findall(r"\(NEEDED\).*\[(.*)\]", run("readelf", "-dW", libraries / "libtarn.so"))
+    if needed != ["libc.so.6"]:
+        yield f"the shared library needs {', '.join(needed)}"
+    program = libraries / "program"
+    try:
+        run(c_compiler, libraries / "program.c", f"-I{source}/include", "-o", program, "-Wl,--whole-archive",
+            libraries / "libtarn.a", "-Wl,--no-whole-archive")
+        if run(program) != "linked\n":
+            yield "a C program with the static library does not run"
+    except RuntimeError as error:
+        missing = sorted(set(re.findall(r"undefined reference to `([^']*)'", str(error))))
+        yield "the static library needs " + ", ".join(missing) if missing else str(error)
+
+
+def check(source, build, name, c_compiler, type_):
+    run("cmake", "--build", build, "--config", type_, "--target", "tarn", "tarn_static", "--parallel", os.cpu_count())
+    (build / type_ / "program.c").write_text(PROGRAM)
+    faults = list(faults_of(source, build, type_, c_compiler))
+    print(f"{name} {type_} ({BUILD_TYPES[type_]}): {'; '.join(faults) if faults else 'libc alone'}", flush=True)
+    return not faults
+
+
+def default_type_is_release(source, work):
+    build = work / "default"
+    environment = {name: value for name, value in os.environ.items() if name != "CMAKE_BUILD_TYPE"}
+    subprocess.run(["cmake", "-G", "Ninja", "-S", source, "-B", build], check=True, env=environment,
+                   stdout=subprocess.DEVNULL)
+    found = re.search(r"^CMAKE_BUILD_TYPE:\w+=(.*)$", (build / "CMakeCache.txt").read_text(), re.MULTILINE)[1]
+    print(f"no build type: {found or 'none'}", flush=True)
+    return found == "Release"
+
+
+def main():
+    source, work = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+    compilers = [compiler for compiler in COMPILERS if shutil.which(compiler[1]) and shutil.which(compiler[2])]
+    if not compilers:
+        print("skipped: neither GCC nor Clang")
+        return 77
+    is_good = default_type_is_release(source, work)
+    with concurrent.futures.ThreadPoolExecutor() as pool:
+        builds = list(pool.map(lambda compiler: configure(source, work, *compiler), compilers))
+    for build, (name, c_compiler, _) in zip(builds, compilers):
+        for type_ in BUILD_TYPES:
+            is_good &= check(source, build, name, c_compiler, type_)
+    return 0 if is_good else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
