@@ -5,6 +5,11 @@ include(CMakePackageConfigHelpers)
 install(DIRECTORY include/tarn DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 install(TARGETS tarn tarn_static EXPORT tarn-targets)
 
+if(TARN_SPLIT_DEBUG)
+  install(FILES ${PROJECT_BINARY_DIR}/.debug/$<TARGET_FILE_NAME:tarn>.debug
+          DESTINATION ${CMAKE_INSTALL_LIBDIR}/.debug COMPONENT debug)
+endif()
+
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/tarn)
 install(EXPORT tarn-targets NAMESPACE tarn:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/tarn-config.cmake.in tarn-config.cmake INSTALL_DESTINATION ${package_dir})

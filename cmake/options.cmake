@@ -7,6 +7,8 @@
 #   tarn_coverage       instrumentation of the library, empty unless TARN_COVERAGE is on
 
 option(TARN_COVERAGE "Instrument the library for gcov" OFF)
+option(TARN_UNWIND_TABLES "Debuggers, backtrace(3), profilers and pthread_cancel get through the library" ON)
+option(TARN_SPLIT_DEBUG "Make and install the debug information of libtarn.so as a file of its own" OFF)
 set(TARN_SANITIZE "" CACHE STRING "Sanitizers for the library and its tests: address,undefined or thread")
 
 set(CMAKE_CXX_STANDARD 20)
@@ -43,15 +45,23 @@ set(tarn_library_flags
     # The checks of the standard containers, which some distributions turn on, call the C++ run-time library.
     -U_GLIBCXX_ASSERTIONS
     -D_GLIBCXX_NO_ASSERTIONS
-    # Nothing unwinds through the library; debuggers read .debug_frame. A tenth of the file.
-    -fno-asynchronous-unwind-tables
-    -fno-unwind-tables
     # Exported functions may be inlined into one another; the address of one stays what the program sees.
     -fno-semantic-interposition
     # Whoever interposes malloc sees every allocation: without this, malloc and a zero fill become one calloc.
     -fno-builtin-malloc
     -ffunction-sections
     -fdata-sections)
+# Tables alone: code without exceptions has no personality routine, so the unwinder passes through its frames without
+# running anything of them. They take about a tenth of the file.
+set(tarn_unwind_tables -fasynchronous-unwind-tables)
+if(TARN_UNWIND_TABLES)
+  list(APPEND tarn_library_flags ${tarn_unwind_tables})
+else()
+  list(APPEND tarn_library_flags -fno-asynchronous-unwind-tables -fno-unwind-tables)
+endif()
+if(TARN_SPLIT_DEBUG)
+  list(APPEND tarn_library_flags -g)
+endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
   # The out-of-line atomics of libgcc would bring a constructor and a call for each atomic access.
   list(APPEND tarn_library_flags -mno-outline-atomics)

@@ -19,7 +19,8 @@
  * - Numbers in messages and headers are in host byte order.
  * - The lock "EVENT_LOCK" is held while callbacks, the send hook and the configuration handler run. It is not
  *   recursive: none of them may call a function of the registry that takes it, which are all but mu_event_compare,
- *   mu_event_suprs_attach and mu_event_dump. None may throw, longjmp or end its thread.
+ *   mu_event_suprs_attach and mu_event_dump. None may throw, longjmp or end its thread. No thread may be
+ *   cancelled (pthread_cancel) meanwhile: the lock would stay locked for ever.
  * - Every function may be called from any thread, but for mu_event_init and mup_plat_event_init, whose call must not
  *   race with another call of theirs. A lock that could not be made is no lock: then nothing is guarded.
  * - Delivering allocates nothing. Nothing is printed but what a function says, on standard output.

@@ -18,7 +18,8 @@
  * - Console output goes through mu_printf. Nothing is allocated for a message.
  * - Any thread may log. The log mutex guards the rings, their indices and `dirty`, and is held while a message is
  *   shown, sent and stored, and while a file is read, written or copied, so messages wait for that: nothing that runs
- *   under it may log.
+ *   under it may log. A thread that is cancelled (pthread_cancel) in a function of this header leaves the mutex locked
+ *   for ever: a thread that may be cancelled calls them with cancellation disabled (pthread_setcancelstate).
  */
 #ifndef TARN_LOG_H
 #define TARN_LOG_H

@@ -10,7 +10,8 @@
  * - Time is counted in ticks of 10 ms of the monotonic clock. Milliseconds become ticks as 1 for a value of at most
  *   10, else the value divided by 10, truncated: 15 ms and 19 ms both become one tick.
  * - Every function but mu_timer_compare takes the timer mutex and may be called from any thread, from callbacks and
- *   under the caller's own locks. The first add of a process must not race with another first add.
+ *   under the caller's own locks. None may be cancelled (pthread_cancel): it would leave the mutex locked, and the
+ *   timers would stand still. The first add of a process must not race with another first add.
  * - Messages go to standard output.
  *
  * Two properties of the scan are part of the contract:
