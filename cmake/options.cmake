@@ -4,6 +4,7 @@
 #   tarn_library_flags  what the library's C++ does without, and what it hides
 #   tarn_hardening      for everything that ships; needs an optimised build for FORTIFY
 #   tarn_link_flags     for the shared objects
+#   tarn_start_files    for the library, which runs nothing at load time
 #   tarn_coverage       instrumentation of the library, empty unless TARN_COVERAGE is on
 
 option(TARN_COVERAGE "Instrument the library for gcov" OFF)
@@ -89,6 +90,13 @@ else()
   set(tarn_sanitize -fsanitize=${TARN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
   add_compile_options(${tarn_sanitize})
   add_link_options(${tarn_sanitize})
+endif()
+
+# The start files would add functions that run at load time and do nothing here; and, built without the marks of control
+# flow integrity, they would take those marks from the library. The instrumented builds need them.
+set(tarn_start_files "")
+if(TARN_SANITIZE STREQUAL "" AND NOT TARN_COVERAGE)
+  set(tarn_start_files -nostartfiles)
 endif()
 
 set(tarn_coverage "")

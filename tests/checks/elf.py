@@ -21,6 +21,9 @@ LIBC = "libc.so.6"
 CXX_RUNTIME = re.compile(r"^(_Z|__cxa_(?!finalize)|__gxx_|_Unwind_|__once_proxy|__dynamic_cast)")
 CODE_AT_START = re.compile(r"\s\.(preinit_array|init_array|fini_array|ctors|dtors|init|fini)\b[^\s]*\s")
 
+# What -fcf-protection and -mbranch-protection=standard promise, as readelf names it.
+CONTROL_FLOW = {"AArch64": {"BTI", "PAC"}, "Advanced Micro Devices X86-64": {"IBT", "SHSTK"}}
+
 
 class Library:
     def __init__(self, build, prefix):
@@ -62,23 +65,26 @@ def stack_faults(library):
 
 
 def constructor_faults(library):
-    """The compiler's start file puts one function into .init_array, frame_dummy; no object of ours adds to it."""
+    """Nothing of the library runs when it is loaded or unloaded."""
     dynamic = library.readelf("-d", library.shared)
-    sizes = dict(re.findall(r"\((\w+ARRAYSZ)\)\s+(\d+)", dynamic))
-    if sizes.get("INIT_ARRAYSZ") != "8" or "PREINIT_ARRAYSZ" in sizes:
-        yield f"start functions: {sizes}"
-    else:
-        start = re.search(r"\(INIT_ARRAY\)\s+0x([0-9a-f]+)", dynamic)[1]
-        entry = re.search(rf"^0*{start}\s.*_RELATIVE\s+([0-9a-f]+)", library.readelf("-r", library.shared), re.MULTILINE)
-        names = re.findall(rf"^\s*\d+: 0*{entry[1]}\s.*\s(\w+)$" if entry else r"^(?!)",
-                           library.readelf("-s", library.shared), re.MULTILINE)
-        if "frame_dummy" not in names:
-            yield f"the start function is {names or 'unknown'}, not the compiler's frame_dummy"
+    for entry in re.findall(r"\((INIT|FINI|INIT_ARRAY|FINI_ARRAY|PREINIT_ARRAY)\)", dynamic):
+        yield f"has {entry}: something runs at load time"
     sections = library.readelf("-S", library.archive)
     if ".text" not in sections:
         yield "the archive has no code"
     for section in CODE_AT_START.finditer(sections):
         yield f"an object of the archive has a section .{section[1]}"
+
+
+def control_flow_faults(library):
+    """The kernel and the loader enforce landing pads and shadow stacks only for a file that is marked as a whole."""
+    wanted = CONTROL_FLOW.get(re.search(r"Machine:\s+(.*)", library.readelf("-h", library.shared))[1])
+    if wanted is None:
+        return
+    notes = library.readelf("-n", library.shared)
+    marks = {mark.strip() for line in re.findall(r"feature: (.*)", notes) for mark in line.split(",")}
+    if not wanted <= marks:
+        yield f"lacks the marks {', '.join(sorted(wanted - marks))}"
 
 
 def runtime_faults(library):
@@ -108,7 +114,7 @@ def main():
 
     library = Library(arguments.build, arguments.prefix)
     faults = [*dynamic_faults(library, arguments.loader), *stack_faults(library), *constructor_faults(library),
-              *runtime_faults(library)]
+              *control_flow_faults(library), *runtime_faults(library)]
     size = library.stripped_size()
     if arguments.size_limit and size >= arguments.size_limit:
         faults.append(f"{size} bytes stripped, not below {arguments.size_limit}")
