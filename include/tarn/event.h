@@ -24,6 +24,7 @@
  * - Every function may be called from any thread, but for mu_event_init and mup_plat_event_init, whose call must not
  *   race with another call of theirs. A lock that could not be made is no lock: then nothing is guarded.
  * - Delivering allocates nothing. Nothing is printed but what a function says, on standard output.
+ * - The socket and the device are opened close-on-exec: no program that the process starts gets them.
  * - There is no stop: table, lock, timer, thread and socket live as long as the process.
  */
 #ifndef TARN_EVENT_H

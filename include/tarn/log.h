@@ -16,6 +16,8 @@
  * - The argument `reserved` is ignored; pass 0.
  * - A null argument that a function cannot work without prints "%s() _%d_: assert fail\n" (function, source line).
  * - Console output goes through mu_printf. Nothing is allocated for a message.
+ * - The socket, the kernel's messages and the log device are opened close-on-exec: no program that the process starts
+ *   gets them.
  * - Any thread may log. The log mutex guards the rings, their indices and `dirty`, and is held while a message is
  *   shown, sent and stored, and while a file is read, written or copied, so messages wait for that: nothing that runs
  *   under it may log. A thread that is cancelled (pthread_cancel) in a function of this header leaves the mutex locked

@@ -34,7 +34,7 @@ int mu_pal_ioctl(uint32_t cmd, void *arg) {
     mu_printf("ioctl: input param is too long.\n");
     return -1;
   }
-  const int device = open(MU_PAL_DEVICE, O_RDWR);
+  const int device = open(MU_PAL_DEVICE, O_RDWR | O_CLOEXEC);
   if (device < 0) {
     (void)puts("Device open failure " MU_PAL_DEVICE);
     return -1;

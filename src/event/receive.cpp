@@ -52,7 +52,7 @@ void tell_of_failure() { perror("!Create pkt_evt channel failed::\n"); }
 }  // namespace
 
 void *remote_event_process() {
-  const int sock = socket(AF_NETLINK, SOCK_RAW, MU_PAL_NETLINK);
+  const int sock = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, MU_PAL_NETLINK);
   if (sock < 0) {
     tell_of_failure();
     return nullptr;

@@ -110,7 +110,7 @@ void *log_msg_process(void *started) {
     mu_printf("Klogd enable!!\n");
     return nullptr;
   }
-  const int file = open("/proc/kmsg", O_RDONLY);
+  const int file = open("/proc/kmsg", O_RDONLY | O_CLOEXEC);
   if (file < 0) {
     mu_printf("Open kmsg fail! \n");
     return nullptr;

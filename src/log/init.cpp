@@ -46,7 +46,7 @@ mu_status_t mup_log_init([[maybe_unused]] uint64_t reserved, uint16_t module_num
   }
   for (u32 i = 0; i < module_num; i++) register_module(modules.get()[i], names + size_t{i} * MUP_LOG_NAME_SIZE);
   control.modules = modules.release();
-  control.sock = socket(AF_INET, SOCK_DGRAM, 0);
+  control.sock = socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0);
   if (control.sock < 0) mu_printf("Log socket failed\n");
   control.module_num = static_cast<u8>(module_num);
   control.server_ip = TARN_LOG_SERVER_IP;

@@ -31,7 +31,7 @@ void mup_log_kern_level_set(uint8_t module_index, uint8_t type, uint8_t value) {
   message.module = module_index;
   message.type = type;
   message.value = value;
-  const int device = open("/dev/mulog-ioctl-dev", O_RDWR);
+  const int device = open("/dev/mulog-ioctl-dev", O_RDWR | O_CLOEXEC);
   if (device < 0) {
     (void)puts("Device open failure /dev/mulog-ioctl-dev");
     return;
