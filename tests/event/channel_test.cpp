@@ -70,7 +70,7 @@ TEST_F(EventChannel, OpensTellsItsPortAndBinds) {
   Console console;
   start();
   EXPECT_EQ(kernel().take_calls(), "socket getppid open ioctl close bind");
-  EXPECT_EQ(kernel().socket_arguments, (std::array{AF_NETLINK, static_cast<int>(SOCK_RAW), 19}));
+  EXPECT_EQ(kernel().socket_arguments, (std::array{AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 19}));
   EXPECT_EQ(evt_dest, kParent);
   EXPECT_EQ(kernel().ioctls[0].request, 0x4302u);
   Bytes expected(24);

@@ -57,7 +57,7 @@ TEST_F(EventDevice, OpensSendsAndCloses) {
   EXPECT_EQ(mu_pal_ioctl(2, arg.get()), 0);
   EXPECT_EQ(kernel().take_calls(), "open ioctl close");
   EXPECT_EQ(kernel().open_path, "/dev/mu_pal_ioctl");
-  EXPECT_EQ(kernel().open_flags, O_RDWR);
+  EXPECT_EQ(kernel().open_flags, O_RDWR | O_CLOEXEC);
   EXPECT_EQ(kernel().ioctls[0].file, kDevice);
   EXPECT_EQ(kernel().ioctls[0].request, 0x4302u);
   EXPECT_EQ(kernel().closed, std::vector<int>{kDevice});

@@ -98,7 +98,7 @@ TEST(LogInit, GoesOnWithoutASocket) {
   Console console;
   Replace refuse(libc::socket, [](int domain, int type, int) {
     EXPECT_EQ(domain, AF_INET);
-    EXPECT_EQ(type, SOCK_DGRAM);
+    EXPECT_EQ(type, SOCK_DGRAM | SOCK_CLOEXEC);
     errno = EMFILE;
     return -1;
   });
