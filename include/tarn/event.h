@@ -25,6 +25,9 @@
  *   race with another call of theirs. A lock that could not be made is no lock: then nothing is guarded.
  * - Delivering allocates nothing. Nothing is printed but what a function says, on standard output.
  * - The socket and the device are opened close-on-exec: no program that the process starts gets them.
+ * - After fork(2) the child has the registry and the socket, but neither the event thread nor the polling timer: no
+ *   kernel event arrives, no suppression ends, and `evt_flag` lets no second start happen. Start after fork, and after
+ *   daemon(3), which forks and so changes the parent whose id is the port.
  * - There is no stop: table, lock, timer, thread and socket live as long as the process.
  */
 #ifndef TARN_EVENT_H

@@ -18,6 +18,9 @@
  * - Console output goes through mu_printf. Nothing is allocated for a message.
  * - The socket, the kernel's messages and the log device are opened close-on-exec: no program that the process starts
  *   gets them.
+ * - After fork(2) the child has the rings, but not the timer thread: it logs, yet no file is saved unless it calls
+ *   mup_log_usr_savefile, and then child and parent write over each other's files; a mutex that was held stays held.
+ *   Start the log after fork, and after daemon(3), which forks.
  * - Any thread may log. The log mutex guards the rings, their indices and `dirty`, and is held while a message is
  *   shown, sent and stored, and while a file is read, written or copied, so messages wait for that: nothing that runs
  *   under it may log. A thread that is cancelled (pthread_cancel) in a function of this header leaves the mutex locked

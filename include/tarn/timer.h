@@ -13,6 +13,9 @@
  *   under the caller's own locks. None may be cancelled (pthread_cancel): it would leave the mutex locked, and the
  *   timers would stand still. The first add of a process must not race with another first add.
  * - Messages go to standard output.
+ * - After fork(2) the child has the records, but not the thread: timers are accepted and never run, and a mutex that
+ *   was held stays held. Start the service after fork, and after daemon(3), which forks; a child that does not begin a
+ *   new program (exec) must not use it.
  *
  * Two properties of the scan are part of the contract:
  * - The first scan counts the whole age of the monotonic clock as elapsed, so a timer that was added before it and
