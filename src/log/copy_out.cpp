@@ -79,9 +79,11 @@ mu_status_t mup_log_file_get(const char *out_path, int8_t which, const char *mod
   char source[sizeof control.sys_path];
   (void)snprintf(source, sizeof source, "%.31s", which != 0 ? control.usr_path : control.sys_path);
   ScopedLock lock(control.mutex);
-  const File from{fopen(source, "r")};
-  const File to{fopen(out_path, "w")};
+  File from{fopen(source, "r")};
+  File to{fopen(out_path, "w")};
   if (!from || !to) {
+    from.reset();
+    to.reset();
     // Deliberate: no failure for the caller. Held by LogFileGet.ReturnsZeroWhenAFileDoesNotOpen.
     mu_printf("open file fail \n");
     return 0;
