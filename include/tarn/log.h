@@ -266,7 +266,8 @@ TARN_API mu_status_t mup_log_usr_init(uint16_t module_num, const char *names);
 TARN_API mu_status_t mup_log_usr_savefile(void);
 
 /**
- * Sets the device's description: six texts of at most 31 characters. The next save writes them.
+ * Sets the device's description: six texts of at most 31 characters. Set after mup_log_usr_init, it is written by the
+ * next save. Set before, it is kept, but the start clears `dirty`: it is written with the next change of the user ring.
  *
  * @param[in] header  A mup_log_usr_header, copied.
  * @retval 0  Done.
