@@ -386,7 +386,9 @@ TARN_API int event_cfg_set(uint16_t device_id, mu_event_msg_t *msg);
 /**
  * The body of the event thread: opens the netlink socket, tells the kernel its port, binds it, and from then on sends
  * each datagram that arrives to the registry: device id, type and length as the header claims them, the data at byte 24
- * of an 8-byte aligned buffer. The port is the id of the parent process. It waits in select, without a timeout.
+ * of an 8-byte aligned buffer. The port is the id of the parent process. It waits in select, without a timeout. A wait
+ * that fails, other than by a signal, is followed by a pause of 100 ms: nothing but a program that closes the socket,
+ * which is not its own, makes it fail for good.
  *
  * A datagram of less than 24 bytes is ignored. Deliberate, twice: the length is not compared with what was received,
  * so subscribers get up to 65535 for a buffer of 2024 bytes and must check it; and a failed receive is not told from a

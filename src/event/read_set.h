@@ -29,17 +29,19 @@ class ReadSet {
   // Whether there is memory for it.
   bool exists() const { return words_ != nullptr; }
 
-  // Waits without a timeout. Returns whether the descriptor can be read; false also after a failed wait.
-  bool wait() {
+  // Waits without a timeout. Returns what select does.
+  int wait() {
     memset(words_, 0, size_);
-    fd_mask &word = words_[fd_ / NFDBITS];
-    const auto bit = static_cast<fd_mask>(1UL << (fd_ % NFDBITS));
-    word |= bit;
-    const int ready = select(fd_ + 1, reinterpret_cast<fd_set *>(words_), nullptr, nullptr, nullptr);
-    return ready >= 1 && (word & bit) != 0;
+    words_[fd_ / NFDBITS] |= bit();
+    return select(fd_ + 1, reinterpret_cast<fd_set *>(words_), nullptr, nullptr, nullptr);
   }
 
+  // Whether the wait left the descriptor in the set.
+  bool has_descriptor() const { return (words_[fd_ / NFDBITS] & bit()) != 0; }
+
  private:
+  fd_mask bit() const { return static_cast<fd_mask>(1UL << (fd_ % NFDBITS)); }
+
   const int fd_;
   fd_mask *words_;
   size_t size_;

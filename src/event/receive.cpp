@@ -18,6 +18,10 @@ int32_t evt_dest;
 
 namespace {
 
+// After a wait that failed. It would fail again at once when somebody has closed the socket, and the thread, whose
+// priority is a real-time one, would leave its processor to nobody.
+constexpr u32 kPauseMs = 100;
+
 int bind_to_port(int sock, u32 port) {
   sockaddr_nl address = {};
   address.nl_family = AF_NETLINK;
@@ -38,7 +42,9 @@ void send_to_registry(u8 *datagram) {
   sockaddr_nl sender;  // not used
   socklen_t sender_size = 0;
   for (;;) {
-    if (!readable.wait()) continue;
+    const int ready = readable.wait();
+    if (ready < 0 && errno != EINTR) mu_sleep(kPauseMs);
+    if (ready < 1 || !readable.has_descriptor()) continue;
     const ssize_t received =
         recvfrom(sock, datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&sender), &sender_size);
     // Deliberate: unsigned, so that a failed receive, -1, counts as a long datagram, and what the buffer holds is sent

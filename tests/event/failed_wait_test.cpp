@@ -1,0 +1,81 @@
+// The event thread when its wait fails, as it does for ever once somebody has closed the socket.
+
+#include <gtest/gtest.h>
+#include <semaphore.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "support/console.h"
+#include "support/libc.h"
+#include "support/sandbox.h"
+#include "tarn/event.h"
+
+using namespace tarn_test;
+
+namespace {
+
+// The loop's calls of select, a word each: how a wait ended, or how long a pause was.
+struct Rounds {
+  std::vector<int> errors;  // of one wait after another; then a wait that does not end
+  std::string calls;
+  sem_t waits_for_good;
+  sem_t never;
+
+  int wait(int count, fd_set *read) {
+    const size_t number = waited++;
+    if (number == errors.size()) {
+      sem_post(&waits_for_good);
+      for (;;) sem_wait(&never);
+    }
+    // The descriptor is closed: the system's own answer.
+    if (errors[number] == EBADF) return libc::select.real(count, read, nullptr, nullptr, nullptr);
+    errno = errors[number];
+    return -1;
+  }
+
+  int select(int count, fd_set *read, const timeval *timeout) {
+    if (read == nullptr) {
+      calls += std::to_string(timeout->tv_sec * 1000 + timeout->tv_usec / 1000) + "ms ";
+      return 0;
+    }
+    const int result = wait(count, read);
+    calls += result < 0 ? std::string(strerrorname_np(errno)) + ' ' : "? ";
+    return result;
+  }
+
+  size_t waited = 0;
+};
+
+// Runs the thread's body on a socket that is closed.
+std::string calls_with(std::vector<int> errors) {
+  static auto &rounds = *new Rounds;  // the thread waits on it for good
+  rounds.errors = std::move(errors);
+  sem_init(&rounds.waits_for_good, 0, 0);
+  sem_init(&rounds.never, 0, 0);
+  Sandbox sandbox;
+  Console console;
+  Replace socket(libc::socket, [](int, int, int) {
+    const int sock = dup(STDIN_FILENO);
+    close(sock);
+    return sock;
+  });
+  Replace bind(libc::bind, [](int, const sockaddr *, socklen_t) { return 0; });
+  Replace select(libc::select, [](int count, fd_set *read, fd_set *, fd_set *, timeval *timeout) {
+    return rounds.select(count, read, timeout);
+  });
+  std::thread([] { remote_event_process(); }).detach();
+  while (sem_wait(&rounds.waits_for_good) != 0) continue;
+  return rounds.calls;
+}
+
+}  // namespace
+
+TEST(EventWait, PausesAfterEachFailure) {
+  EXPECT_EQ(calls_with({EBADF, EBADF, ENOMEM}), "EBADF 100ms EBADF 100ms ENOMEM 100ms ");
+}
+
+TEST(EventWait, GoesOnAtOnceAfterASignal) { EXPECT_EQ(calls_with({EINTR, EBADF, EINTR}), "EINTR EBADF 100ms EINTR "); }
