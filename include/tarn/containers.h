@@ -10,6 +10,7 @@
  * Holds for the whole header:
  * - No locking, but for `mu_hash`: a caller whose container is shared holds a lock of its own across every call and
  *   across any walk.
+ * - A pointer must not be null unless its function says what null does: it is not checked.
  * - Failures are told by results alone; nothing is printed.
  * - Memory comes from mu_malloc. `mu_lst`, `mu_hash` and the bit arrays neither copy nor free what the caller puts in.
  */
@@ -51,11 +52,11 @@ typedef struct mu_list {
   mu_list_cmp_cb_t cmp; /**< Serves mu_list_query; may be null. */
 } mu_list_t;
 
-static_assert(sizeof(mu_list_node_t) == 24, "the record follows at byte 24");
-static_assert(offsetof(mu_list_node_t, prev) == 8 && offsetof(mu_list_node_t, next) == 16, "node layout");
-static_assert(offsetof(mu_list_t, count) == 4 && offsetof(mu_list_t, tail) == 8 && offsetof(mu_list_t, head) == 16 &&
-                  offsetof(mu_list_t, cmp) == 24 && sizeof(mu_list_t) == 32,
-              "list layout");
+TARN_STATIC_ASSERT(sizeof(mu_list_node_t) == 24, "the record follows at byte 24");
+TARN_STATIC_ASSERT(offsetof(mu_list_node_t, prev) == 8 && offsetof(mu_list_node_t, next) == 16, "node layout");
+TARN_STATIC_ASSERT(offsetof(mu_list_t, count) == 4 && offsetof(mu_list_t, tail) == 8 &&
+                       offsetof(mu_list_t, head) == 16 && offsetof(mu_list_t, cmp) == 24 && sizeof(mu_list_t) == 32,
+                   "list layout");
 
 /**
  * Creates an empty list.
@@ -146,8 +147,9 @@ typedef struct mu_lst {
   uint32_t count;     /**< Number of nodes. */
 } mu_lst;
 
-static_assert(offsetof(mu_lst_node, next) == 8 && sizeof(mu_lst_node) == 16, "node layout");
-static_assert(offsetof(mu_lst, first) == 8 && offsetof(mu_lst, count) == 16 && sizeof(mu_lst) == 24, "list layout");
+TARN_STATIC_ASSERT(offsetof(mu_lst_node, next) == 8 && sizeof(mu_lst_node) == 16, "node layout");
+TARN_STATIC_ASSERT(offsetof(mu_lst, first) == 8 && offsetof(mu_lst, count) == 16 && sizeof(mu_lst) == 24,
+                   "list layout");
 
 /** Makes `list` empty, whatever it held. */
 TARN_API void mu_lst_init(mu_lst *list);
@@ -219,9 +221,10 @@ __extension__ typedef struct mu_hash { /* an array without a length: C11, an ext
   mu_lst buckets[];                    /**< `size` lists. */
 } mu_hash;
 
-static_assert(offsetof(mu_hash, lock) == 8 && offsetof(mu_hash, hash_fn) == 16 && offsetof(mu_hash, cmp_fn) == 24 &&
-                  offsetof(mu_hash, count) == 32 && offsetof(mu_hash, buckets) == 40 && sizeof(mu_hash) == 40,
-              "table layout");
+TARN_STATIC_ASSERT(offsetof(mu_hash, lock) == 8 && offsetof(mu_hash, hash_fn) == 16 &&
+                       offsetof(mu_hash, cmp_fn) == 24 && offsetof(mu_hash, count) == 32 &&
+                       offsetof(mu_hash, buckets) == 40 && sizeof(mu_hash) == 40,
+                   "table layout");
 
 /**
  * Creates an empty table. Its mutex is named "H" and the table's address.
@@ -345,9 +348,9 @@ typedef struct mu_rbuf {
   uint64_t *slots; /**< A block of its own. Slots that have been read are 0. */
 } mu_rbuf;
 
-static_assert(offsetof(mu_rbuf, wr) == 8 && offsetof(mu_rbuf, size) == 12 && offsetof(mu_rbuf, full) == 16 &&
-                  offsetof(mu_rbuf, slots) == 24 && sizeof(mu_rbuf) == 32,
-              "ring buffer layout");
+TARN_STATIC_ASSERT(offsetof(mu_rbuf, wr) == 8 && offsetof(mu_rbuf, size) == 12 && offsetof(mu_rbuf, full) == 16 &&
+                       offsetof(mu_rbuf, slots) == 24 && sizeof(mu_rbuf) == 32,
+                   "ring buffer layout");
 
 /**
  * Creates an empty ring buffer.

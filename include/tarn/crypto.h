@@ -93,10 +93,29 @@ TARN_API extern uint8_t const_Rb[AES128_BLOCK_BYTES];
  * @retval 0  Done.
  * @retval 2  `tag_len` is 0 or above 16: "parameter error!!val is :%d\n" is printed with it; `tag` is untouched.
  *
- * Compare tags in a time that does not depend on where they differ; memcmp does not.
+ * Compare tags with tarn_tags_match: memcmp takes a time that depends on where they differ.
  */
 TARN_API mu_status_t aes128_cmac_compute(const uint8_t key[AES128_KEY_BYTES], const uint8_t *msg, uint32_t msg_len,
                                          uint8_t tag_len, uint8_t *tag);
+
+/**
+ * Compares two tags in a time that depends on their length alone, not on where they differ.
+ *
+ * @param[in] size  Bytes of each tag.
+ * @retval 1  They are the same. So are tags of 0 bytes: check the length that a peer names.
+ * @retval 0  They differ.
+ */
+static inline int tarn_tags_match(const uint8_t *a, const uint8_t *b, size_t size) {
+  unsigned difference = 0;
+  size_t i;
+  for (i = 0; i < size; i++) {
+    unsigned bits = a[i];
+    bits ^= b[i];
+    difference |= bits;
+    __asm__("" : "+r"(difference)); /* the compiler cannot know it, and so cannot end the loop early */
+  }
+  return difference == 0;
+}
 
 /**
  * Derives the subkeys of AES-CMAC: RFC 4493, section 2.3.

@@ -16,6 +16,7 @@
  * - A type is in range when the registry is initialised and the type is less than `max_event_num`. Deliberate: some
  *   functions take the type signed, and for these a negative type is in range: it addresses the record that many places
  *   before the table, unchecked, or is forwarded. Never pass one. The others take it unsigned and refuse it.
+ * - A pointer must not be null unless its function says what null does: it is not checked.
  * - Numbers in messages and headers are in host byte order.
  * - The lock "EVENT_LOCK" is held while callbacks, the send hook and the configuration handler run. It is not
  *   recursive: none of them may call a function of the registry that takes it, which are all but mu_event_compare,
@@ -76,7 +77,7 @@ enum mu_event_op {
   MU_EVENT_OP_COUNTER_CLEAR_ALL = 2, /**< Sets `op`. */
   MU_EVENT_OP_SET = 3,               /**< Sets `op`, `type` and the configuration. */
   MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type` and the caller's configuration; reads that back. */
-  MU_EVENT_OP_DUMP = 5,              /**< Sets `op`, and `type` and the device id to 0. */
+  MU_EVENT_OP_DUMP = 5               /**< Sets `op`, and `type` and the device id to 0. */
 };
 
 /** The event configuration message: what a configuration handler is given. The bytes that `op` does not name are 0. */
@@ -133,29 +134,30 @@ typedef struct mu_event_state {
   mu_event_rec *events;               /**< The table, by type. */
 } mu_event_state_t;
 
-static_assert(sizeof(mu_event_cfg_t) == 12 && offsetof(mu_event_cfg_t, threshold) == 4 &&
-                  offsetof(mu_event_cfg_t, period) == 8,
-              "event configuration layout");
-static_assert(offsetof(mu_event_msg_t, type) == 4 && offsetof(mu_event_msg_t, reserved) == 8 &&
-                  offsetof(mu_event_msg_t, suprs_en) == 12 && offsetof(mu_event_msg_t, threshold) == 16 &&
-                  offsetof(mu_event_msg_t, period) == 20 && offsetof(mu_event_msg_t, count) == 24 &&
-                  offsetof(mu_event_msg_t, clear) == 28 && sizeof(mu_event_msg_t) == 32,
-              "event configuration message layout");
-static_assert(offsetof(mu_event_subscriber_t, cb) == 8 && sizeof(mu_event_subscriber_t) == 16, "subscriber layout");
-static_assert(offsetof(mu_event_rec, suprs_en) == 1 && offsetof(mu_event_rec, suprs_s) == 2 &&
-                  offsetof(mu_event_rec, type) == 4 && offsetof(mu_event_rec, count) == 8 &&
-                  offsetof(mu_event_rec, suprs_cnt) == 12 && offsetof(mu_event_rec, threshold) == 16 &&
-                  offsetof(mu_event_rec, period_cnt) == 20 && offsetof(mu_event_rec, period) == 24 &&
-                  offsetof(mu_event_rec, tick) == 28 && offsetof(mu_event_rec, cb_list) == 32 &&
-                  offsetof(mu_event_rec, release_cb) == 40 && offsetof(mu_event_rec, suppress_cb) == 48 &&
-                  offsetof(mu_event_rec, cookie) == 56 && offsetof(mu_event_rec, reserved) == 64 &&
-                  sizeof(mu_event_rec) == 72,
-              "event record layout");
-static_assert(offsetof(mu_event_state_t, max_event_num) == 4 && offsetof(mu_event_state_t, lock) == 8 &&
-                  offsetof(mu_event_state_t, poll_timer) == 16 && offsetof(mu_event_state_t, send_hook) == 24 &&
-                  offsetof(mu_event_state_t, cfg_handler) == 32 && offsetof(mu_event_state_t, events) == 40 &&
-                  sizeof(mu_event_state_t) == 48,
-              "event state layout");
+TARN_STATIC_ASSERT(sizeof(mu_event_cfg_t) == 12 && offsetof(mu_event_cfg_t, threshold) == 4 &&
+                       offsetof(mu_event_cfg_t, period) == 8,
+                   "event configuration layout");
+TARN_STATIC_ASSERT(offsetof(mu_event_msg_t, type) == 4 && offsetof(mu_event_msg_t, reserved) == 8 &&
+                       offsetof(mu_event_msg_t, suprs_en) == 12 && offsetof(mu_event_msg_t, threshold) == 16 &&
+                       offsetof(mu_event_msg_t, period) == 20 && offsetof(mu_event_msg_t, count) == 24 &&
+                       offsetof(mu_event_msg_t, clear) == 28 && sizeof(mu_event_msg_t) == 32,
+                   "event configuration message layout");
+TARN_STATIC_ASSERT(offsetof(mu_event_subscriber_t, cb) == 8 && sizeof(mu_event_subscriber_t) == 16,
+                   "subscriber layout");
+TARN_STATIC_ASSERT(offsetof(mu_event_rec, suprs_en) == 1 && offsetof(mu_event_rec, suprs_s) == 2 &&
+                       offsetof(mu_event_rec, type) == 4 && offsetof(mu_event_rec, count) == 8 &&
+                       offsetof(mu_event_rec, suprs_cnt) == 12 && offsetof(mu_event_rec, threshold) == 16 &&
+                       offsetof(mu_event_rec, period_cnt) == 20 && offsetof(mu_event_rec, period) == 24 &&
+                       offsetof(mu_event_rec, tick) == 28 && offsetof(mu_event_rec, cb_list) == 32 &&
+                       offsetof(mu_event_rec, release_cb) == 40 && offsetof(mu_event_rec, suppress_cb) == 48 &&
+                       offsetof(mu_event_rec, cookie) == 56 && offsetof(mu_event_rec, reserved) == 64 &&
+                       sizeof(mu_event_rec) == 72,
+                   "event record layout");
+TARN_STATIC_ASSERT(offsetof(mu_event_state_t, max_event_num) == 4 && offsetof(mu_event_state_t, lock) == 8 &&
+                       offsetof(mu_event_state_t, poll_timer) == 16 && offsetof(mu_event_state_t, send_hook) == 24 &&
+                       offsetof(mu_event_state_t, cfg_handler) == 32 && offsetof(mu_event_state_t, events) == 40 &&
+                       sizeof(mu_event_state_t) == 48,
+                   "event state layout");
 
 /* ---- The registry: functions ----------------------------------------------------------------------------------- */
 
@@ -321,8 +323,8 @@ TARN_API void mu_event_poll(void);
 
 /** Commands of the device. */
 enum mu_pal_cmd {
-  MU_PAL_EVENT_CFG = 1,  /**< Payload: a mu_event_msg_t, which is answered in place. `length` 32, `device_id`. */
-  MU_PAL_EVENT_DEST = 2, /**< No payload. `length` 0, `destination`. */
+  MU_PAL_EVENT_CFG = 1, /**< Payload: a mu_event_msg_t, which is answered in place. `length` 32, `device_id`. */
+  MU_PAL_EVENT_DEST = 2 /**< No payload. `length` 0, `destination`. */
 };
 
 /** What every argument of the device and every datagram of the kernel starts with; the payload follows at byte 24. */
@@ -337,10 +339,10 @@ typedef struct mu_pal_hdr {
   uint32_t destination;  /**< MU_PAL_EVENT_DEST only: the netlink port that shall receive events. */
 } mu_pal_hdr_t;
 
-static_assert(offsetof(mu_pal_hdr_t, length) == 2 && offsetof(mu_pal_hdr_t, event_type) == 6 &&
-                  offsetof(mu_pal_hdr_t, device_id) == 10 && offsetof(mu_pal_hdr_t, destination) == 20 &&
-                  sizeof(mu_pal_hdr_t) == 24,
-              "platform header layout");
+TARN_STATIC_ASSERT(offsetof(mu_pal_hdr_t, length) == 2 && offsetof(mu_pal_hdr_t, event_type) == 6 &&
+                       offsetof(mu_pal_hdr_t, device_id) == 10 && offsetof(mu_pal_hdr_t, destination) == 20 &&
+                       sizeof(mu_pal_hdr_t) == 24,
+                   "platform header layout");
 
 /** 1 once mup_plat_event_init has run, else 0. */
 TARN_API extern uint32_t evt_flag;
@@ -393,6 +395,9 @@ TARN_API int event_cfg_set(uint16_t device_id, mu_event_msg_t *msg);
  * A datagram of less than 24 bytes is ignored. Deliberate, twice: the length is not compared with what was received,
  * so subscribers get up to 65535 for a buffer of 2024 bytes and must check it; and a failed receive is not told from a
  * full buffer, so that what the buffer holds is sent again (at first zeros: type 0, device 0, no data).
+ *
+ * The sender of a datagram is not looked at. The kernel's driver must keep the others out: its netlink protocol must
+ * not let senders without privileges send to processes (no NL_CFG_F_NONROOT_SEND).
  *
  * A parent id of 1 (a daemon whose parent has ended, or which the init process started) and two daemons of one parent
  * mean the same port twice: the later bind fails. A parent id of 0 (the parent is outside of the process's PID

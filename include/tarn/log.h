@@ -14,8 +14,10 @@
  * Holds for the whole header:
  * - Statuses: 0 success, -1 no mutex, 2 bad argument, 10 out of memory, 19 (of the file functions: 1) not initialised.
  * - The argument `reserved` is ignored; pass 0.
- * - A null argument that a function cannot work without prints "%s() _%d_: assert fail\n" (function, source line).
+ * - A null argument that a function cannot work without, and says so, prints "%s() _%d_: assert fail\n" (function,
+ *   source line). Other pointers must not be null.
  * - Console output goes through mu_printf. Nothing is allocated for a message.
+ * - Files are made with mode 0666 less the process's umask: a daemon whose log is not for everybody sets one.
  * - The socket, the kernel's messages and the log device are opened close-on-exec: no program that the process starts
  *   gets them.
  * - After fork(2) the child has the rings, but not the timer thread: it logs, yet no file is saved unless it calls
@@ -45,14 +47,14 @@ enum mup_log_level {
   MUP_LOG_WARNING = 5,
   MUP_LOG_NOTICE = 6,
   MUP_LOG_INFO = 7,
-  MUP_LOG_DEBUG = 8,
+  MUP_LOG_DEBUG = 8
 };
 
 /** Settings of a module, for mup_log_level_set and mup_log_level_get. */
 enum mup_log_setting {
   MUP_LOG_SET_PRINT = 0,  /**< `print_level` */
   MUP_LOG_SET_RECORD = 1, /**< `record_level` */
-  MUP_LOG_SET_ENABLE = 2, /**< `enable` */
+  MUP_LOG_SET_ENABLE = 2  /**< `enable` */
 };
 
 #define MUP_LOG_NAME_SIZE 16     /**< Bytes of a module's name, its NUL included. */
@@ -69,9 +71,9 @@ enum mup_log_setting {
 
 /** Values of `remote_mode`; any other value acts as MUP_LOG_REMOTE_AND_STORE. */
 enum mup_log_remote {
-  MUP_LOG_REMOTE_OFF = 0,       /**< No forwarding. */
-  MUP_LOG_REMOTE_ONLY = 1,      /**< Forward and do not store: without a socket the message is lost. */
-  MUP_LOG_REMOTE_AND_STORE = 2, /**< Forward and store. */
+  MUP_LOG_REMOTE_OFF = 0,      /**< No forwarding. */
+  MUP_LOG_REMOTE_ONLY = 1,     /**< Forward and do not store: without a socket the message is lost. */
+  MUP_LOG_REMOTE_AND_STORE = 2 /**< Forward and store. */
 };
 
 /** One registered module. */
@@ -124,22 +126,23 @@ typedef struct mup_log_ctrl {
   mup_log_usr_header usr_header;         /**< Survives a second mup_log_init. */
 } mup_log_ctrl;
 
-static_assert(offsetof(mup_log_module, record_level) == 16 && offsetof(mup_log_module, print_level) == 17 &&
-                  offsetof(mup_log_module, enable) == 18 && sizeof(mup_log_module) == 19,
-              "log module layout");
-static_assert(offsetof(mup_log_rec, level) == 1 && offsetof(mup_log_rec, line) == 4 &&
-                  offsetof(mup_log_rec, time) == 8 && offsetof(mup_log_rec, text) == 16 && sizeof(mup_log_rec) == 272,
-              "log record layout");
-static_assert(sizeof(mup_log_usr_header) == 192, "log header layout");
-static_assert(offsetof(mup_log_ctrl, module_num) == 1 && offsetof(mup_log_ctrl, dirty) == 2 &&
-                  offsetof(mup_log_ctrl, remote_mode) == 3 && offsetof(mup_log_ctrl, sys_idx) == 4 &&
-                  offsetof(mup_log_ctrl, usr_idx) == 8 && offsetof(mup_log_ctrl, mutex) == 16 &&
-                  offsetof(mup_log_ctrl, sock) == 24 && offsetof(mup_log_ctrl, modules) == 32 &&
-                  offsetof(mup_log_ctrl, server_ip) == 40 && offsetof(mup_log_ctrl, level_hook) == 48 &&
-                  offsetof(mup_log_ctrl, sys_ring) == 56 && offsetof(mup_log_ctrl, usr_ring) == 278584 &&
-                  offsetof(mup_log_ctrl, sys_path) == 417848 && offsetof(mup_log_ctrl, usr_path) == 417880 &&
-                  offsetof(mup_log_ctrl, usr_header) == 417912 && sizeof(mup_log_ctrl) == 418104,
-              "log state layout");
+TARN_STATIC_ASSERT(offsetof(mup_log_module, record_level) == 16 && offsetof(mup_log_module, print_level) == 17 &&
+                       offsetof(mup_log_module, enable) == 18 && sizeof(mup_log_module) == 19,
+                   "log module layout");
+TARN_STATIC_ASSERT(offsetof(mup_log_rec, level) == 1 && offsetof(mup_log_rec, line) == 4 &&
+                       offsetof(mup_log_rec, time) == 8 && offsetof(mup_log_rec, text) == 16 &&
+                       sizeof(mup_log_rec) == 272,
+                   "log record layout");
+TARN_STATIC_ASSERT(sizeof(mup_log_usr_header) == 192, "log header layout");
+TARN_STATIC_ASSERT(offsetof(mup_log_ctrl, module_num) == 1 && offsetof(mup_log_ctrl, dirty) == 2 &&
+                       offsetof(mup_log_ctrl, remote_mode) == 3 && offsetof(mup_log_ctrl, sys_idx) == 4 &&
+                       offsetof(mup_log_ctrl, usr_idx) == 8 && offsetof(mup_log_ctrl, mutex) == 16 &&
+                       offsetof(mup_log_ctrl, sock) == 24 && offsetof(mup_log_ctrl, modules) == 32 &&
+                       offsetof(mup_log_ctrl, server_ip) == 40 && offsetof(mup_log_ctrl, level_hook) == 48 &&
+                       offsetof(mup_log_ctrl, sys_ring) == 56 && offsetof(mup_log_ctrl, usr_ring) == 278584 &&
+                       offsetof(mup_log_ctrl, sys_path) == 417848 && offsetof(mup_log_ctrl, usr_path) == 417880 &&
+                       offsetof(mup_log_ctrl, usr_header) == 417912 && sizeof(mup_log_ctrl) == 418104,
+                   "log state layout");
 
 /**
  * Initialises the log: registers the modules, every level 4 and enabled, and opens the socket for forwarding, which

@@ -7,6 +7,7 @@
  * Holds for the whole header:
  * - Every function may be called from any thread; the wrappers keep no state.
  * - A thread may be cancelled in the waits and the file functions, as os.h says of those below them.
+ * - A pointer must not be null unless its function says what null does: it is not checked.
  * - Nothing is printed except by mu_printf itself.
  * - Wrappers that only release or signal something report 0, whatever happened below them.
  */

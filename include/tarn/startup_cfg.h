@@ -10,6 +10,7 @@
  *
  * Holds for the whole header:
  * - Results are 0 for success and -1 for failure unless said otherwise.
+ * - A pointer must not be null unless its function says what null does: it is not checked.
  * - No locking: callers serialise all use of an instance and of the image under it, checks included.
  * - Messages go to standard output through mu_printf. Memory comes from mu_malloc.
  * - An instance, its index and a duplicate's image are blocks of mu_malloc. There is no call that frees an instance:
@@ -52,10 +53,11 @@ typedef struct tlv_field {
   uint8_t max_len[2]; /**< Bytes of the value area, 1 to 65535. Unused bytes at its end are zero. */
 } tlv_field;
 
-static_assert(sizeof(tlv_hdr) == 16 && offsetof(tlv_hdr, crc) == 4 && offsetof(tlv_hdr, active) == 6 &&
-                  offsetof(tlv_hdr, flag) == 7 && offsetof(tlv_hdr, cfg_len) == 8 && offsetof(tlv_hdr, version) == 12,
-              "image header layout");
-static_assert(sizeof(tlv_field) == 4 && offsetof(tlv_field, max_len) == 2, "field record layout");
+TARN_STATIC_ASSERT(sizeof(tlv_hdr) == 16 && offsetof(tlv_hdr, crc) == 4 && offsetof(tlv_hdr, active) == 6 &&
+                       offsetof(tlv_hdr, flag) == 7 && offsetof(tlv_hdr, cfg_len) == 8 &&
+                       offsetof(tlv_hdr, version) == 12,
+                   "image header layout");
+TARN_STATIC_ASSERT(sizeof(tlv_field) == 4 && offsetof(tlv_field, max_len) == 2, "field record layout");
 
 /**
  * Persists the first `size` bytes at `base`. It runs on the writer's thread, inside the write; its result is ignored,
@@ -72,9 +74,10 @@ typedef struct tlv_inst {
   tlv_save_cb save_cb;   /**< May be null. */
 } tlv_inst;
 
-static_assert(offsetof(tlv_inst, field_tbl) == 8 && offsetof(tlv_inst, field_num) == 16 &&
-                  offsetof(tlv_inst, max_size) == 20 && offsetof(tlv_inst, save_cb) == 24 && sizeof(tlv_inst) == 32,
-              "instance layout");
+TARN_STATIC_ASSERT(offsetof(tlv_inst, field_tbl) == 8 && offsetof(tlv_inst, field_num) == 16 &&
+                       offsetof(tlv_inst, max_size) == 20 && offsetof(tlv_inst, save_cb) == 24 &&
+                       sizeof(tlv_inst) == 32,
+                   "instance layout");
 
 /* ---- Bytes at any address, in the processor's own order --------------------------------------------------------- */
 

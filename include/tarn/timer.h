@@ -13,6 +13,7 @@
  *   under the caller's own locks. None may be cancelled (pthread_cancel): it would leave the mutex locked, and the
  *   timers would stand still. The first add of a process must not race with another first add.
  * - Messages go to standard output.
+ * - A pointer must not be null unless its function says what null does: it is not checked.
  * - After fork(2) the child has the records, but not the thread: timers are accepted and never run, and a mutex that
  *   was held stays held. Start the service after fork, and after daemon(3), which forks; a child that does not begin a
  *   new program (exec) must not use it.
@@ -71,18 +72,18 @@ typedef struct mu_timer_info {
   uint32_t expired;           /**< Number of expiries since the start. */
 } mu_timer_info_t;
 
-static_assert(offsetof(mu_timer_rec_t, remain) == 4 && offsetof(mu_timer_rec_t, callback) == 8 &&
-                  offsetof(mu_timer_rec_t, arg) == 16 && offsetof(mu_timer_rec_t, type) == 24 &&
-                  offsetof(mu_timer_rec_t, id) == 28 && offsetof(mu_timer_rec_t, running) == 32 &&
-                  offsetof(mu_timer_rec_t, deleted) == 36 && offsetof(mu_timer_rec_t, stopped) == 40 &&
-                  offsetof(mu_timer_rec_t, drain) == 44 && sizeof(mu_timer_rec_t) == 48,
-              "timer record layout");
-static_assert(offsetof(mu_timer_info_t, tid) == 8 && offsetof(mu_timer_info_t, mutex) == 16 &&
-                  offsetof(mu_timer_info_t, max_num) == 24 && offsetof(mu_timer_info_t, last_id) == 28 &&
-                  offsetof(mu_timer_info_t, last_drain) == 32 && offsetof(mu_timer_info_t, max_drain) == 36 &&
-                  offsetof(mu_timer_info_t, max_drain_cb) == 40 && offsetof(mu_timer_info_t, last_tick) == 48 &&
-                  offsetof(mu_timer_info_t, expired) == 56 && sizeof(mu_timer_info_t) == 64,
-              "timer state layout");
+TARN_STATIC_ASSERT(offsetof(mu_timer_rec_t, remain) == 4 && offsetof(mu_timer_rec_t, callback) == 8 &&
+                       offsetof(mu_timer_rec_t, arg) == 16 && offsetof(mu_timer_rec_t, type) == 24 &&
+                       offsetof(mu_timer_rec_t, id) == 28 && offsetof(mu_timer_rec_t, running) == 32 &&
+                       offsetof(mu_timer_rec_t, deleted) == 36 && offsetof(mu_timer_rec_t, stopped) == 40 &&
+                       offsetof(mu_timer_rec_t, drain) == 44 && sizeof(mu_timer_rec_t) == 48,
+                   "timer record layout");
+TARN_STATIC_ASSERT(offsetof(mu_timer_info_t, tid) == 8 && offsetof(mu_timer_info_t, mutex) == 16 &&
+                       offsetof(mu_timer_info_t, max_num) == 24 && offsetof(mu_timer_info_t, last_id) == 28 &&
+                       offsetof(mu_timer_info_t, last_drain) == 32 && offsetof(mu_timer_info_t, max_drain) == 36 &&
+                       offsetof(mu_timer_info_t, max_drain_cb) == 40 && offsetof(mu_timer_info_t, last_tick) == 48 &&
+                       offsetof(mu_timer_info_t, expired) == 56 && sizeof(mu_timer_info_t) == 64,
+                   "timer state layout");
 
 /** The state of the service; all zero before the first add. */
 TARN_API extern mu_timer_info_t timer_info;

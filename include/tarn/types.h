@@ -2,7 +2,8 @@
  * @file
  * What every tarn header shares: the version, the export macro, the status type and the handles.
  *
- * The headers are plain C: each compiles alone as C11 and as C++17. tarn is built for 64-bit Linux.
+ * The headers are plain C: each compiles alone, as C99 and later and as C++98 and later. tarn is built for 64-bit Linux
+ * with glibc 2.34 or later, whose libc.so.6 holds the threads, the semaphores and the message queues too.
  */
 #ifndef TARN_TYPES_H
 #define TARN_TYPES_H
@@ -22,6 +23,13 @@
 /** Lets the compiler check a printf-style call: `fmt` and `args` count the function's arguments from 1. */
 #define TARN_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 
+/** Checks at compile time; nothing in a language before C11 and C++11, which has no such check. */
+#if defined(__cplusplus) ? __cplusplus >= 201103L : defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
+#define TARN_STATIC_ASSERT(condition, message) static_assert(condition, message)
+#else
+#define TARN_STATIC_ASSERT(condition, message) struct tarn_not_checked
+#endif
+
 #ifdef __cplusplus
 #define TARN_BEGIN_DECLS extern "C" {
 #define TARN_END_DECLS }
@@ -30,7 +38,7 @@
 #define TARN_END_DECLS
 #endif
 
-static_assert(sizeof(void *) == 8 && sizeof(long) == 8, "tarn is built for 64-bit Linux");
+TARN_STATIC_ASSERT(sizeof(void *) == 8 && sizeof(long) == 8, "tarn is built for 64-bit Linux");
 
 /**
  * Status result: 0 is success. Two failure values are in use, 1 and -1, and which one a function returns is part
