@@ -15,9 +15,8 @@
  * - Not wiped: round keys, subkeys and intermediate values may stay on the stack after a call.
  *
  * Two paths give the same results. Where the processor has AES instructions (x86-64: AES-NI; 64-bit Arm: the
- * Cryptography Extensions), they do the work, in a time and with memory accesses that do not depend on key or data.
- * Elsewhere the portable path does: byte by byte, with a table of 256 bytes that is read at places that depend on key
- * and data, so that someone who shares the processor's caches could learn about the key.
+ * Cryptography Extensions), they do the work; elsewhere the portable path does. On neither do the instructions or the
+ * memory accesses depend on key or data.
  *
  * The first call that enciphers finds out which path it is, once for the process. It reads the environment then, as
  * secure_getenv does: TARN_AES=portable takes the portable path, any other value is ignored. No other thread may change

@@ -1,7 +1,13 @@
-// The portable path: FIPS 197, byte by byte through the S-box; there is no other table.
+// The portable path: FIPS 197 with the instructions that every processor of its kind has. Its time and its memory
+// accesses do not depend on key or data.
 //
 // A state is a block as the standard numbers it, column after column: row r of column c is byte 4c + r.
 
+#if defined(__aarch64__)
+#include <arm_neon.h>
+#endif
+
+#include <array>
 #include <bit>
 #include <cstring>
 
@@ -47,16 +53,97 @@ Bytes times_x(Bytes bytes) {
   return (bytes + bytes) ^ (has_top_bit & kPolynomial);
 }
 
+#if defined(__aarch64__)
+
+// The S-boxes lie in registers, and all of them is read: four table instructions take 64 bytes each.
+Bytes look_up(const Table &box, Bytes bytes) {
+  const auto index = reinterpret_cast<uint8x16_t>(bytes);
+  uint8x16_t found = vqtbl4q_u8(vld1q_u8_x4(box.data()), index);
+  for (u8 from = 64; from != 0; from = static_cast<u8>(from + 64)) {
+    found = vqtbx4q_u8(found, vld1q_u8_x4(box.data() + from), vsubq_u8(index, vdupq_n_u8(from)));
+  }
+  return reinterpret_cast<Bytes>(found);
+}
+
+Bytes substitute(Bytes bytes) { return look_up(kSbox, bytes); }
+Bytes inverse_substitute(Bytes bytes) { return look_up(kInverseSbox, bytes); }
+
+#else
+
+// The S-boxes are computed, section 5.1.1, for all bytes at once: there is no table to be read at secret places.
+
+Bytes has_top_bit(Bytes bytes) { return reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) < 0); }
+
+Bytes multiply(Bytes a, Bytes b) {
+  Bytes product = {};
+  for (int bit = 7; bit >= 0; bit--, b += b) product = times_x(product) ^ (a & has_top_bit(b));
+  return product;
+}
+
+// A linear map of the bits of a byte, as the images of 1, 2, 4, ... 0x80.
+using Linear = std::array<u8, 8>;
+
+Bytes map(const Linear &images, Bytes bytes) {
+  Bytes image = {};
+  for (int bit = 7; bit >= 0; bit--, bytes += bytes) image ^= has_top_bit(bytes) & images[static_cast<size_t>(bit)];
+  return image;
+}
+
+constexpr u8 product_of(u8 a, u8 b) {
+  u8 product = 0;
+  for (int bit = 7; bit >= 0; bit--) product = static_cast<u8>(xtime(product) ^ (((b >> bit) & 1) * a));
+  return product;
+}
+
+template <typename Function>
+constexpr Linear images_under(Function function) {
+  Linear images{};
+  for (size_t bit = 0; bit < images.size(); bit++) images[bit] = function(static_cast<u8>(1 << bit));
+  return images;
+}
+
+// Squares of squares are linear over GF(2).
+template <int kTimes>
+constexpr u8 squared(u8 a) {
+  for (int i = 0; i < kTimes; i++) a = product_of(a, a);
+  return a;
+}
+constexpr Linear kPower2 = images_under(squared<1>);
+constexpr Linear kPower4 = images_under(squared<2>);
+constexpr Linear kPower16 = images_under(squared<4>);
+
+// The inverse in the field, and 0 for 0: the power 254.
+Bytes invert(Bytes a) {
+  const Bytes power_2 = map(kPower2, a);
+  const Bytes power_3 = multiply(power_2, a);
+  const Bytes power_12 = map(kPower4, power_3);
+  const Bytes power_15 = multiply(power_12, power_3);
+  const Bytes power_252 = multiply(map(kPower16, power_15), power_12);
+  return multiply(power_252, power_2);
+}
+
+constexpr u8 kAffineConstant = 0x63;
+constexpr Linear kAffine = images_under(
+    [](u8 a) { return static_cast<u8>(a ^ std::rotl(a, 1) ^ std::rotl(a, 2) ^ std::rotl(a, 3) ^ std::rotl(a, 4)); });
+constexpr Linear kInverseAffine =
+    images_under([](u8 a) { return static_cast<u8>(std::rotl(a, 1) ^ std::rotl(a, 3) ^ std::rotl(a, 6)); });
+
+Bytes substitute(Bytes bytes) { return map(kAffine, invert(bytes)) ^ kAffineConstant; }
+Bytes inverse_substitute(Bytes bytes) { return invert(map(kInverseAffine, bytes ^ kAffineConstant)); }
+
+#endif
+
 void add_round_key(State &state, const u8 *round_key) {
   store(state.bytes, bytes_of(state.bytes) ^ bytes_of(round_key));
 }
 
 // Row r moves r columns to the left.
 void sub_bytes_and_shift_rows(State &state) {
-  const State from = state;
+  State from;
+  store(from.bytes, substitute(bytes_of(state.bytes)));
   for (size_t i = 0; i < kBlockSize; i++) {
     const size_t row = i % kWordSize;
-    state.bytes[i] = kSbox[from.bytes[(i + row * kWordSize) % kBlockSize]];
+    state.bytes[i] = from.bytes[(i + row * kWordSize) % kBlockSize];
   }
 }
 
@@ -64,8 +151,9 @@ void inverse_shift_rows_and_sub_bytes(State &state) {
   const State from = state;
   for (size_t i = 0; i < kBlockSize; i++) {
     const size_t row = i % kWordSize;
-    state.bytes[(i + row * kWordSize) % kBlockSize] = kInverseSbox[from.bytes[i]];
+    state.bytes[(i + row * kWordSize) % kBlockSize] = from.bytes[i];
   }
+  store(state.bytes, inverse_substitute(bytes_of(state.bytes)));
 }
 
 // Each column (a, b, c, d) times {03}x^3 + {01}x^2 + {01}x + {02}. Its first byte, 2a + 3b + c + d, is
@@ -89,11 +177,10 @@ void expand_key(const u8 *key, u8 *round_keys) {
     u8 word[kWordSize];
     memcpy(word, round_keys + i - kWordSize, kWordSize);
     if (i % kBlockSize == 0) {  // SubWord(RotWord(word)) XOR Rcon
-      const u8 first = word[0];
-      word[0] = kSbox[word[1]] ^ kRoundConstants[i / kBlockSize - 1];
-      word[1] = kSbox[word[2]];
-      word[2] = kSbox[word[3]];
-      word[3] = kSbox[first];
+      u8 substituted[kBlockSize];
+      store(substituted, substitute(bytes_of(round_keys + i - kBlockSize)));
+      for (size_t j = 0; j < kWordSize; j++) word[j] = substituted[kBlockSize - kWordSize + (j + 1) % kWordSize];
+      word[0] ^= kRoundConstants[i / kBlockSize - 1];
     }
     for (size_t j = 0; j < kWordSize; j++) round_keys[i + j] = round_keys[i + j - kBlockSize] ^ word[j];
   }
