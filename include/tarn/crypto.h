@@ -12,7 +12,8 @@
  *   takes.
  * - Only aes128_cmac_compute (for a bad tag length) and the print functions print: to standard output, through libc's
  *   printf and putchar.
- * - Not wiped: round keys, subkeys and intermediate values may stay on the stack after a call.
+ * - Wiped: after a call that enciphers, neither the stack nor the vector registers hold round keys, subkeys or
+ *   intermediate values. What is in the caller's buffers is the caller's to wipe.
  *
  * Two paths give the same results. Where the processor has AES instructions (x86-64: AES-NI; 64-bit Arm: the
  * Cryptography Extensions), they do the work; elsewhere the portable path does. On neither do the instructions or the

@@ -27,6 +27,17 @@ const Path *choose_path() {
 
 }  // namespace
 
+namespace {
+
+// A function of its own: the round keys are on the part of the stack that is wiped.
+[[gnu::noinline]] void decrypt_once(const Path &path, const u8 *key, const u8 *in, u8 *out) {
+  u8 round_keys[kRoundKeysSize];
+  path.expand_key(key, round_keys);
+  path.decrypt(round_keys, in, out);
+}
+
+}  // namespace
+
 #if !defined(__x86_64__) && !defined(__aarch64__)
 const Path *hardware_path() { return nullptr; }
 #endif
@@ -43,29 +54,33 @@ const Path &chosen_path() {
 }  // namespace tarn::aes
 
 void aes_key_schedule_128(const uint8_t key[16], uint8_t round_keys[176]) {
-  aes::chosen_path().expand_key(key, round_keys);
+  const aes::Path &path = aes::chosen_path();
+  path.expand_key(key, round_keys);
+  path.wipe();
 }
 
 void aes_encrypt_128(const uint8_t round_keys[176], const uint8_t in[16], uint8_t out[16]) {
-  aes::chosen_path().encrypt(round_keys, in, out);
+  const aes::Path &path = aes::chosen_path();
+  path.encrypt(round_keys, in, out);
+  path.wipe();
 }
 
 void aes_decrypt_128(const uint8_t round_keys[176], const uint8_t in[16], uint8_t out[16]) {
-  aes::chosen_path().decrypt(round_keys, in, out);
+  const aes::Path &path = aes::chosen_path();
+  path.decrypt(round_keys, in, out);
+  path.wipe();
 }
 
 mu_status_t aes128_ecb_encrypt(const uint8_t key[16], const uint8_t in[16], uint8_t out[16]) {
   const aes::Path &path = aes::chosen_path();
-  u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
-  path.expand_key(key, round_keys);
-  path.encrypt(round_keys, in, out);
+  path.encrypt_once(key, in, out);
+  path.wipe();
   return 0;
 }
 
 mu_status_t aes128_ecb_decrypt(const uint8_t key[16], const uint8_t in[16], uint8_t out[16]) {
   const aes::Path &path = aes::chosen_path();
-  u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
-  path.expand_key(key, round_keys);
-  path.decrypt(round_keys, in, out);
+  aes::decrypt_once(path, key, in, out);
+  path.wipe();
   return 0;
 }

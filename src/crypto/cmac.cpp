@@ -5,7 +5,6 @@
 
 #include <bit>
 #include <cstdio>
-#include <cstring>
 
 #include "internal.h"
 
@@ -99,9 +98,9 @@ void prepare_last_block(const u8 *msg, u32 msg_len, u32 blocks, const u8 *k1, co
   }
 }
 
-void compute_tag(const u8 *key, const u8 *msg, u32 msg_len, u8 *tag) {
-  const Path &path = aes::chosen_path();
-  u8 round_keys[kRoundKeysSize];  // not wiped, as the header says
+// This and the next are functions of their own: their variables are on the part of the stack that is wiped.
+[[gnu::noinline]] void compute_tag(const Path &path, const u8 *key, const u8 *msg, u32 msg_len, u8 *tag, u8 tag_len) {
+  u8 round_keys[kRoundKeysSize];
   u8 k1[kBlockSize];
   u8 k2[kBlockSize];
   path.expand_key(key, round_keys);
@@ -109,10 +108,17 @@ void compute_tag(const u8 *key, const u8 *msg, u32 msg_len, u8 *tag) {
 
   const u32 blocks = count_blocks(msg_len);
   u8 last[kBlockSize];
+  u8 whole_tag[AES128_CMAC_MAX_TAG] = {};
   prepare_last_block(msg, msg_len, blocks, k1, k2, last);
-  memset(tag, 0, kBlockSize);
-  path.chain(round_keys, tag, msg, blocks == 0 ? 0 : blocks - 1);
-  path.chain(round_keys, tag, last, 1);
+  path.chain(round_keys, whole_tag, msg, blocks == 0 ? 0 : blocks - 1);
+  path.chain(round_keys, whole_tag, last, 1);
+  memcpy(tag, whole_tag, tag_len);
+}
+
+[[gnu::noinline]] void compute_subkeys(const Path &path, const u8 *key, u8 *k1, u8 *k2) {
+  u8 round_keys[kRoundKeysSize];
+  path.expand_key(key, round_keys);
+  derive_subkeys(path, round_keys, k1, k2);
 }
 
 }  // namespace
@@ -125,17 +131,16 @@ mu_status_t aes128_cmac_compute(const uint8_t key[16], const uint8_t *msg, uint3
     (void)printf("parameter error!!val is :%d\n", tag_len);  // nobody could be told of a failure
     return aes::kBadTagLength;
   }
-  u8 whole_tag[AES128_CMAC_MAX_TAG];
-  aes::compute_tag(key, msg, msg_len, whole_tag);
-  memcpy(tag, whole_tag, tag_len);
+  const aes::Path &path = aes::chosen_path();
+  aes::compute_tag(path, key, msg, msg_len, tag, tag_len);
+  path.wipe();
   return 0;
 }
 
 void generate_subkey(const uint8_t key[16], uint8_t k1[16], uint8_t k2[16]) {
   const aes::Path &path = aes::chosen_path();
-  u8 round_keys[aes::kRoundKeysSize];  // not wiped, as the header says
-  path.expand_key(key, round_keys);
-  aes::derive_subkeys(path, round_keys, k1, k2);
+  aes::compute_subkeys(path, key, k1, k2);
+  path.wipe();
 }
 
 void padding(const uint8_t *last, uint8_t pad[16], int32_t length) { aes::pad(last, pad, length); }

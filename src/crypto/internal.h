@@ -2,6 +2,8 @@
 #ifndef TARN_CRYPTO_INTERNAL_H
 #define TARN_CRYPTO_INTERNAL_H
 
+#include <cstring>
+
 #include "platform/support.h"
 #include "tarn/crypto.h"
 
@@ -19,7 +21,28 @@ struct Path {
   void (*decrypt)(const u8 *round_keys, const u8 *in, u8 *out);
   // For each of `blocks` blocks at `msg`: x = AES(x XOR block).
   void (*chain)(const u8 *round_keys, u8 *x, const u8 *msg, size_t blocks);
+  // Expands the key and enciphers one block.
+  void (*encrypt_once)(const u8 *key, const u8 *in, u8 *out);
+  // Overwrites what the functions above, and a function of this folder that called them, have left on the dead stack
+  // and in the registers that the next call of anything may store there. Every exported function that enciphers ends
+  // with it.
+  void (*wipe)();
 };
+
+// What an unoptimised build keeps in memory, an optimised one has in registers.
+#if defined(__OPTIMIZE__)
+constexpr size_t kDepthScale = 1;
+#else
+constexpr size_t kDepthScale = 4;
+#endif
+
+// Zeroes the stack below the caller, where the functions that it called before had their variables.
+template <size_t kDepth>
+[[gnu::noinline, gnu::no_stack_protector]] void wipe_stack() {
+  alignas(16) u8 dead[kDepth * kDepthScale];
+  memset(dead, 0, sizeof dead);
+  __asm__ volatile("" : : "r"(dead) : "memory");  // somebody may look: the zeros must be written
+}
 
 extern const Path kPortable;
 

@@ -221,8 +221,14 @@ void chain(const u8 *round_keys, u8 *x, const u8 *msg, size_t blocks) {
   }
 }
 
+void encrypt_once(const u8 *key, const u8 *in, u8 *out) {
+  u8 round_keys[kRoundKeysSize];
+  expand_key(key, round_keys);
+  encrypt(round_keys, in, out);
+}
+
 }  // namespace
 
-constinit const Path kPortable = {expand_key, encrypt, decrypt, chain};
+constinit const Path kPortable = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe_stack<1536>};
 
 }  // namespace tarn::aes
