@@ -17,11 +17,8 @@
  *
  * Two paths give the same results. Where the processor has AES instructions (x86-64: AES-NI; 64-bit Arm: the
  * Cryptography Extensions), they do the work; elsewhere the portable path does. On neither do the instructions or the
- * memory accesses depend on key or data.
- *
- * The first call that enciphers finds out which path it is, once for the process. It reads the environment then, as
- * secure_getenv does: TARN_AES=portable takes the portable path, any other value is ignored. No other thread may change
- * the environment during that call.
+ * memory accesses depend on key or data. The first call that enciphers asks the processor which path it is, once for
+ * the process; nothing else has an influence on it.
  */
 #ifndef TARN_CRYPTO_H
 #define TARN_CRYPTO_H

@@ -1,8 +1,5 @@
 // The block cipher's entry points, and the choice of the path that they take.
 
-#include <cstdlib>
-#include <cstring>
-
 #include "internal.h"
 
 using namespace tarn;
@@ -13,14 +10,7 @@ namespace {
 
 const Path *g_path;  // null until the first use; whoever comes first finds the same
 
-// For tests, and for comparisons on one machine. A program with raised privileges does not look.
-bool is_portable_demanded() {
-  const char *demanded = secure_getenv("TARN_AES");
-  return demanded != nullptr && strcmp(demanded, "portable") == 0;
-}
-
 const Path *choose_path() {
-  if (is_portable_demanded()) return &kPortable;
   const Path *hardware = hardware_path();
   return hardware != nullptr ? hardware : &kPortable;
 }

@@ -5,12 +5,14 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <cstdint>
 #include <cstdlib>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "crypto/single_step.h"
 #include "support/guarded.h"
 #include "support/random.h"
 #include "tarn/crypto.h"
@@ -104,11 +106,28 @@ inline Bytes content_of(const Guarded &guarded) { return {guarded.bytes(), guard
 
 // ---- The path -------------------------------------------------------------------------------------------------------
 
-// The path is chosen at the first use in a process. Each test has a process of its own and orders its path before: here
-// and nowhere else.
-inline void order_path(const char *value) { setenv("TARN_AES", value, 1); }
-inline void order_portable_path() { order_path("portable"); }
-inline void order_processors_path() { unsetenv("TARN_AES"); }
+// The path is chosen at the first use in a process, by what the processor says of itself. Each test has a process of
+// its own; where a test wants the portable path, the library is kept from learning of the AES instructions, and
+// chooses.
+
+// For 64-bit Arm: whether the interposed getauxval (path_test.cpp) names the instructions.
+inline std::atomic<bool> g_hides_instructions{false};
+
+inline void choose_path() {
+  uint8_t block[kBlock] = {};
+  aes128_ecb_encrypt(block, block, block);
+}
+
+inline void order_portable_path() {
+  g_hides_instructions = true;
+#if defined(__x86_64__)
+  run_with_hidden_features(bit_AES, choose_path);
+#else
+  choose_path();
+#endif
+}
+
+inline void order_processors_path() { choose_path(); }
 
 // A test that is run on the portable path and on the processor's own, where it has one.
 class OnEachPath : public testing::TestWithParam<const char *> {

@@ -1,10 +1,12 @@
-// Calls one instruction at a time: the processor traps after each while its trace flag is set. On x86-64 only, and
-// without sanitizers, which have checks of their own between the instructions.
+// Calls one instruction at a time: the processor traps after each while its trace flag is set. On x86-64 only.
+// Instructions are not counted with sanitizers, which have checks of their own between them.
 #ifndef TARN_TESTS_CRYPTO_SINGLE_STEP_H
 #define TARN_TESTS_CRYPTO_SINGLE_STEP_H
 
-#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
+#if defined(__x86_64__)
+#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
 #define TARN_CAN_STEP
+#endif
 
 #include <cpuid.h>
 #include <ucontext.h>
