@@ -10,9 +10,9 @@
  * - Every function may be called from any thread. The layer keeps no state.
  * - A system call that a signal interrupts is not made again, except by the timed semaphore wait.
  * - A thread may be cancelled (pthread_cancel) in the functions that wait: OS_SLEEP, OS_DELAY, OS_SEM_WAIT,
- * OS_QUEUE_GET, OS_QUEUE_PUT, OS_FILE_READ, OS_FILE_WRITE, OS_FILE_OPEN and OS_FILE_CLOSE. They hold no lock and no
- * memory of the library; the cleanup handlers and the destructors of their callers run. OS_FILE_CP would leave its
- * streams open.
+ *   OS_QUEUE_GET, OS_QUEUE_PUT, OS_FILE_READ, OS_FILE_WRITE, OS_FILE_OPEN and OS_FILE_CLOSE. They hold no lock and no
+ *   memory of the library; the cleanup handlers and the destructors of their callers run. OS_FILE_CP would leave its
+ *   streams open.
  * - Handles belong to the caller from their create call to their destroy call. They are allocated with libc's
  *   malloc. Destroying a handle that is locked or waited on is the caller's error and is not checked.
  */

@@ -61,7 +61,7 @@ typedef struct mu_timer_rec {
 /** The state of the service. Read it under its mutex; leave the writing to the service. */
 typedef struct mu_timer_info {
   mu_list_t *list;            /**< The timers (mu_timer_rec_t) in the order in which they were added. */
-  pthread_t tid;              /**< The timer thread. */
+  pthread_t tid;              /**< The timer thread; the library gives it no name, docs/timers.md shows how to. */
   mu_mutex_t mutex;           /**< The timer mutex; null if it could not be made, and then nothing is locked. */
   uint32_t max_num;           /**< MU_TIMER_MAX once started, 0 before. */
   uint32_t last_id;           /**< The id handed out last. */
