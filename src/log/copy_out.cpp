@@ -13,36 +13,6 @@ namespace {
 constexpr size_t kLineSize = 320;
 constexpr size_t kModuleMax = 32;
 
-// The day count of the proleptic Gregorian calendar. A year begins with March here, so that the leap day is its last,
-// and 367 * month / 12 sums the days of the months before.
-time_t utc_seconds(const tm &fields) {
-  i64 year = i64{fields.tm_year} + 1900;
-  i64 month = fields.tm_mon + 1 - 2;
-  if (month < 1) {
-    month += 12;
-    year -= 1;
-  }
-  const i64 days = 367 * month / 12 - year / 100 + year / 400 + year / 4 + fields.tm_mday + 365 * year;
-  constexpr i64 kEpoch = 62164713600;
-  return ((days * 24 + fields.tm_hour) * 60 + fields.tm_min) * 60 + fields.tm_sec - kEpoch;
-}
-
-// Puts local time over the time that a record line begins with. False for a line that is no record.
-bool localise(char *line) {
-  const std::string_view text(line, strcspn(line, "\n"));
-  tm fields;
-  if (!has_dashes(text) || text.size() < kStampLength || !read_stamp(line, &fields)) return false;
-  const time_t instant = utc_seconds(fields);
-  tm local = {};
-  localtime_r(&instant, &local);
-  char stamp[80];  // six numbers of any size
-  (void)snprintf(stamp, sizeof stamp, "%04u-%02u-%02u %02u:%02u:%02u", static_cast<u32>(local.tm_year) + 1900,
-                 static_cast<u32>(local.tm_mon) + 1, static_cast<u32>(local.tm_mday), static_cast<u32>(local.tm_hour),
-                 static_cast<u32>(local.tm_min), static_cast<u32>(local.tm_sec));
-  memcpy(line, stamp, kStampLength);
-  return true;
-}
-
 // Which records are copied.
 struct Filter {
   char pattern[kModuleMax + sizeof "]:"];  // what follows the level in a record's line; "" lets every line through

@@ -18,53 +18,6 @@ constexpr size_t kBufferSize = 2 * kChunkSize;
 constexpr size_t kLeastSize = 9;  // of a file that can hold anything
 constexpr size_t kNameMax = 16;   // of a level's or a module's name
 
-// Reads the times of many lines, most of them in the hour of the line before. Times in the file are UTC, but mktime is
-// what turns them into seconds. Deliberate: so each restart moves a record by the zone's offset. Held by
-// LogStore.ReadsTheTimesBackAsLocalTime.
-class StampReader {
- public:
-  // False when the line begins with no time.
-  bool read(std::string_view line, time_t *time) {
-    const int minute = is_plain_stamp(line) ? two_digits(line, 14) : kMinutes;
-    const int second = minute < kMinutes ? two_digits(line, 17) : kSeconds;
-    if (second >= kSeconds) return read_slowly(line, time);  // no plain time, or a minute or second of 60 and above
-    if (slice(line, 0, sizeof hour_) != std::string_view(hour_, sizeof hour_)) enter_hour(line);
-    if (!is_even_) return read_slowly(line, time);
-    *time = start_ + static_cast<time_t>(minute) * kSeconds + second;
-    return true;
-  }
-
- private:
-  static constexpr int kMinutes = 60;
-  static constexpr int kSeconds = 60;
-
-  static int two_digits(std::string_view line, size_t at) { return (line[at] - '0') * 10 + (line[at + 1] - '0'); }
-
-  static bool read_slowly(std::string_view line, time_t *time) {
-    tm fields;
-    if (!read_stamp(line.data(), &fields)) return false;
-    *time = mktime(&fields);
-    return true;
-  }
-
-  // An hour in which the clock was not set has a last second 3599 after its first.
-  void enter_hour(std::string_view line) {
-    copy_text(hour_, slice(line, 0, sizeof hour_));
-    char text[kStampLength + 1] = "";
-    char *const rest = copy_text(text, slice(line, 0, sizeof hour_));
-    time_t last = 0;
-    copy_text(rest, ":00:00");
-    (void)read_slowly(text, &start_);
-    copy_text(rest, ":59:59");
-    (void)read_slowly(text, &last);
-    is_even_ = last - start_ == kMinutes * kSeconds - 1;
-  }
-
-  char hour_[sizeof "YYYY-MM-DD hh" - 1] = {};
-  time_t start_ = 0;
-  bool is_even_ = false;
-};
-
 class Parser {
  public:
   Parser(FILE *file, const Ring &ring, char *buffer) : file_(file), ring_(ring), buffer_(buffer) {}

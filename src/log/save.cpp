@@ -51,23 +51,6 @@ class LineFile {
   bool is_cut_ = false;
 };
 
-// Times of many records, of which many have the second of the one before.
-class StampWriter {
- public:
-  std::string_view of(time_t time) {
-    if (length_ == 0 || time != time_) {
-      time_ = time;
-      length_ = write_stamp(text_, time);
-    }
-    return {text_, length_};
-  }
-
- private:
-  time_t time_ = 0;
-  size_t length_ = 0;
-  char text_[kStampSize] = {};
-};
-
 // A stored text is one line of a file.
 void blank_line_ends(char (&text)[MUP_LOG_TEXT_SIZE]) {
   std::transform(text, std::end(text), text, [](char c) { return c == '\r' || c == '\n' ? ' ' : c; });
