@@ -40,6 +40,9 @@
 
 TARN_STATIC_ASSERT(sizeof(void *) == 8 && sizeof(long) == 8, "tarn is built for 64-bit Linux");
 
+/** Milliseconds of a tick, in which timers, clocks and the periods of events are counted. */
+#define MU_TICK_MS 10
+
 /**
  * Status result: 0 is success. Two failure values are in use, 1 and -1, and which one a function returns is part
  * of its contract. Logging adds 2 (bad argument), 10 (out of memory) and 19 (not initialised); aes128_cmac_compute

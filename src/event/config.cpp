@@ -8,8 +8,6 @@ using namespace tarn::event;
 
 namespace {
 
-constexpr u32 kPeriodUnitMs = 10;
-
 mu_event_msg_t request(mu_event_op op, u32 type) {
   mu_event_msg_t msg = {};  // whole: no byte of the stack reaches a handler
   msg.op = op;
@@ -24,7 +22,7 @@ void clear_counters(mu_event_rec &event) {
 
 // Deliberate: kept in units of 10 ms and counted in polls of 500 ms, so a window takes 50 times the period. Held by
 // EventSuppression.RunsTheWorkedCaseToItsEnd.
-u32 to_period(u32 ms) { return ms > kPeriodUnitMs ? ms / kPeriodUnitMs : 1; }
+u32 to_period(u32 ms) { return ms > MU_TICK_MS ? ms / MU_TICK_MS : 1; }
 
 // The suppression that is on, the window and `count` stay as they are.
 void configure(mu_event_rec &event, const mu_event_cfg_t &cfg) {
@@ -91,7 +89,7 @@ mu_status_t mu_event_get(uint16_t device_id, int type, mu_event_cfg_t *cfg) {
   }
   const mu_event_rec &event = record_of(type);
   cfg->threshold = load_relaxed(event.threshold);
-  cfg->period = load_relaxed(event.period) * kPeriodUnitMs;
+  cfg->period = load_relaxed(event.period) * MU_TICK_MS;
   cfg->suprs_en = load_relaxed(event.suprs_en);
   return 0;
 }

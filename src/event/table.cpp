@@ -17,7 +17,7 @@ void show_row(int type, const mu_event_rec &event) {
   if (load_relaxed(event.suprs_en) != 0) {
     mu_printf("%-4d %-10d %-8s %-7s %-9d %-9d %d\n", type, number(event.count), "Enable",
               load_relaxed(event.suprs_s) != 0 ? "Yes" : "No", number(event.suprs_cnt), number(event.threshold),
-              static_cast<int>(load_relaxed(event.period) * 10));
+              static_cast<int>(load_relaxed(event.period) * MU_TICK_MS));
   } else {
     mu_printf("%-4d %-10d %-8s %-7s %-9s %-9s %s\n", type, number(event.count), "Disable", "-", "-", "-", "-");
   }

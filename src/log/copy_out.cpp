@@ -39,11 +39,11 @@ void copy_lines(FILE *from, FILE *to, const Filter &filter) {
 }  // namespace
 
 mu_status_t mup_log_file_get(const char *out_path, int8_t which, const char *module, uint8_t level_count) {
-  if (report_null(out_path)) return 2;
-  if (!is_inited()) return 1;
+  if (report_null(out_path)) return kBadArgument;
+  if (!is_inited()) return kNotStarted;
   Filter filter = {"", std::min<u8>(level_count, kLevelMax + 1)};
   if (module != nullptr) {
-    if (strlen(module) > kModuleMax) return 2;
+    if (strlen(module) > kModuleMax) return kBadArgument;
     (void)snprintf(filter.pattern, sizeof filter.pattern, "]%s:", module);
   }
   char source[sizeof control.sys_path];

@@ -36,7 +36,7 @@ mu_status_t mup_log_usr_init(uint16_t module_num, const char *names) {
 }
 
 mu_status_t mup_log_usr_header_set(const void *header) {
-  if (report_null(header)) return 2;
+  if (report_null(header)) return kBadArgument;
   ScopedLock lock(control.mutex);
   memcpy(&control.usr_header, header, sizeof control.usr_header);
   mark_dirty(kUsrDirty);
@@ -44,14 +44,14 @@ mu_status_t mup_log_usr_header_set(const void *header) {
 }
 
 mu_status_t mup_log_usr_header_get(void *header) {
-  if (report_null(header)) return 2;
+  if (report_null(header)) return kBadArgument;
   ScopedLock lock(control.mutex);
   memcpy(header, &control.usr_header, sizeof control.usr_header);
   return 0;
 }
 
 mu_status_t mup_log_usr_clean() {
-  if (!is_inited()) return 1;
+  if (!is_inited()) return kNotStarted;
   ScopedLock lock(control.mutex);
   clear_ring(user_ring());
   mark_dirty(kUsrDirty);

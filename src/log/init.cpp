@@ -31,18 +31,18 @@ void register_module(mup_log_module &module, const char *name) {
 }  // namespace
 
 mu_status_t mup_log_init([[maybe_unused]] uint64_t reserved, uint16_t module_num, const char *names) {
-  if (report_null(names)) return 2;
+  if (report_null(names)) return kBadArgument;
   clear_control();
   Owned<mup_log_module> modules = allocate<mup_log_module>(module_num);
   if (!modules) {
     mu_printf("No memory \r\n");
-    return 10;
+    return kNoMemory;
   }
   memcpy(control.sys_path, kSysPath, sizeof kSysPath);
   memcpy(control.usr_path, kUsrPath, sizeof kUsrPath);
   if (mu_mutex_init(&control.mutex, "log_mutex") != 0) {
     mu_printf("create mutex error \r\n");
-    return -1;
+    return kNoMutex;
   }
   for (u32 i = 0; i < module_num; i++) register_module(modules.get()[i], names + size_t{i} * MUP_LOG_NAME_SIZE);
   control.modules = modules.release();

@@ -13,6 +13,14 @@ namespace tarn::log {
 constexpr u8 kLevelMax = MUP_LOG_DEBUG;
 constexpr u8 kDefaultLevel = MUP_LOG_ERROR;
 
+// Statuses other than 0, as the header lists them. The functions of the files have one of their own for a log that was
+// not started.
+constexpr mu_status_t kNoMutex = -1;
+constexpr mu_status_t kNotStarted = 1;
+constexpr mu_status_t kBadArgument = 2;
+constexpr mu_status_t kNoMemory = 10;
+constexpr mu_status_t kNotInited = 19;
+
 // Bits of mup_log_ctrl::dirty.
 constexpr u8 kSysDirty = 1 << 0;
 constexpr u8 kUsrDirty = 1 << 1;
@@ -35,10 +43,13 @@ bool report_null(const void *argument, const char *function = __builtin_FUNCTION
 // The name of a module; "" for one that is not registered.
 const char *module_name(u8 module);
 
-// The id of the first module of that name, or -1.
+// Of the two that follow: negative, as no id and no level is.
+constexpr int kNotFound = -1;
+
+// The id of the first module of that name, or kNotFound.
 int find_module(std::string_view name);
 
-// The level of that name, or -1.
+// The level of that name, or kNotFound.
 int find_level(std::string_view name);
 
 // A ring of the control record: its slots, how many, and the index of the next slot to be written.

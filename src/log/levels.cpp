@@ -17,9 +17,6 @@ constexpr u8 kLastModuleOfSet = 20;
 constexpr u8 kFirstUserModule = 16;
 constexpr u8 kLastUserModule = 19;
 
-constexpr mu_status_t kBadArgument = 2;
-constexpr mu_status_t kNotInited = 19;
-
 // 0, or why the settings of no module can be reached by this name.
 mu_status_t refusal(const char *module_name, const char *function, int line) {
   if (report_null(module_name, function, line)) return kBadArgument;
@@ -69,7 +66,7 @@ int tarn::log::find_level(std::string_view name) {
   for (int level = 0; level <= kLevelMax; level++) {
     if (kLevelNames[level] == name) return level;
   }
-  return -1;
+  return kNotFound;
 }
 
 const char *mup_log_level_str_get(uint8_t level) { return level <= kLevelMax ? kLevelNames[level].data() : ""; }

@@ -16,12 +16,12 @@ bool report_null(const void *argument, const char *function, int line) {
 const char *module_name(u8 module) { return module < control.module_num ? control.modules[module].name : ""; }
 
 int find_module(std::string_view name) {
-  if (name.size() >= MUP_LOG_NAME_SIZE) return -1;
+  if (name.size() >= MUP_LOG_NAME_SIZE) return kNotFound;
   for (int id = 0; id < control.module_num; id++) {
     const char *own = control.modules[id].name;  // NUL-filled to its end
     if (own[name.size()] == '\0' && memcmp(own, name.data(), name.size()) == 0) return id;
   }
-  return -1;
+  return kNotFound;
 }
 
 void clear_ring(const Ring &ring) {

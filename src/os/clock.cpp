@@ -8,9 +8,9 @@
 
 namespace {
 
-constexpr int kUnitsPerSecond = 100;
-constexpr int kNanosecondsPerUnit = 10000000;
-constexpr int kMicrosecondsPerUnit = 10000;
+constexpr int kUnitsPerSecond = 1000 / MU_TICK_MS;
+constexpr int kMicrosecondsPerUnit = 1000 * MU_TICK_MS;
+constexpr int kNanosecondsPerUnit = 1000 * kMicrosecondsPerUnit;
 
 // Deliberate: wall-clock time counts from 2007-07-24 04:53:20 UTC, in seconds after the Unix epoch. Programs exchange
 // and keep such times; the origin is part of the interface. Held by OsTime.CountsFromThePrivateEpoch.

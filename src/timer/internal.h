@@ -7,13 +7,11 @@
 
 namespace tarn::timer {
 
-constexpr u32 kTickMs = 10;
-
 // Milliseconds to ticks, truncated, with a floor of one tick. The adds convert signed intervals, so that negative ones
 // give one tick; a re-arm converts an unsigned one.
 template <typename Milliseconds>
 constexpr u32 to_ticks(Milliseconds ms) {
-  constexpr auto tick_ms = static_cast<Milliseconds>(kTickMs);
+  constexpr auto tick_ms = static_cast<Milliseconds>(MU_TICK_MS);
   return ms <= tick_ms ? 1 : static_cast<u32>(ms / tick_ms);
 }
 

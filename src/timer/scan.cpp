@@ -79,7 +79,7 @@ void scan() {
 void *mu_timer_thread([[maybe_unused]] void *arg) {
   store_relaxed(tmr_tid, int64_t{OS_CURRENT_THREAD()});
   for (;;) {
-    OS_SLEEP(kTickMs);
+    OS_SLEEP(MU_TICK_MS);
     scan();
   }
 }
