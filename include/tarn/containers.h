@@ -3,15 +3,15 @@
  * Containers:
  * - `mu_list`: a doubly linked list of fixed-size record copies in insertion order;
  * - `mu_lst`: a doubly linked list through the caller's own elements;
- * - `mu_hash`: a table of `mu_lst` buckets behind one mutex;
+ * - `mu_hash`: a table of `mu_lst` buckets that one mutex guards;
  * - bit arrays: single bits of the caller's bytes;
  * - `mu_rbuf`: a ring buffer of 64-bit values.
  *
  * Holds for the whole header:
- * - No locking, but for `mu_hash`: a caller whose container is shared holds a lock of its own across every call and
- *   across any walk.
- * - A pointer must not be null unless its function says what null does: it is not checked.
- * - Failures are told by results alone; nothing is printed.
+ * - Only `mu_hash` locks. A caller that shares another container holds its own lock across every call and across any
+ *   walk.
+ * - Unless a function says what null does, its pointers must not be null; this is not checked.
+ * - Failures are reported only by results; nothing is printed.
  * - Memory comes from mu_malloc. `mu_lst`, `mu_hash` and the bit arrays neither copy nor free what the caller puts in.
  */
 #ifndef TARN_CONTAINERS_H
@@ -26,7 +26,7 @@ TARN_BEGIN_DECLS
 /**
  * Compares a record with a key; both belong to the caller. The list looks only at zero versus nonzero.
  *
- * @return 0 for a match. The library's own callbacks give 1 when the record's key is greater, -1 when it is smaller.
+ * @return 0 for a match. The library's own callbacks return 1 when the record's key is greater, -1 when it is smaller.
  */
 typedef int32_t (*mu_list_cmp_cb_t)(const void *record, const void *key);
 
@@ -34,8 +34,8 @@ typedef int32_t (*mu_list_cmp_cb_t)(const void *record, const void *key);
 typedef void (*mu_list_trav_cb_t)(void *record);
 
 /**
- * One node. The record copy stands right behind these fields, in the same block: at an address divisible by 8.
- * Read `data` freely and change the record through it; leave the links to the list.
+ * One node. The record copy follows these fields in the same block, at an address divisible by 8. Callers may read
+ * `data` and change the record through it; only the list changes the links.
  */
 typedef struct mu_list_node {
   void *data;                /**< The node's record copy. */
@@ -49,7 +49,7 @@ typedef struct mu_list {
   uint32_t count;       /**< Number of nodes. */
   mu_list_node_t *tail; /**< The last node; null when empty. */
   mu_list_node_t *head; /**< The first node; null when empty. */
-  mu_list_cmp_cb_t cmp; /**< Serves mu_list_query; may be null. */
+  mu_list_cmp_cb_t cmp; /**< Used by mu_list_query; may be null. */
 } mu_list_t;
 
 TARN_STATIC_ASSERT(sizeof(mu_list_node_t) == 24, "the record follows at byte 24");
@@ -63,7 +63,7 @@ TARN_STATIC_ASSERT(offsetof(mu_list_t, count) == 4 && offsetof(mu_list_t, tail) 
  *
  * @param[in] data_size  Bytes of a record, 1 or more.
  * @param[in] cmp        Compare callback for mu_list_query; null for none.
- * @return The list, released with mu_list_destory; null when `data_size` is 0 or negative, or memory runs out.
+ * @return The list, to be released with mu_list_destory; null when `data_size` is 0 or negative, or memory runs out.
  */
 TARN_API mu_list_t *mu_list_create(int data_size, mu_list_cmp_cb_t cmp);
 
@@ -83,8 +83,8 @@ TARN_API void mu_list_destory(mu_list_t *list);
 TARN_API mu_status_t mu_list_add(mu_list_t *list, const void *record);
 
 /**
- * Unlinks `node`, which belongs to `list` (not checked), and frees it with its record. In a walk, read the node's
- * successor before.
+ * Unlinks `node`, which must belong to `list` (not checked), and frees it with its record. In a walk, read the next
+ * node before this call.
  *
  * @retval 0   Deleted.
  * @retval -1  `list` or `node` is null.
@@ -108,19 +108,19 @@ TARN_API mu_list_node_t *mu_list_last(const mu_list_t *list);
 /** The node before `node`; null for the head or a null node. */
 TARN_API mu_list_node_t *mu_list_previous(const mu_list_node_t *node);
 
-/** The node behind `node`; null for the tail or a null node. */
+/** The node after `node`; null for the tail or a null node. */
 TARN_API mu_list_node_t *mu_list_next(const mu_list_node_t *node);
 
 /**
- * Finds the earliest added node whose record matches `key`: for which the list's compare callback gives 0.
+ * Finds the earliest added node whose record matches `key`, that is, for which the list's compare callback returns 0.
  *
  * @return The node; null when none matches, or `list`, `key` or the compare callback is null.
  */
 TARN_API mu_list_node_t *mu_list_query(const mu_list_t *list, const void *key);
 
 /**
- * Calls `visit` with each record, head first. The next node is read after the callback has returned, so a record
- * that it appends is visited too. `visit` is not checked: it must not be null when the list has nodes.
+ * Calls `visit` with each record, from the head on. The next node is read after the callback has returned, so a record
+ * that the callback appends is visited too. `visit` is not checked: it must not be null when the list has nodes.
  */
 TARN_API void mu_list_traverse(const mu_list_t *list, mu_list_trav_cb_t visit);
 
@@ -129,18 +129,18 @@ TARN_API uint32_t mu_list_count(const mu_list_t *list);
 
 /* ---- mu_lst: a list through the caller's elements ---------------------------------------------------------------
  *
- * An element is a structure of the caller's that begins with a mu_lst_node; a pointer to the one is a pointer to the
- * other, cast. The list neither allocates, copies nor frees. No pointer is checked for null, but for `after` of
- * mu_lst_insert.
+ * An element is a structure of the caller's that begins with a mu_lst_node; a pointer to one can be cast to a pointer
+ * to the other. The list does not allocate, copy or free. No pointer may be null, except `after` of mu_lst_insert; this
+ * is not checked.
  */
 
-/** The links, the first field of every element. Leave them to the list while the element is on one. */
+/** The links, the first field of every element. Only the list changes them while the element is on it. */
 typedef struct mu_lst_node {
   struct mu_lst_node *prev; /**< Null at the head. */
   struct mu_lst_node *next; /**< Null at the tail. */
 } mu_lst_node;
 
-/** A list. Deliberate: the tail stands first, in the order of a node's links. */
+/** A list. Deliberate: the tail comes first, in the order of a node's links. */
 typedef struct mu_lst {
   mu_lst_node *last;  /**< The tail; null when empty. */
   mu_lst_node *first; /**< The head; null when empty. */
@@ -155,10 +155,11 @@ TARN_STATIC_ASSERT(offsetof(mu_lst, first) == 8 && offsetof(mu_lst, count) == 16
 TARN_API void mu_lst_init(mu_lst *list);
 
 /**
- * Links `node` right behind `after`.
+ * Links `node` directly after `after`.
  *
  * @param[in] after  A node of `list`; null for the front.
- * @param[in] node   On no list; its links are overwritten. It stays the caller's, and in place while it is on the list.
+ * @param[in] node   On no list; its links are overwritten. The caller owns it, and must not move it while it is on the
+ *                   list.
  */
 TARN_API void mu_lst_insert(mu_lst *list, mu_lst_node *after, mu_lst_node *node);
 
@@ -166,12 +167,12 @@ TARN_API void mu_lst_insert(mu_lst *list, mu_lst_node *after, mu_lst_node *node)
 TARN_API void mu_lst_add(mu_lst *list, mu_lst_node *node);
 
 /**
- * Unlinks `node`, which is on `list`: not checked, and undefined otherwise. The node's own links stay as they were, so
- * a walk may delete the node that it stands on and go on from it.
+ * Unlinks `node`, which must be on `list`: not checked, and undefined otherwise. The node's own links do not change, so
+ * a walk may delete its current node and continue from it.
  */
 TARN_API void mu_lst_delete(mu_lst *list, mu_lst_node *node);
 
-/** Removes the head. @return The node, its links as they were; null for an empty list. */
+/** Removes the head. @return The node, its links unchanged; null for an empty list. */
 TARN_API mu_lst_node *mu_lst_get(mu_lst *list);
 
 /** The head; null for an empty list. */
@@ -180,7 +181,7 @@ TARN_API mu_lst_node *mu_lst_first(const mu_lst *list);
 /** The tail; null for an empty list. */
 TARN_API mu_lst_node *mu_lst_last(const mu_lst *list);
 
-/** The node behind `node`; null for the tail. */
+/** The node after `node`; null for the tail. */
 TARN_API mu_lst_node *mu_lst_next(const mu_lst_node *node);
 
 /** The node before `node`; null for the head. */
@@ -189,29 +190,30 @@ TARN_API mu_lst_node *mu_lst_prev(const mu_lst_node *node);
 /** The number of nodes. */
 TARN_API uint32_t mu_lst_count(const mu_lst *list);
 
-/* ---- mu_hash: buckets of mu_lst behind one mutex ----------------------------------------------------------------
+/* ---- mu_hash: buckets of mu_lst under one mutex -----------------------------------------------------------------
  *
- * Any thread may call; each call but mu_hash_count and mu_hash_destroy holds the table's mutex for its whole run, apart
- * from the call of the bucket function. An element is in one table at a time and stays in place meanwhile; between the
- * calls of a walk its life is the callers' to agree on.
+ * Any thread may call these functions. All but mu_hash_count and mu_hash_destroy hold the table's mutex throughout,
+ * except while they call the bucket function. An element is in one table at a time and is not moved meanwhile. Callers
+ * agree among themselves how long an element exists between the calls of a walk.
  *
- * The order of the elements, for mu_hash_first, mu_hash_next, mu_hash_find and mu_hash_get: by bucket from 0 on and, in
- * a bucket, as they were added.
+ * The order of the elements, for mu_hash_first, mu_hash_next, mu_hash_find and mu_hash_get: by bucket, from 0 on;
+ * within a bucket, in the order in which they were added.
  */
 
 /**
- * Tells the bucket of an element: below the table's `size`, or the add or delete fails; and the same as long as the
- * element is in the table. Called on the thread that adds or deletes, without the mutex: it may call the table.
+ * Returns the bucket of an element. It must be below the table's `size`, or the add or delete fails, and the same as
+ * long as the element is in the table. Called on the thread that adds or deletes, without the mutex: it may call
+ * functions on the same table.
  */
 typedef uint32_t (*mu_hash_fn_t)(const mu_lst_node *node);
 
 /**
  * Compares an element with a key; 0 is a match. Called on the thread that searches, with the mutex held: it must not
- * call the same table, throw or longjmp.
+ * call functions on the same table, throw or longjmp.
  */
 typedef int (*mu_hash_cmp_fn_t)(const mu_lst_node *node, const void *key);
 
-/** A table, one block of memory with the buckets at its end. Leave the writing to the calls. */
+/** A table, one block of memory with the buckets at its end. Only the functions write to it. */
 __extension__ typedef struct mu_hash { /* an array without a length: C11, an extension in C++ */
   uint32_t size;                       /**< Number of buckets. */
   mu_mutex_t lock;                     /**< Guards `count`, the buckets and the links of the elements. */
@@ -230,13 +232,13 @@ TARN_STATIC_ASSERT(offsetof(mu_hash, lock) == 8 && offsetof(mu_hash, hash_fn) ==
  * Creates an empty table. Its mutex is named "H" and the table's address.
  *
  * @param[in] size  Number of buckets, 1 to 89478483: the table's 40 + 24 * `size` bytes must fit an int.
- * @return The table, released with mu_hash_destroy; null when `size` is out of range, a function is null, or there is
- * no memory for the table or its mutex.
+ * @return The table, to be released with mu_hash_destroy; null when `size` is out of range, a function is null, or
+ *         memory for the table or its mutex runs out.
  */
 TARN_API mu_hash *mu_hash_create(uint32_t size, mu_hash_fn_t hash_fn, mu_hash_cmp_fn_t cmp_fn);
 
 /**
- * Releases a table and its mutex, which no other thread may be using. The elements are not touched.
+ * Releases a table and its mutex. No other thread may be using the table. The elements are not touched.
  *
  * @retval 0  Done.
  * @retval 1  `table` is null.
@@ -244,7 +246,7 @@ TARN_API mu_hash *mu_hash_create(uint32_t size, mu_hash_fn_t hash_fn, mu_hash_cm
 TARN_API mu_status_t mu_hash_destroy(mu_hash *table);
 
 /**
- * Appends `node`, which is on no list and no table, to its bucket. There is no check for duplicates.
+ * Appends `node`, which is on no list and in no table, to its bucket. There is no check for duplicates.
  *
  * @retval 0   Added.
  * @retval -1  `table` or `node` is null, or the bucket function's result is `size` or above; nothing is changed.
@@ -252,8 +254,8 @@ TARN_API mu_status_t mu_hash_destroy(mu_hash *table);
 TARN_API mu_status_t mu_hash_add(mu_hash *table, mu_lst_node *node);
 
 /**
- * Unlinks `node`, which is in the table, in the bucket that the bucket function tells now: not checked, and undefined
- * otherwise. The node's own links stay as they were.
+ * Unlinks `node`. It must be in the table, in the bucket that the bucket function now returns: not checked, and
+ * undefined otherwise. The node's own links do not change.
  *
  * @retval 0   Deleted.
  * @retval -1  As mu_hash_add.
@@ -265,41 +267,42 @@ TARN_API mu_status_t mu_hash_del(mu_hash *table, mu_lst_node *node);
  *
  *     for (int r = mu_hash_first(table, &node, &bucket); r == 0; r = mu_hash_next(table, node, bucket, &node, &bucket))
  *
- * The mutex is released between the calls. What other threads add meanwhile is met if it is added behind the walk's
- * place; what they delete or take must not be the node that the walk stands on.
+ * The mutex is released between the calls. An element that another thread adds meanwhile is visited if its place is
+ * after the walk's current node. Other threads must not remove the walk's current node.
  *
  * @param[out] out         The first element; not null.
  * @param[out] bucket_out  Its bucket; not null.
  * @retval 0   Found.
- * @retval -1  `table` is null or empty; the outputs are untouched.
+ * @retval -1  `table` is null or empty; the outputs are unchanged.
  */
 TARN_API mu_status_t mu_hash_first(mu_hash *table, mu_lst_node **out, uint32_t *bucket_out);
 
 /**
- * Goes on with a walk.
+ * Continues a walk.
  *
- * @param[in]  node        Where the walk stands; not null. Only its link is read.
- * @param[in]  bucket      The bucket of `node`. From `size` on there is no bucket behind it.
- * @param[out] out         The element behind `node`; may be the variable that holds `node`.
+ * @param[in]  node        The walk's current node; not null. Only its link is read.
+ * @param[in]  bucket      The bucket of `node`. If it is `size` or above, no bucket is searched after the node's list.
+ * @param[out] out         The element after `node`; may be the variable that holds `node`.
  * @param[out] bucket_out  Its bucket; may be the variable that holds `bucket`.
  * @retval 0   Found.
- * @retval -1  `node` was the last: null is stored in `out`, `bucket_out` is untouched. Or `table` is null: both are.
+ * @retval -1  `node` was the last: null is stored in `out`, `bucket_out` is unchanged. Or `table` is null: both outputs
+ *             are unchanged.
  */
 TARN_API mu_status_t mu_hash_next(mu_hash *table, const mu_lst_node *node, uint32_t bucket, mu_lst_node **out,
                                   uint32_t *bucket_out);
 
 /**
- * Finds the first element for which the compare function gives 0.
+ * Finds the first element for which the compare function returns 0.
  *
- * Deliberate: every bucket is searched, from 0 on; the bucket function is not asked. So an element is found in whatever
+ * Deliberate: every bucket is searched, from 0 on; the bucket function is not called. An element is found in whichever
  * bucket it is, and the time grows with the number of elements, not with the length of a bucket.
  *
- * @param[in] key  Passed to the compare function; null too.
+ * @param[in] key  Passed to the compare function, even when null.
  * @return The element; null when none matches or `table` is null.
  */
 TARN_API mu_lst_node *mu_hash_find(mu_hash *table, const void *key);
 
-/** Removes the first element. @return The element, its links as they were; null when `table` is null or empty. */
+/** Removes the first element. @return The element, its links unchanged; null when `table` is null or empty. */
 TARN_API mu_lst_node *mu_hash_get(mu_hash *table);
 
 /** The number of elements, read without the mutex; 0 for a null table. */
@@ -307,11 +310,11 @@ TARN_API uint32_t mu_hash_count(const mu_hash *table);
 
 /* ---- Bit arrays -------------------------------------------------------------------------------------------------
  *
- * Bytes of the caller's, at any address, of which bit `n` is the bit 0x80 >> (n % 8) of byte n / 8: bit 0 is the most
- * significant one of byte 0. The array is not checked for null, and bit numbers must not be negative.
+ * Bytes of the caller's, at any address. Bit `n` is the bit 0x80 >> (n % 8) of byte n / 8: bit 0 is the most
+ * significant bit of byte 0. The array is not checked for null, and bit numbers must not be negative.
  */
 
-/** What mu_bit_get_0 and mu_bit_get_1 give when there is no such bit; as an int, -1. */
+/** The result of mu_bit_get_0 and mu_bit_get_1 when there is no such bit; as an int, -1. */
 #define MU_BIT_NONE UINT32_C(0xFFFFFFFF)
 
 /** Sets bit `n`. @return 0, always. */
@@ -324,28 +327,28 @@ TARN_API mu_status_t mu_bit_clr(uint8_t *bits, int n);
 TARN_API int mu_bit_tst(const uint8_t *bits, int n);
 
 /**
- * Finds the first clear bit of the `nbits` bits of an array. No byte without one of these bits is read.
+ * Finds the first clear bit among the first `nbits` bits of an array. Only bytes that hold these bits are read.
  *
  * @param[in] nbits  A negative length counts as 0.
- * @return Its number; MU_BIT_NONE when all of them are set, also when there are none.
+ * @return Its number; MU_BIT_NONE when all of them are set or `nbits` is 0.
  */
 TARN_API uint32_t mu_bit_get_0(const uint8_t *bits, int nbits);
 
-/** Finds the first set bit, as mu_bit_get_0 the first clear one. */
+/** Finds the first set bit, in the way in which mu_bit_get_0 finds the first clear one. */
 TARN_API uint32_t mu_bit_get_1(const uint8_t *bits, int nbits);
 
-/** @return 1 when the first `nbits` bits are all set, also when there are none; else 0. */
+/** @return 1 when the first `nbits` bits are all set or `nbits` is 0; else 0. */
 TARN_API int mu_bit_tst_all(const uint8_t *bits, uint32_t nbits);
 
 /* ---- mu_rbuf: a ring buffer of 64-bit values -------------------------------------------------------------------- */
 
-/** A ring buffer. All of its `size` slots can be filled: `full` tells apart what the indices alone cannot. */
+/** A ring buffer. All of its `size` slots can be filled: when `rd` equals `wr`, `full` says full or empty. */
 typedef struct mu_rbuf {
   uint64_t rd;     /**< Slot that is read next. */
   uint32_t wr;     /**< Slot that is written next. */
   uint32_t size;   /**< Number of slots. */
-  uint32_t full;   /**< When `rd` equals `wr`: 1 full, 0 empty. Deliberate: else without a meaning, and maybe 1. */
-  uint64_t *slots; /**< A block of its own. Slots that have been read are 0. */
+  uint32_t full;   /**< When `rd` equals `wr`: 1 full, 0 empty. Deliberate: otherwise meaningless; it may be 1. */
+  uint64_t *slots; /**< A separate block. Slots that have been read are 0. */
 } mu_rbuf;
 
 TARN_STATIC_ASSERT(offsetof(mu_rbuf, wr) == 8 && offsetof(mu_rbuf, size) == 12 && offsetof(mu_rbuf, full) == 16 &&
@@ -356,8 +359,8 @@ TARN_STATIC_ASSERT(offsetof(mu_rbuf, wr) == 8 && offsetof(mu_rbuf, size) == 12 &
  * Creates an empty ring buffer.
  *
  * @param[in] size  Number of values that it holds, 1 to 268435455: the slots' 8 * `size` bytes must fit an int.
- * @return The buffer; null when `size` is out of range or memory runs out. No call releases it: an owner that has to
- *         frees `slots` and then the buffer with mu_free.
+ * @return The buffer; null when `size` is out of range or memory runs out. No call releases it: an owner that must
+ *         release it frees `slots`, then the buffer, with mu_free.
  */
 TARN_API mu_rbuf *mu_rbuf_create(int size);
 

@@ -2,16 +2,16 @@
  * @file
  * Conversions between text and numbers, MAC, IPv4 and IPv6 addresses, and bytes written in hexadecimal; a hex dump.
  *
- * The parsers take the whole text or refuse it, unless said otherwise: no white space, no sign, no locale. Where
- * they differ from libc's on purpose, the function says so.
+ * Unless said otherwise, the parsers accept the whole text or refuse it: no white space, no sign, no locale. Where a
+ * function deliberately differs from libc's, its text says so.
  *
  * Holds for the whole header:
- * - Texts are NUL-terminated; no byte behind the NUL is read. Their length is not limited.
+ * - Texts are NUL-terminated; no byte after the NUL is read. Their length is not limited.
  * - Results of type mu_status_t are 0 for success and 1 for failure.
- * - A null pointer argument is a failure like any other, except where it says "not null": there nothing is checked.
- * - Hexadecimal digits are of either case. The prefix of a hexadecimal number is "0x" alone: "0X" makes it invalid.
- * - Numbers that are too large wrap at the width of their result: there is no failure for them and errno is left alone,
- *   except by mu_strtoul.
+ * - A null pointer argument is a failure like any other. Where the text says "not null", the pointer is not checked.
+ * - Hexadecimal digits are of either case. The prefix of a hexadecimal number is "0x"; "0X" is invalid.
+ * - Numbers that are too large wrap at the width of their result, without a failure, and errno is not changed. The
+ *   exception is mu_strtoul.
  * - Every function may be called from any thread, keeps no state, and allocates nothing. Only mu_buffer_dump prints.
  */
 #ifndef TARN_CONVERT_H
@@ -38,24 +38,24 @@ TARN_API uint32_t mu_atoi(const char *s);
 /**
  * Parses a 32-bit number: decimal without a leading zero, or "0x" and up to 8 hexadecimal digits.
  *
- * Deliberate: "0x" alone is 0, and "012" is refused. mu_str2decl decides both the other way round.
+ * Deliberate: the text "0x" is 0, and "012" is refused. mu_str2decl does the opposite in both cases.
  *
  * @param[in]  s    Not null.
  * @param[out] out  Not null. The number, modulo 2^32; 0 on failure.
  * @retval 0  Parsed.
- * @retval 1  `s` is empty, begins with "0" and anything but "x", or holds a character that is no digit of its base; or
- *            more than 8 digits follow "0x".
+ * @retval 1  `s` is empty, begins with "0" and a character other than "x", or has a character that is not a digit of
+ *            its base; or more than 8 digits follow "0x".
  */
 TARN_API mu_status_t mu_str2dec(const char *s, uint32_t *out);
 
 /**
  * Parses a 64-bit number: decimal, or "0x" and hexadecimal digits, as many as there are.
  *
- * Deliberate: an empty text is 0, "012" is 12, and "0x" alone is refused.
+ * Deliberate: an empty text is 0, "012" is 12, and the text "0x" is refused.
  *
  * @param[out] out  The number, modulo 2^64; written on success only.
  * @retval 0  Parsed.
- * @retval 1  An argument is null, `s` is "0x", or `s` holds a character that is no digit of its base.
+ * @retval 1  An argument is null, `s` is "0x", or `s` has a character that is not a digit of its base.
  */
 TARN_API mu_status_t mu_str2decl(const char *s, uint64_t *out);
 
@@ -68,9 +68,9 @@ TARN_API uint64_t mu_strtoll(const char *s);
 /**
  * libc's strtoul, white space, signs, saturation and errno included: OS_STRTOUL.
  *
- * @param[in]  s     Null gives 0, with `end` and errno left alone.
+ * @param[in]  s     Null: the result is 0; `end` and errno are not changed.
  * @param[out] end   Where the number ends; may be null.
- * @param[in]  base  0, or 2 to 36; as in libc, any other gives 0.
+ * @param[in]  base  0, or 2 to 36; as in libc, any other base gives 0.
  */
 TARN_API unsigned long mu_strtoul(const char *s, char **end, uint32_t base);
 
@@ -80,24 +80,24 @@ TARN_API uint64_t mu_inter_to64(uint32_t high, uint32_t low);
 /* ---- Bytes in hexadecimal -------------------------------------------------------------------------------------- */
 
 /**
- * Parses `len` bytes of one or two hexadecimal digits each, with one ":" or "." between two of them; the two may be
- * mixed. Two digits have the high one first: "a:b.0c" are 0x0a, 0x0b, 0x0c.
+ * Parses `len` bytes of one or two hexadecimal digits each, separated by one ":" or "."; the separators may be mixed.
+ * Of two digits, the first is the high one: "a:b.0c" is 0x0a, 0x0b, 0x0c.
  *
- * Deliberate: one separator may end the text. mu_str2mac, alike in all else, refuses it.
+ * Deliberate: one separator may end the text. mu_str2mac refuses it; all else is the same there.
  *
- * @param[out] out  `len` bytes. Each is written once it is complete, at its separator or at the end of the text: those
- *                  that stand before a fault stay written.
- * @param[in]  len  0 takes the empty text alone; a negative one takes none.
+ * @param[out] out  `len` bytes. Each is written once it is complete, at its separator or at the end of the text. Bytes
+ *                  before a fault stay written.
+ * @param[in]  len  With 0 only the empty text is accepted; with a negative `len`, none.
  * @retval 0  Parsed.
  * @retval 1  An argument is null, there are more or fewer bytes than `len`, a third digit in a row, a separator at the
- *            start or behind another, or any other character.
+ *            start or after another, or any other character.
  */
 TARN_API mu_status_t mu_str2hex(const char *s, uint8_t *out, int len);
 
 /**
- * Parses a MAC address: six bytes as mu_str2hex takes them, such as "00:1b:44:11:3a:b7" or "0.1b.44.11.3a.b7".
+ * Parses a MAC address: six bytes as mu_str2hex accepts them, such as "00:1b:44:11:3a:b7" or "0.1b.44.11.3a.b7".
  *
- * @param[out] mac  Bytes that stand before a fault stay written, as in mu_str2hex.
+ * @param[out] mac  Bytes before a fault stay written, as in mu_str2hex.
  * @retval 0  Parsed.
  * @retval 1  As mu_str2hex for 6 bytes, or the text ends in a separator.
  */
@@ -105,8 +105,8 @@ TARN_API mu_status_t mu_str2mac(const char *s, uint8_t mac[MU_MAC_BYTES]);
 
 /**
  * Prints bytes in rows of 16, through mu_printf: "\r\n", the title and "\n"; each byte as two lower-case digits and a
- * blank; "\n" behind each 16th byte, and "\n" at the end. A last row that is full is so followed by an empty line. Of a
- * title mu_printf's buffer holds 892 characters and the "\n"; a longer one is cut at 893, without it.
+ * blank; "\n" after each 16th byte, and "\n" at the end. An empty line therefore follows a last row that is full. A
+ * title of up to 892 characters fits mu_printf's buffer with its "\n"; a longer one is cut at 893, without the "\n".
  *
  * @retval 0  Printed.
  * @retval 1  `title` or `buf` is null; nothing is printed.
@@ -118,20 +118,20 @@ TARN_API mu_status_t mu_buffer_dump(const char *title, const uint8_t *buf, uint1
 /**
  * Parses a dotted-quad IPv4 address: four decimal octets of at most 255.
  *
- * Deliberate: the text must not begin with "0", not even for an address of the network 0; in the later octets zeros may
- * lead: "10.01.0.1" parses, "0.1.2.3" and "010.1.0.1" do not. An octet is read as mu_atoi reads it, modulo 2^32:
- * "1.2.3.4294967300" is 1.2.3.4.
+ * Deliberate: the text must not begin with "0", not even for an address of the network 0. The later octets may have
+ * leading zeros: "10.01.0.1" parses, "0.1.2.3" and "010.1.0.1" do not. An octet is read as mu_atoi reads it, modulo
+ * 2^32: "1.2.3.4294967300" is 1.2.3.4.
  *
  * @param[out] ip  The address in host order, first octet in the top byte; written on success only.
  * @retval 0  Parsed.
- * @retval 1  An argument is null, or the text is no such address.
+ * @retval 1  An argument is null, or the text is not such an address.
  */
 TARN_API mu_status_t mu_str2ip(const char *s, uint32_t *ip);
 
 /**
  * Writes an IPv4 address as a dotted quad.
  *
- * @param[out] dst  MU_IP_TEXT_SIZE bytes; no byte behind the NUL is written.
+ * @param[out] dst  MU_IP_TEXT_SIZE bytes; no byte after the NUL is written.
  * @param[in]  ip   In host order, first octet in the top byte.
  * @retval 0  Written.
  * @retval 1  `dst` is null.
@@ -148,7 +148,7 @@ TARN_API mu_status_t mu_ip2str(char *dst, uint32_t ip);
  * @param[in]  s     Not null.
  * @param[out] addr  Not null. The address in network order; written on success only.
  * @retval 0  Parsed.
- * @retval 1  The text is no such address; also a ninth group, and a "::" that stands for no group.
+ * @retval 1  The text is not such an address; for example it has a ninth group, or a "::" in place of no group.
  */
 TARN_API mu_status_t mu_str2ipv6(const char *s, uint8_t addr[MU_IPV6_BYTES]);
 
@@ -157,7 +157,7 @@ TARN_API mu_status_t mu_str2ipv6(const char *s, uint8_t addr[MU_IPV6_BYTES]);
  *
  * Deliberate: zeros are never compressed to "::" and no group is written as a dotted quad: "2001:DB8:0:0:0:0:0:1".
  *
- * @param[out] dst   MU_IPV6_TEXT_SIZE bytes; no byte behind the NUL is written.
+ * @param[out] dst   MU_IPV6_TEXT_SIZE bytes; no byte after the NUL is written.
  * @param[in]  addr  Not null. The address in network order.
  * @retval 0  Written.
  * @retval 1  `dst` is null.

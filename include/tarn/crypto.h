@@ -4,21 +4,21 @@
  * NIST SP 800-38B), and console routines that print bytes in hexadecimal.
  *
  * Holds for the whole header:
- * - All buffers are the caller's, are byte arrays of any alignment, and may not be null. Nothing is checked but the tag
- *   length of aes128_cmac_compute.
+ * - All buffers are the caller's, are byte arrays of any alignment, and must not be null. Only the tag length of
+ *   aes128_cmac_compute is checked.
  * - Buffers do not overlap unless a function says which may be the same.
- * - A block stands in the byte order of FIPS 197: byte i is row i mod 4, column i div 4 of the state.
- * - Thread-safe: nothing is allocated, locked, or kept from one call to the next but which of two paths this processor
- *   takes.
+ * - A block has the byte order of FIPS 197: byte i is row i mod 4, column i div 4 of the state.
+ * - Thread-safe: nothing is allocated or locked. Only one thing is kept between calls: which of two paths this
+ *   processor takes.
  * - Only aes128_cmac_compute (for a bad tag length) and the print functions print: to standard output, through libc's
  *   printf and putchar.
  * - Wiped: after a call that enciphers, neither the stack nor the vector registers hold round keys, subkeys or
- *   intermediate values. What is in the caller's buffers is the caller's to wipe.
+ *   intermediate values. The caller wipes its own buffers.
  *
- * Two paths give the same results. Where the processor has AES instructions (x86-64: AES-NI; 64-bit Arm: the
- * Cryptography Extensions), they do the work; elsewhere the portable path does. On neither do the instructions or the
- * memory accesses depend on key or data. The first call that enciphers asks the processor which path it is, once for
- * the process; nothing else has an influence on it.
+ * Two paths have the same results. Where the processor has AES instructions (x86-64: AES-NI; 64-bit Arm: the
+ * Cryptography Extensions), they do the work; elsewhere the portable path does. On both, neither the executed
+ * instructions nor the memory accesses depend on key or data. The first call that enciphers chooses the path according
+ * to the processor, once for the process; nothing else affects the choice.
  */
 #ifndef TARN_CRYPTO_H
 #define TARN_CRYPTO_H
@@ -29,7 +29,7 @@ TARN_BEGIN_DECLS
 
 #define AES128_KEY_BYTES 16         /**< Bytes of a key. */
 #define AES128_BLOCK_BYTES 16       /**< Bytes of a block. */
-#define AES128_ROUND_KEYS_BYTES 176 /**< Bytes of an expanded key: 11 round keys, round key 0 being the key itself. */
+#define AES128_ROUND_KEYS_BYTES 176 /**< Bytes of an expanded key: 11 round keys; round key 0 is the key itself. */
 #define AES128_CMAC_MAX_TAG 16      /**< Bytes of an untruncated tag. */
 
 /* ---- Block cipher ----------------------------------------------------------------------------------------------- */
@@ -40,7 +40,7 @@ TARN_API void aes_key_schedule_128(const uint8_t key[AES128_KEY_BYTES], uint8_t 
 /**
  * Enciphers one block: the cipher of FIPS 197, section 5.1.
  *
- * @param[in]  round_keys  Of aes_key_schedule_128.
+ * @param[in]  round_keys  From aes_key_schedule_128.
  * @param[out] out         May be `in`.
  */
 TARN_API void aes_encrypt_128(const uint8_t round_keys[AES128_ROUND_KEYS_BYTES], const uint8_t in[AES128_BLOCK_BYTES],
@@ -50,7 +50,7 @@ TARN_API void aes_encrypt_128(const uint8_t round_keys[AES128_ROUND_KEYS_BYTES],
  * Deciphers one block: the inverse cipher of FIPS 197, section 5.3, with the round keys of encryption. For any 176
  * bytes of round keys it is the exact inverse of aes_encrypt_128.
  *
- * @param[in]  round_keys  Of aes_key_schedule_128.
+ * @param[in]  round_keys  From aes_key_schedule_128.
  * @param[out] out         May be `in`.
  */
 TARN_API void aes_decrypt_128(const uint8_t round_keys[AES128_ROUND_KEYS_BYTES], const uint8_t in[AES128_BLOCK_BYTES],
@@ -75,31 +75,31 @@ TARN_API mu_status_t aes128_ecb_decrypt(const uint8_t key[AES128_KEY_BYTES], con
 /**
  * The constant Rb of RFC 4493, section 2.3: fifteen zero bytes, then 0x87.
  *
- * Deliberate: it is an object that can be written, and subkeys are derived from what stands in it. Leave it alone.
+ * Deliberate: the object is writable, and subkeys are derived from its current content. Do not change it.
  */
 TARN_API extern uint8_t const_Rb[AES128_BLOCK_BYTES];
 
 /**
- * Authenticates a message: AES-CMAC of RFC 4493, section 2.4, for every length, 0 and the multiples of 16 included.
+ * Computes the tag of a message: AES-CMAC of RFC 4493, section 2.4, for every length, including 0 and multiples of 16.
  *
- * @param[in]  msg_len  Bytes at `msg`; none behind them is read. At most 0xFFFFFFF0.
+ * @param[in]  msg_len  Bytes at `msg`; none after them is read. At most 0xFFFFFFF0.
  *                      Deliberate: blocks are counted in 32 bits, so the count of a longer message wraps to 0, and its
  *                      tag is that of the empty message. Such a message is not authenticated: cut it into parts.
  * @param[in]  tag_len  Bytes of the tag, 1 to 16. Do not use fewer than 8 without need (SP 800-38B, appendix A).
- * @param[out] tag      Takes the first `tag_len` bytes of the tag. May be a part of `msg` or `key`: it is written last.
+ * @param[out] tag      The first `tag_len` bytes of the tag. May be a part of `msg` or `key`: it is written last.
  * @retval 0  Done.
- * @retval 2  `tag_len` is 0 or above 16: "parameter error!!val is :%d\n" is printed with it; `tag` is untouched.
+ * @retval 2  `tag_len` is 0 or above 16: "parameter error!!val is :%d\n" is printed with `tag_len`; `tag` is unchanged.
  *
- * Compare tags with tarn_tags_match: memcmp takes a time that depends on where they differ.
+ * Compare tags with tarn_tags_match: the time of memcmp depends on where they differ.
  */
 TARN_API mu_status_t aes128_cmac_compute(const uint8_t key[AES128_KEY_BYTES], const uint8_t *msg, uint32_t msg_len,
                                          uint8_t tag_len, uint8_t *tag);
 
 /**
- * Compares two tags in a time that depends on their length alone, not on where they differ.
+ * Compares two tags in a time that depends only on their length, not on where they differ.
  *
  * @param[in] size  Bytes of each tag.
- * @retval 1  They are the same. So are tags of 0 bytes: check the length that a peer names.
+ * @retval 1  They are equal. Tags of 0 bytes are always equal: check a length that a peer sends.
  * @retval 0  They differ.
  */
 static inline int tarn_tags_match(const uint8_t *a, const uint8_t *b, size_t size) {
@@ -109,7 +109,7 @@ static inline int tarn_tags_match(const uint8_t *a, const uint8_t *b, size_t siz
     unsigned bits = a[i];
     bits ^= b[i];
     difference |= bits;
-    __asm__("" : "+r"(difference)); /* the compiler cannot know it, and so cannot end the loop early */
+    __asm__("" : "+r"(difference)); /* hides the value from the compiler: the loop cannot end early */
   }
   return difference == 0;
 }
@@ -118,7 +118,7 @@ static inline int tarn_tags_match(const uint8_t *a, const uint8_t *b, size_t siz
  * Derives the subkeys of AES-CMAC: RFC 4493, section 2.3.
  *
  * @param[out] k1  For a last block that is complete.
- * @param[out] k2  For one that was padded.
+ * @param[out] k2  For a last block that was padded.
  */
 TARN_API void generate_subkey(const uint8_t key[AES128_KEY_BYTES], uint8_t k1[AES128_BLOCK_BYTES],
                               uint8_t k2[AES128_BLOCK_BYTES]);
@@ -128,7 +128,7 @@ TARN_API void generate_subkey(const uint8_t key[AES128_KEY_BYTES], uint8_t k1[AE
  *
  * @param[in]  last    The block's bytes; no more than `length` of them are read.
  * @param[out] pad     `length` bytes of `last`, 0x80, zeros. May be `last`.
- * @param[in]  length  0 to 15. 16 and above give the 16 bytes at `last`, negative values give zeros.
+ * @param[in]  length  0 to 15. With 16 and above, `pad` is the 16 bytes at `last`; with a negative value, zeros.
  */
 TARN_API void padding(const uint8_t *last, uint8_t pad[AES128_BLOCK_BYTES], int32_t length);
 
@@ -137,7 +137,7 @@ TARN_API void xor_128(const uint8_t a[AES128_BLOCK_BYTES], const uint8_t b[AES12
                       uint8_t out[AES128_BLOCK_BYTES]);
 
 /**
- * Shifts a block left by one bit, as a big-endian number of 128 bits: the top bit is dropped, a zero comes in.
+ * Shifts a block left by one bit, as a big-endian number of 128 bits: the top bit is dropped, the low bit is zero.
  *
  * @param[out] out  May be `in`.
  */
@@ -146,13 +146,13 @@ TARN_API void leftshift_onebit(const uint8_t in[AES128_BLOCK_BYTES], uint8_t out
 /* ---- Bytes in hexadecimal --------------------------------------------------------------------------------------- */
 
 /**
- * Prints bytes as lower-case hexadecimal digits, sixteen bytes a line: a blank after every fourth byte, a line feed
+ * Prints bytes as lower-case hexadecimal digits, sixteen bytes per line: a blank after every fourth byte, a line feed
  * after every sixteenth and after the last.
  *
  * @param[in] prefix  NUL-terminated; begins each line but the first.
  * @param[in] len     Bytes at `buf`; 0 and negative lengths print nothing.
  *
- * A last line of 1 to 3 or 5 to 7, ... bytes ends without a blank. 20 bytes with the prefix "> " print as
+ * A last line whose number of bytes is not a multiple of 4 ends without a blank. 20 bytes with the prefix "> " print as
  *
  *     00010203 04050607 08090a0b 0c0d0e0f \n> 10111213 \n
  */

@@ -3,33 +3,33 @@
  * Events: a registry of numbered event types with subscribers, and the channel that brings the kernel's events.
  *
  * The registry. Each type has a list of callbacks, two counters and the state of its suppression. mu_event_send calls
- * all subscribers of a type, unless the type is suppressed: with suppression on, a type has windows, and `threshold`
- * occurrences are delivered in a window; the next one begins suppression and is dropped, as are those that follow. A
- * circular timer of MU_EVENT_POLL_MS advances the windows (mu_event_poll).
+ * all subscribers of a type, unless the type is suppressed. With suppression on, time is divided into windows, and at
+ * most `threshold` occurrences are delivered in a window; the next one begins suppression and is dropped, and so are
+ * those that follow. A circular timer of MU_EVENT_POLL_MS advances the windows (mu_event_poll).
  *
  * The channel. mup_plat_event_init starts a registry of MUP_EVENT_NUM types, and a thread that receives the kernel's
  * events from a netlink socket and sends each to the registry. The configuration calls of that registry are forwarded
- * to the kernel through MU_PAL_DEVICE. docs/events.md shows the whole road, and the layouts byte by byte.
+ * to the kernel through MU_PAL_DEVICE. docs/events.md shows the whole path, and the layouts byte by byte.
  *
  * Holds for the whole header:
- * - Results: 0 success, -1 failure; nothing is changed by a call that is refused.
- * - A type is in range when the registry is initialised and the type is less than `max_event_num`. Deliberate: some
- *   functions take the type signed, and for these a negative type is in range: it addresses the record that many places
- *   before the table, unchecked, or is forwarded. Never pass one. The others take it unsigned and refuse it.
- * - A pointer must not be null unless its function says what null does: it is not checked.
+ * - Results: 0 success, -1 failure; a call that is refused changes nothing.
+ * - A type is in range when the registry is initialised and the type is less than `max_event_num`. Deliberate: for
+ *   functions whose type is signed, a negative type is in range: it addresses the record that many places before the
+ *   table, unchecked, or is forwarded. Never pass one. Functions whose type is unsigned refuse it.
+ * - Unless a function says what null does, its pointers must not be null; this is not checked.
  * - Numbers in messages and headers are in host byte order.
  * - The lock "EVENT_LOCK" is held while callbacks, the send hook and the configuration handler run. It is not
- *   recursive: none of them may call a function of the registry that takes it, which are all but mu_event_compare,
- *   mu_event_suprs_attach and mu_event_dump. None may throw, longjmp or end its thread. No thread may be
- *   cancelled (pthread_cancel) meanwhile: the lock would stay locked for ever.
- * - Every function may be called from any thread, but for mu_event_init and mup_plat_event_init, whose call must not
- *   race with another call of theirs. A lock that could not be made is no lock: then nothing is guarded.
- * - Delivering allocates nothing. Nothing is printed but what a function says, on standard output.
+ *   recursive: none of them may call a function that takes it. These are all functions of the registry but
+ *   mu_event_compare, mu_event_suprs_attach and mu_event_dump. None may throw, longjmp or end its thread. No thread may
+ *   be cancelled (pthread_cancel) meanwhile: the lock would stay locked for ever.
+ * - Every function may be called from any thread. A call of mu_event_init or mup_plat_event_init must not race with
+ *   another call of either. If the lock could not be made, there is none, and nothing is guarded.
+ * - Delivering allocates nothing. Functions print only what their text says, to standard output.
  * - The socket and the device are opened close-on-exec: no program that the process starts gets them.
  * - After fork(2) the child has the registry and the socket, but neither the event thread nor the polling timer: no
- *   kernel event arrives, no suppression ends, and `evt_flag` lets no second start happen. Start after fork, and after
- *   daemon(3), which forks and so changes the parent whose id is the port.
- * - There is no stop: table, lock, timer, thread and socket live as long as the process.
+ *   kernel event arrives, no suppression ends, and `evt_flag` prevents a second start. Start after fork, and after
+ *   daemon(3): it forks, which changes the parent, whose id is the port.
+ * - No function stops the service: table, lock, timer, thread and socket exist as long as the process.
  */
 #ifndef TARN_EVENT_H
 #define TARN_EVENT_H
@@ -49,8 +49,8 @@ TARN_BEGIN_DECLS
  *
  * @param[in] device_id  As it was sent.
  * @param[in] type       The event type; a negative one arrives as 2^32 plus it.
- * @param[in] data       As it was sent: the sender's, valid during the call.
- * @param[in] len        As it was sent. For the kernel's events it is what the datagram claims: see
+ * @param[in] data       As it was sent. It belongs to the sender and is valid during the call.
+ * @param[in] len        As it was sent. For the kernel's events it is the length that the datagram claims: see
  *                       remote_event_process.
  * @param[in] reserved   Always 0.
  * @return Ignored.
@@ -60,14 +60,14 @@ typedef int (*mu_event_cb_t)(uint16_t device_id, uint32_t type, void *data, uint
 /** Sees every occurrence that is delivered, before its subscribers. The result is ignored. */
 typedef int (*mu_event_hook_t)(uint16_t device_id, uint32_t type, void *data, uint32_t len);
 
-/** Told of the begin or of the end of suppression, with the cookie of mu_event_suprs_attach; the lock is held. */
+/** Called when suppression begins or ends, with the cookie of mu_event_suprs_attach; the lock is held. */
 typedef void (*mu_event_suprs_cb_t)(uint64_t cookie);
 
 /** Settings of a type's suppression. */
 typedef struct mu_event_cfg {
   uint32_t suprs_en;  /**< 0 off, else on. */
-  uint32_t threshold; /**< Occurrences that are delivered in one window; with 0 the first is dropped already. */
-  uint32_t period;    /**< Milliseconds; 50 times as long in effect: see mu_event_set. */
+  uint32_t threshold; /**< Occurrences that are delivered in one window; with 0 even the first is dropped. */
+  uint32_t period;    /**< Milliseconds; in effect 50 times as long: see mu_event_set. */
 } mu_event_cfg_t;
 
 /** Operations of the event configuration message. */
@@ -76,11 +76,11 @@ enum mu_event_op {
   MU_EVENT_OP_COUNTER_CLEAR = 1,     /**< Sets `op`, `type`. */
   MU_EVENT_OP_COUNTER_CLEAR_ALL = 2, /**< Sets `op`. */
   MU_EVENT_OP_SET = 3,               /**< Sets `op`, `type` and the configuration. */
-  MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type` and the caller's configuration; reads that back. */
+  MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type` and the caller's configuration; reads the latter back. */
   MU_EVENT_OP_DUMP = 5               /**< Sets `op`, and `type` and the device id to 0. */
 };
 
-/** The event configuration message: what a configuration handler is given. The bytes that `op` does not name are 0. */
+/** The message that a configuration handler is given. Bytes that mu_event_op does not list for `op` are 0. */
 typedef struct mu_event_msg {
   uint32_t op;        /**< See mu_event_op. */
   uint32_t type;      /**< Event type. */
@@ -93,8 +93,8 @@ typedef struct mu_event_msg {
 } mu_event_msg_t;
 
 /**
- * Takes over the configuration calls. It works on the message in place, and its result is ignored. The lock is held,
- * but not for a dump.
+ * Handles the configuration calls in place of the table. It changes the message in place, and its result is ignored.
+ * The lock is held, except for a dump.
  */
 typedef int (*mu_event_cfg_handler_t)(uint16_t device_id, mu_event_msg_t *msg);
 
@@ -104,26 +104,26 @@ typedef struct mu_event_subscriber {
   mu_event_cb_t cb; /**< Its identity. */
 } mu_event_subscriber_t;
 
-/** One event type. Guarded by the lock; mu_event_suprs_attach and mu_event_dump take none. */
+/** One event type. Guarded by the lock, which mu_event_suprs_attach and mu_event_dump do not take. */
 typedef struct mu_event_rec {
   uint8_t registered;              /**< 1 while there are subscribers. Nothing reads it. */
   uint8_t suprs_en;                /**< 1: suppression is on. */
   uint8_t suprs_s;                 /**< 1 while the type is suppressed. */
-  uint32_t type;                   /**< The type's number once mu_event_suprs_attach was called for it, before 0. */
+  uint32_t type;                   /**< The type's number after mu_event_suprs_attach was called for it; 0 before. */
   uint32_t count;                  /**< Occurrences that were delivered. */
   uint32_t suprs_cnt;              /**< Occurrences that suppression dropped. */
   uint32_t threshold;              /**< Occurrences that are delivered in one window. */
   uint32_t period_cnt;             /**< Occurrences that were delivered in the current window. */
   uint32_t period;                 /**< Length of a window in polls: the configured milliseconds, in 10 ms units. */
   uint32_t tick;                   /**< Polls in the current window. */
-  mu_list_t *cb_list;              /**< The subscribers (mu_event_subscriber_t); null: none, and none can be added. */
+  mu_list_t *cb_list;              /**< The subscribers (mu_event_subscriber_t). Null: none can be added. */
   mu_event_suprs_cb_t release_cb;  /**< Called when suppression ends, and by mu_event_set; may be null. */
   mu_event_suprs_cb_t suppress_cb; /**< Called when suppression begins; may be null. */
   uint64_t cookie;                 /**< Passed to both. */
   uint64_t reserved;               /**< 0. */
 } mu_event_rec;
 
-/** The state of the registry. Read it under its lock; leave the writing to the functions. */
+/** The state of the registry. Read it under its lock; only the functions write to it. */
 typedef struct mu_event_state {
   uint32_t inited;                    /**< 1 once mu_event_init is done. */
   int32_t max_event_num;              /**< Number of types; their numbers run from 0. */
@@ -167,28 +167,28 @@ TARN_API extern mu_event_state_t glb_evt;
 /**
  * Initialises the registry, with suppression off for every type, and starts the polling timer.
  *
- * Deliberate: a second call is not refused. It starts anew, and abandons the table, the lock and the running timer of
- * the first.
+ * Deliberate: a second call is not refused. It makes a new registry and abandons the table, the lock and the running
+ * timer of the first.
  *
  * @param[in] max_event_num  Number of types.
  * @param[in] send_hook      Null for none.
- * @param[in] cfg_handler    Takes over the counter and configuration calls and the dump; null for none.
- * @retval 0   Done. A timer that could not be made prints "Create event polling timer failed\n" (behind what the timer
- *             service prints): suppression then never ends. A list prints "Create event %d cb_list failed\n" with its
- *             type: that type takes no subscribers.
+ * @param[in] cfg_handler    Handles the counter and configuration calls and the dump; null for none.
+ * @retval 0   Done. If the timer could not be made, "Create event polling timer failed\n" is printed (after the timer
+ *             service's message), and suppression never ends. If the list of a type could not be made,
+ *             "Create event %d cb_list failed\n" is printed with the type, and that type accepts no subscribers.
  * @retval -1  `max_event_num` is 0; `glb_evt` is unchanged.
- * @retval -1  No memory for the table, or `max_event_num` is negative or above 29826161, whose table would pass
+ * @retval -1  No memory for the table, or `max_event_num` is negative or above 29826161, whose table would exceed
  *             2147483647 bytes; `glb_evt` is all zero.
  */
 TARN_API mu_status_t mu_event_init(int max_event_num, mu_event_hook_t send_hook, mu_event_cfg_handler_t cfg_handler);
 
 /**
- * Adds a subscriber behind those that `type` has: they are called in the order of their registration. One that is
- * there already stays as it is; what tells subscribers apart is their pointer alone.
+ * Adds a subscriber after those that `type` has: they are called in the order of their registration. If it is there
+ * already, nothing changes. Only the pointer identifies a subscriber.
  *
  * @param[in] device_id  Not used.
- * @retval 0   Added, or there already. Deliberate: also when there was no memory, or the type has no list; then nothing
- *             was added.
+ * @retval 0   Added, or already there. Deliberate: also when memory ran out or the type has no list; then nothing was
+ *             added.
  * @retval -1  `cb` is null, or `type` is out of range (unsigned).
  */
 TARN_API mu_status_t mu_event_register(uint16_t device_id, uint32_t type, mu_event_cb_t cb);
@@ -197,7 +197,7 @@ TARN_API mu_status_t mu_event_register(uint16_t device_id, uint32_t type, mu_eve
  * Removes a subscriber.
  *
  * @param[in] device_id  Not used.
- * @retval 0   Removed, or not there; a null `cb` never is.
+ * @retval 0   Removed, or not there. A null `cb` is never there.
  * @retval -1  `type` is out of range (unsigned).
  */
 TARN_API mu_status_t mu_event_deregister(uint16_t device_id, uint32_t type, mu_event_cb_t cb);
@@ -206,36 +206,37 @@ TARN_API mu_status_t mu_event_deregister(uint16_t device_id, uint32_t type, mu_e
  * Compares the leading uint32_t, the type, of two subscribers, unsigned. Locks nothing. It is the compare callback of
  * the lists of subscribers, which the registry itself never queries.
  *
- * @retval 1   That of `a` is greater.
+ * @retval 1   The type of `a` is greater.
  * @retval 0   Equal.
- * @retval -1  It is smaller.
+ * @retval -1  The type of `a` is smaller.
  */
 TARN_API int32_t mu_event_compare(const void *a, const void *b);
 
 /**
  * Delivers one occurrence: calls the send hook, then every subscriber, then counts it.
  *
- * With suppression on, an occurrence of a suppressed type is dropped; so is one that finds `threshold` delivered in the
- * current window, which begins suppression and calls `suppress_cb`. Both are counted in `suprs_cnt`.
+ * With suppression on, an occurrence of a suppressed type is dropped. If `threshold` occurrences have been delivered in
+ * the current window, the next one is dropped too: it begins suppression and calls `suppress_cb`. Dropped occurrences
+ * are counted in `suprs_cnt`.
  *
- * @param[in] data  Passed on, as is `len`; never looked at.
- * @retval 0   Delivered, be it to nobody.
- * @retval -1  Dropped, or `type` is out of range (signed): events before mu_event_init are dropped so.
+ * @param[in] data  Passed on with `len`; never read.
+ * @retval 0   Delivered, even if there is no subscriber.
+ * @retval -1  Dropped, or `type` is out of range (signed), as every type is before mu_event_init.
  */
 TARN_API mu_status_t mu_event_send(uint16_t device_id, int type, void *data, uint32_t len);
 
 /**
- * Sets the callbacks that are told of a type's suppression, and resets the type: its counters, its settings
- * (suppression is off) and its window. Call it before anything else is done with the type; it takes no lock.
+ * Sets the callbacks for the begin and the end of a type's suppression. Resets the type: its counters, its settings
+ * (suppression is off) and its window. Call it before any other use of the type; it takes no lock.
  *
- * Deliberate: the type loses its list of subscribers for good. Those that it had are no longer called; a later
- * mu_event_register gives 0 and sets `registered`, but adds nothing; only the send hook sees the type's occurrences.
+ * Deliberate: the type loses its list of subscribers for good. Its subscribers are no longer called; a later
+ * mu_event_register returns 0 and sets `registered`, but adds nothing; only the send hook sees the type's occurrences.
  *
  * @param[in] release_cb   Called when suppression ends and by mu_event_set. Null only together with `suppress_cb`.
  * @param[in] suppress_cb  Called when suppression begins. Null only together with `release_cb`.
  * @param[in] cookie       Passed to both.
  * @retval 0   Done.
- * @retval -1  `type` is out of range (signed), or one callback alone is null.
+ * @retval -1  `type` is out of range (signed), or only one of the callbacks is null.
  */
 TARN_API mu_status_t mu_event_suprs_attach(int type, mu_event_suprs_cb_t release_cb, mu_event_suprs_cb_t suppress_cb,
                                            uint64_t cookie);
@@ -244,11 +245,11 @@ TARN_API mu_status_t mu_event_suprs_attach(int type, mu_event_suprs_cb_t release
  * Reads the count of a type's delivered occurrences.
  *
  * @param[in]  device_id  For the configuration handler.
- * @param[out] count      Not null. Set to 0 first, also when -1 is returned for the type.
+ * @param[out] count      Not null. Set to 0 first, even when `type` is out of range.
  * @param[in]  clear      Not 0: sets the count to 0 after reading.
  * @retval 0   Read by the configuration handler.
- * @retval -1  `type` is out of range (unsigned). Deliberate: also when the value was read from the table; without a
- *             configuration handler -1 does not mean that `*count` is missing.
+ * @retval -1  `type` is out of range (unsigned). Deliberate: also when the value was read from the table. Without a
+ *             configuration handler, -1 does not mean that `*count` has no value.
  */
 TARN_API mu_status_t mu_event_counter_get(uint16_t device_id, uint32_t type, uint32_t *count, uint32_t clear);
 
@@ -270,13 +271,14 @@ TARN_API mu_status_t mu_event_counter_clear(uint16_t device_id, uint32_t type);
 TARN_API mu_status_t mu_event_counter_clear_all(uint16_t device_id);
 
 /**
- * Configures a type's suppression, sets its count of dropped occurrences to 0 and calls its `release_cb`. A suppression
- * that is on, the window and the count of delivered occurrences stay as they are.
+ * Configures a type's suppression, sets its count of dropped occurrences to 0 and calls its `release_cb`. The state
+ * `suprs_s`, the window and the count of delivered occurrences do not change.
  *
- * Deliberate: the period is kept in 10 ms units (1 for a value of at most 10, else truncated: 25 is kept as 2), but
- * counted in polls of MU_EVENT_POLL_MS. So a window takes 50 times the period: 1000 ms make 100 polls, 50 seconds.
+ * Deliberate: the period is stored in 10 ms units (1 for a value of at most 10, else truncated: 25 is stored as 2), but
+ * counted in polls of MU_EVENT_POLL_MS. A window therefore takes 50 times the period: 1000 ms make 100 polls, 50
+ * seconds.
  *
- * @param[in] device_id  For the configuration handler, which then does all of it.
+ * @param[in] device_id  For the configuration handler. If there is one, the call is only forwarded.
  * @retval 0   Done, or forwarded.
  * @retval -1  `cfg` is null, or `type` is out of range (signed).
  */
@@ -286,26 +288,26 @@ TARN_API mu_status_t mu_event_set(uint16_t device_id, int type, const mu_event_c
  * Reads what mu_event_set configured.
  *
  * @param[in]     device_id  For the configuration handler.
- * @param[in,out] cfg        Without a handler: `suprs_en` 0 or 1, and the period as it is kept: 10 for 5, 20 for 25.
- *                           A handler gets what stands here, and its answer takes the place.
+ * @param[in,out] cfg        Without a handler: `suprs_en` 0 or 1, and the stored period: 10 for 5, 20 for 25. A handler
+ *                           gets the current content, and its answer replaces it.
  * @retval 0   Done, or forwarded.
  * @retval -1  `cfg` is null, or `type` is out of range (signed); `*cfg` is unchanged.
  */
 TARN_API mu_status_t mu_event_get(uint16_t device_id, int type, mu_event_cfg_t *cfg);
 
 /**
- * Prints the table of types, one row a type, or has the configuration handler do it. Takes no lock, so that a row may
- * be of two moments; before mu_event_init the table has no rows.
+ * Prints the table of types, one row per type, or lets the configuration handler do it. Takes no lock: the values of a
+ * row may be from different moments. Before mu_event_init the table has no rows.
  */
 TARN_API void mu_event_dump(void);
 
 /**
- * One poll of the suppression windows; the polling timer calls it on the timer thread. For each type with suppression
- * on it counts a poll, and in the poll that completes the period it ends the suppression and calls `release_cb`, or for
- * a type that is not suppressed begins a new window.
+ * Does one poll of the suppression windows; the polling timer calls it on the timer thread. For each type with
+ * suppression on it counts a poll. In the poll that completes the period, it ends the suppression and calls
+ * `release_cb`; for a type that is not suppressed, it begins a new window.
  *
  * Deliberate: the poll that ends a suppression does not begin a new window. An occurrence before the next poll begins
- * suppression again; if there is none, that poll begins the new window. Under a steady stream release and suppression
+ * suppression again; if there is none, the next poll begins the new window. In a steady stream, release and suppression
  * alternate with every poll, and nothing is delivered until one whole interval passes without an occurrence.
  */
 TARN_API void mu_event_poll(void);
@@ -316,8 +318,8 @@ TARN_API void mu_event_poll(void);
 #define MU_PAL_DEVICE "/dev/mu_pal_ioctl"
 #define MU_PAL_NETLINK 19
 
-#define MU_PAL_IOCTL_BASE 0x4300 /**< The request code is this, or-ed with the command. */
-#define MU_PAL_PAYLOAD_MAX 4072  /**< Bytes of payload behind the header of an argument, at most. */
+#define MU_PAL_IOCTL_BASE 0x4300 /**< The request code is this value, or-ed with the command. */
+#define MU_PAL_PAYLOAD_MAX 4072  /**< Bytes of payload after the header of an argument, at most. */
 #define MU_PAL_DATAGRAM_MAX 2048 /**< Bytes of a datagram that are received, at most. */
 #define MUP_EVENT_NUM 20         /**< Types of the registry that mup_plat_event_init starts. */
 
@@ -327,14 +329,14 @@ enum mu_pal_cmd {
   MU_PAL_EVENT_DEST = 2 /**< No payload. `length` 0, `destination`. */
 };
 
-/** What every argument of the device and every datagram of the kernel starts with; the payload follows at byte 24. */
+/** Every argument of the device and every datagram of the kernel starts with these 24 bytes; the payload follows. */
 typedef struct mu_pal_hdr {
   uint16_t reserved0;    /**< 0. */
   uint16_t length;       /**< Bytes of the payload. */
   uint16_t reserved4;    /**< 0. */
   uint16_t event_type;   /**< Datagrams only: the event type. */
   uint16_t reserved8;    /**< 0. */
-  uint16_t device_id;    /**< The device that it is about. */
+  uint16_t device_id;    /**< The device that the event or the command is about. */
   uint8_t reserved12[8]; /**< 0. */
   uint32_t destination;  /**< MU_PAL_EVENT_DEST only: the netlink port that shall receive events. */
 } mu_pal_hdr_t;
@@ -347,64 +349,64 @@ TARN_STATIC_ASSERT(offsetof(mu_pal_hdr_t, length) == 2 && offsetof(mu_pal_hdr_t,
 /** 1 once mup_plat_event_init has run, else 0. */
 TARN_API extern uint32_t evt_flag;
 
-/** The netlink port of the process's events, which is the id of its parent process; written by the event thread. */
+/** The netlink port of the process's events: the id of its parent process. Written by the event thread. */
 TARN_API extern int32_t evt_dest;
 
 /**
- * Has the kernel carry out a command. The device is opened and closed by each call. Keeps no state.
+ * Passes a command to the kernel. Each call opens and closes the device. Keeps no state.
  *
  * @param[in]     cmd  See mu_pal_cmd; or-ed into the request code.
- * @param[in,out] arg  A mu_pal_hdr_t and its payload, at any address, with all the room that the command's answer
- * needs.
- * @return What ioctl returned; -1 is printed as "Can not run command '%d', ret=%d.\n" with `cmd` and -1.
+ * @param[in,out] arg  A mu_pal_hdr_t and its payload, at any address, with enough room for the command's answer.
+ * @return The result of ioctl; -1 is printed as "Can not run command '%d', ret=%d.\n" with `cmd` and -1.
  * @retval -1  `arg` is null (nothing is printed), its `length` is above MU_PAL_PAYLOAD_MAX ("ioctl: input param is too
  *             long.\n"), or the device cannot be opened ("Device open failure /dev/mu_pal_ioctl\n").
  */
 TARN_API int mu_pal_ioctl(uint32_t cmd, void *arg);
 
-/** Tells the kernel which netlink port shall receive the events. A failure shows in mu_pal_ioctl's message alone. */
+/** Sets the netlink port to which the kernel sends events. A failure shows only in mu_pal_ioctl's message. */
 TARN_API void mu_event_dest_set(uint32_t port);
 
 /**
  * Forwards an event configuration message to the kernel: the configuration handler that mup_plat_event_init installs.
  *
- * @param[in,out] msg  Not null. Takes the kernel's answer; when the device fails it stays as it is.
- * @return 0, always, so that configuration calls without the device succeed: the failure shows in mu_pal_ioctl's
- *         message alone.
+ * @param[in,out] msg  Not null. Receives the kernel's answer; unchanged when the device fails.
+ * @return 0, always, so that configuration calls without the device succeed: the failure shows only in mu_pal_ioctl's
+ *         message.
  */
 TARN_API int mup_event_cfg_forward(uint16_t device_id, mu_event_msg_t *msg);
 
 /**
- * Applies an event configuration message to the registry: the receiving end of what a configuration handler forwards.
- * It is for processes without a configuration handler; with one the message would be forwarded again.
+ * Applies an event configuration message, which a configuration handler has forwarded, to the registry. It is for
+ * processes without a configuration handler; with one, the message would be forwarded again.
  *
- * @param[in,out] msg  Takes the answer: `count`, or the configuration.
- * @return What the function returned that `op` stands for: for MU_EVENT_OP_COUNTER_GET so -1, with `count` filled in.
- *         0 for MU_EVENT_OP_DUMP.
+ * @param[in,out] msg  Receives the answer: `count`, or the configuration.
+ * @return The result of the function that `op` names: -1 for MU_EVENT_OP_COUNTER_GET, with `count` filled in. 0 for
+ *         MU_EVENT_OP_DUMP.
  * @retval -1  `msg` is null, or its `op` is above 5.
  */
 TARN_API int event_cfg_set(uint16_t device_id, mu_event_msg_t *msg);
 
 /**
- * The body of the event thread: opens the netlink socket, tells the kernel its port, binds it, and from then on sends
- * each datagram that arrives to the registry: device id, type and length as the header claims them, the data at byte 24
- * of an 8-byte aligned buffer. The port is the id of the parent process. It waits in select, without a timeout. A wait
- * that fails, other than by a signal, is followed by a pause of 100 ms: nothing but a program that closes the socket,
- * which is not its own, makes it fail for good.
+ * The body of the event thread: opens the netlink socket, reports its port to the kernel and binds it. Then it sends
+ * each datagram that arrives to the registry: device id, type and length from the header, unchecked, and the data at
+ * byte 24 of an 8-byte aligned buffer. The port is the id of the parent process. The thread waits in select, without a
+ * timeout. If a wait fails, except by a signal, a pause of 100 ms follows. The wait fails permanently only when the
+ * program closes the socket, which it must not do.
  *
- * A datagram of less than 24 bytes is ignored. Deliberate, twice: the length is not compared with what was received,
- * so subscribers get up to 65535 for a buffer of 2024 bytes and must check it; and a failed receive is not told from a
- * full buffer, so that what the buffer holds is sent again (at first zeros: type 0, device 0, no data).
+ * A datagram of less than 24 bytes is ignored. Deliberate: the length is not compared with the received size;
+ * subscribers get up to 65535 for a buffer of 2024 bytes and must check it. Deliberate: a failed receive is not
+ * distinguished from a full buffer; the buffer's content is sent again (at first zeros: type 0, device 0, no data).
  *
- * The sender of a datagram is not looked at. The kernel's driver must keep the others out: its netlink protocol must
- * not let senders without privileges send to processes (no NL_CFG_F_NONROOT_SEND).
+ * The sender of a datagram is not checked. The kernel's driver must exclude other senders: its netlink protocol must
+ * not allow senders without privileges to send to processes (no NL_CFG_F_NONROOT_SEND).
  *
- * A parent id of 1 (a daemon whose parent has ended, or which the init process started) and two daemons of one parent
- * mean the same port twice: the later bind fails. A parent id of 0 (the parent is outside of the process's PID
- * namespace) has the kernel choose another port than the one that the driver is told: no events arrive.
+ * Two daemons of one parent have the same port, and the later bind fails. This includes all daemons with a parent id of
+ * 1, whose parent has ended or is the init process. With a parent id of 0 (the parent is outside of the process's PID
+ * namespace), the kernel chooses another port than the one that the driver gets: no events arrive.
  *
- * @return Null, and only when the channel cannot be set up: without the socket, "!Create pkt_evt channel failed::\n"
- *         through perror, on standard error; when it cannot be bound, "bind socket failed(%d).\n" with errno.
+ * @return Null, and only when the channel cannot be set up. Without a socket it prints
+ *         "!Create pkt_evt channel failed::\n" through perror, to standard error; if the bind fails, "bind socket
+ *         failed(%d).\n" with errno.
  */
 TARN_API void *remote_event_process(void);
 
@@ -413,10 +415,11 @@ TARN_API void *remote_event_process(void);
  * calls are forwarded to the kernel. Prints "mu-event: init OK (max_event_num %d)\n" with MUP_EVENT_NUM. Every further
  * call does nothing. Events that arrive before the registry is ready are dropped.
  *
- * The thread has a stack of 32768 bytes, or the system's default where that is below the minimum (64-bit Arm), and the
- * scheduling policy SCHED_RR with priority 80. The registry's callbacks run on it: keep them short and frugal.
+ * The thread has a stack of 32768 bytes, or of the system's default size where 32768 is below the minimum (64-bit Arm).
+ * Its scheduling policy is SCHED_RR with priority 80. The registry's callbacks run on it: they must be short and use
+ * little stack.
  *
- * Deliberate: no result is checked. A process that may not use SCHED_RR gets no event thread, and is not told: grant it
+ * Deliberate: no result is checked. A process that may not use SCHED_RR gets no event thread and no message: grant it
  * CAP_SYS_NICE, or an RLIMIT_RTPRIO of at least 80. Without memory there is no registry.
  */
 TARN_API void mup_plat_event_init(void);

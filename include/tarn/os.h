@@ -5,14 +5,14 @@
  *
  * Holds for the whole header:
  * - `long` is a signed 64-bit value. Results are 0 or a count for success and -1 for failure, unless said otherwise.
- * - A pointer must not be null unless its function says what null does: it is not checked.
- * - Nothing is printed, and errno is left as libc set it.
+ * - Unless a function says what null does, its pointers must not be null; this is not checked.
+ * - Nothing is printed; errno is what libc set.
  * - Every function may be called from any thread. The layer keeps no state.
  * - A system call that a signal interrupts is not made again, except by the timed semaphore wait.
  * - A thread may be cancelled (pthread_cancel) in the functions that wait: OS_SLEEP, OS_DELAY, OS_SEM_WAIT,
  *   OS_QUEUE_GET, OS_QUEUE_PUT, OS_FILE_READ, OS_FILE_WRITE, OS_FILE_OPEN and OS_FILE_CLOSE. They hold no lock and no
- *   memory of the library; the cleanup handlers and the destructors of their callers run. OS_FILE_CP would leave its
- *   streams open.
+ *   memory of the library; the callers' cleanup handlers and destructors run. OS_FILE_CP would leave its streams
+ *   open.
  * - Handles belong to the caller from their create call to their destroy call. They are allocated with libc's
  *   malloc. Destroying a handle that is locked or waited on is the caller's error and is not checked.
  */
@@ -32,7 +32,7 @@ TARN_BEGIN_DECLS
 /**
  * Creates a mutex.
  *
- * @param[in] name  Carries no meaning; may be null.
+ * @param[in] name  Has no effect; may be null.
  * @return The new mutex, or null when memory runs out.
  */
 TARN_API mu_mutex_t OS_MUTEX_CREATE(const char *name);
@@ -45,7 +45,7 @@ TARN_API void OS_MUTEX_LOCK(mu_mutex_t mutex);
  *
  * @retval 0      Taken.
  * @retval -1     `mutex` is null.
- * @retval EBUSY  Held already; any other result is the error number of pthread_mutex_trylock too.
+ * @retval EBUSY  Already held. This and any other positive result is the error number of pthread_mutex_trylock.
  */
 TARN_API int OS_MUTEX_TRYLOCK(mu_mutex_t mutex);
 
@@ -60,8 +60,8 @@ TARN_API void OS_MUTEX_DESTROY(mu_mutex_t mutex);
 /**
  * Creates an unnamed counting semaphore, private to the process.
  *
- * @param[in] count  The initial count. One above SEM_VALUE_MAX (2147483647) is refused by the system, unnoticed:
- *                   the handle must then only be destroyed.
+ * @param[in] count  The initial count. The system refuses a count above SEM_VALUE_MAX (2147483647), which is not
+ *                   reported: such a handle may only be destroyed.
  * @return The new semaphore, or null when memory runs out.
  */
 TARN_API mu_sem_t OS_SEM_CREATE(uint32_t count);
@@ -75,22 +75,22 @@ TARN_API mu_sem_t OS_SEM_CREATE(uint32_t count);
 TARN_API long OS_SEM_DESTROY(mu_sem_t sem);
 
 /**
- * Takes `sem`, waiting no longer than `timeout_ms`. Nothing tells whether it was taken.
+ * Takes `sem`, waiting no longer than `timeout_ms`. It does not report whether `sem` was taken.
  *
  * @param[in] sem         A null handle returns at once.
  * @param[in] timeout_ms  0: one attempt without waiting. -1: without limit; a signal ends the wait. Any other
- *                        value: until that many milliseconds from now on the wall clock, so a step of the system
- *                        clock lengthens or shortens the wait; a signal does not end it. Other negative values make
- *                        at most one attempt.
+ *                        positive value: a wait of at most that many milliseconds, by the wall clock; a step of the
+ *                        system clock lengthens or shortens the wait, a signal does not end it. Other negative
+ *                        values: at most one attempt.
  */
 TARN_API void OS_SEM_WAIT(mu_sem_t sem, int timeout_ms);
 
-/** Posts `sem` once. The handle is passed on unchecked: it must not be null. */
+/** Posts `sem` once. The handle is not checked and must not be null. */
 TARN_API void OS_SEM_POST(mu_sem_t sem);
 
 /* ---- Spin locks: mutexes under another name -------------------------------------------------------------------- */
 
-/** Creates a spin lock, as OS_MUTEX_CREATE does; the argument carries no meaning. */
+/** Creates a spin lock, as OS_MUTEX_CREATE does; the argument has no effect. */
 TARN_API mu_spinlock_t OS_SPINLOCK_CREATE(uint32_t flags);
 
 /** Locks `lock`, as OS_MUTEX_LOCK does. */
@@ -106,7 +106,7 @@ TARN_API void OS_SPINLOCK_DESTROY(mu_spinlock_t lock);
 
 /**
  * Reads the monotonic clock in ticks of 10 ms, truncated. The origin is that of the clock (in practice the system's
- * start), so only differences have a meaning. It never goes backwards when the wall clock is set.
+ * start), so only differences have a meaning. Setting the wall clock does not affect it.
  */
 TARN_API uint64_t OS_TICK_GET(void);
 
@@ -117,7 +117,7 @@ TARN_API uint64_t OS_TICK_GET(void);
 TARN_API int64_t OS_TIME_GET(void);
 
 /**
- * Waits `us` microseconds in one select call on no descriptors; 0 makes the call too, with a zero timeout.
+ * Waits `us` microseconds in one select call without descriptors; 0 makes the call too, with a zero timeout.
  * A signal ends the delay early.
  */
 TARN_API void OS_DELAY(uint32_t us);
@@ -142,8 +142,8 @@ TARN_API long OS_CURRENT_THREAD(void);
  * @param[in]  name        Not used: the thread gets no name.
  * @param[in]  entry       The thread's body. It must not throw.
  * @param[in]  arg         Passed to `entry`.
- * @param[in]  stack_size  Bytes of stack asked for; less than 8192 asks for 8192. A size that the system rejects
- *                         (below its minimum: 16384 on x86-64, 131072 on 64-bit Arm) leaves its default in force.
+ * @param[in]  stack_size  Requested bytes of stack; for less than 8192, 8192 are requested. If the system rejects the
+ *                         size (below its minimum: 16384 on x86-64, 131072 on 64-bit Arm), its default applies.
  * @param[in]  priority    Not used.
  * @param[in]  flags       Not used; pass 0.
  * @retval 0   The thread runs.
@@ -155,15 +155,15 @@ TARN_API long OS_THREAD_CREATE(pthread_t *thread, const char *name, mu_thread_en
 /* ---- POSIX message queues, between threads and processes ------------------------------------------------------- */
 
 /**
- * Opens the message queue "/NAME" for reading and writing, mode 0770; creates it if there is none. A queue that
- * exists is opened as it is, its sizes unchanged, with the messages that it holds.
+ * Opens the message queue "/NAME" for reading and writing, mode 0770; creates it if there is none. An existing queue
+ * keeps its sizes and its messages.
  *
  * @param[out] queue         The queue's descriptor; written on success only.
  * @param[in]  name          Without the leading "/"; cut so that the system name has at most 127 characters.
  * @param[in]  max_messages  Messages that the queue holds.
  * @param[in]  message_size  Bytes of its largest message.
  * @retval 0   Open.
- * @retval -1  `queue` or `name` is null, or the system refused.
+ * @retval -1  `queue` or `name` is null, or the system call failed.
  */
 TARN_API long OS_QUEUE_CREATE(long *queue, const char *name, uint32_t max_messages, uint32_t message_size);
 
@@ -179,12 +179,12 @@ TARN_API long OS_QUEUE_DELETE(long queue);
  * Receives one message; waits until there is one.
  *
  * @param[in]  queue    The queue's descriptor.
- * @param[out] buffer   Takes the message.
+ * @param[out] buffer   The message.
  * @param[in]  size     Bytes at `buffer`: at least the queue's message size.
  * @param[out] length   Bytes received; written on success only.
- * @param[in]  timeout  Deliberate: without effect. Every receive waits, 0 included.
+ * @param[in]  timeout  Deliberate: no effect. Every receive waits, even with 0.
  * @retval 0   Received.
- * @retval -1  `buffer` or `length` is null, or the system failed (`size` below the queue's message size included).
+ * @retval -1  `buffer` or `length` is null, or the system call failed (as for a `size` below the queue's message size).
  */
 TARN_API long OS_QUEUE_GET(long queue, void *buffer, uint32_t size, uint32_t *length, int timeout);
 
@@ -192,7 +192,7 @@ TARN_API long OS_QUEUE_GET(long queue, void *buffer, uint32_t size, uint32_t *le
  * Sends `length` bytes at `message` with priority 0; waits while the queue is full.
  *
  * @retval 0   Sent.
- * @retval -1  The system failed: errno tells.
+ * @retval -1  The system call failed; errno says why.
  */
 TARN_API long OS_QUEUE_PUT(long queue, const void *message, uint32_t length);
 
@@ -213,7 +213,7 @@ TARN_API long OS_FILE_OPEN(const char *path, int flags, mode_t mode);
 TARN_API long OS_FILE_CLOSE(int file);
 
 /**
- * Reads up to `length` bytes into `buffer`. A negative length is an impossible request, which the system rejects.
+ * Reads up to `length` bytes into `buffer`. The system rejects a negative length.
  *
  * @return The result of read(2): the bytes read, 0 at the end of the file, or -1.
  */
@@ -227,15 +227,14 @@ TARN_API long OS_FILE_READ(int file, void *buffer, int length);
 TARN_API long OS_FILE_WRITE(int file, const void *buffer, int length);
 
 /**
- * The size of the file behind `stream`. The stream is left at its start, wherever it was.
+ * The size of `stream`'s file. Afterwards the stream is at its start, wherever it was before.
  *
- * @return The size in bytes, truncated to a signed 32-bit value, so a file of 2 GiB or more reports a wrong size;
- *         -1 on an error.
+ * @return The size in bytes, truncated to a signed 32-bit value: wrong for a file of 2 GiB or more; -1 on an error.
  */
 TARN_API long OS_FILE_SIZE(FILE *stream);
 
 /**
- * Copies the file `source` to `destination`, which is created or truncated. Note the order of the arguments.
+ * Copies the file `source` to `destination`, the first argument, which is created or truncated.
  *
  * @retval 0   Copied up to the end of the source, or up to a read error. Write errors are not detected.
  * @retval -1  A path is null, or a file could not be opened; a missing source creates no destination.
@@ -245,7 +244,7 @@ TARN_API long OS_FILE_CP(const char *destination, const char *source);
 /* ---- Work queues: placeholders --------------------------------------------------------------------------------- */
 
 /**
- * Deliberate: does nothing, as every work-queue call. Work that is added never runs.
+ * Deliberate: does nothing, like every work-queue function. Work that is added never runs.
  *
  * @return 0, always.
  */
@@ -269,7 +268,7 @@ TARN_API unsigned long OS_STRTOUL(const char *text, char **end, int base);
  * Divides a 64-bit number by a 32-bit one.
  *
  * @param[out] quotient   `dividend` / `divisor`; 0 for a zero divisor.
- * @param[out] remainder  What is left; for a zero divisor the low 32 bits of `dividend`.
+ * @param[out] remainder  The remainder; for a zero divisor, the low 32 bits of `dividend`.
  */
 TARN_API void OS_DO_DIV(uint64_t dividend, uint32_t divisor, uint64_t *quotient, uint32_t *remainder);
 

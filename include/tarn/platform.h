@@ -1,15 +1,15 @@
 /**
  * @file
- * The platform services: the face that the OS layer shows to the rest of the library and to applications. Each
+ * The platform services: the interface of the OS layer for the rest of the library and for applications. Each
  * wrapper calls one function of os.h and turns its result into the library's status convention; units, null-handle
  * rules and limits are those of os.h.
  *
  * Holds for the whole header:
  * - Every function may be called from any thread; the wrappers keep no state.
- * - A thread may be cancelled in the waits and the file functions, as os.h says of those below them.
- * - A pointer must not be null unless its function says what null does: it is not checked.
+ * - A thread may be cancelled in the wrappers of those functions that os.h lists.
+ * - Unless a function says what null does, its pointers must not be null; this is not checked.
  * - Nothing is printed except by mu_printf itself.
- * - Wrappers that only release or signal something report 0, whatever happened below them.
+ * - Wrappers that only release or signal something return 0, whatever the OS layer's result is.
  */
 #ifndef TARN_PLATFORM_H
 #define TARN_PLATFORM_H
@@ -29,7 +29,7 @@ TARN_BEGIN_DECLS
 
 /**
  * Formats into a local buffer of MU_PRINTF_SIZE bytes and writes the text to standard output. Nothing is added and
- * nothing is flushed; a text of MU_PRINTF_SIZE bytes or more is cut. Uses no heap of its own.
+ * nothing is flushed; a text of MU_PRINTF_SIZE bytes or more is cut. Allocates nothing itself.
  *
  * Lines of several threads may interleave.
  */
@@ -38,8 +38,8 @@ TARN_API void mu_printf(const char *format, ...) TARN_PRINTF(1, 2);
 /**
  * Allocates `size` bytes, all zero.
  *
- * @return The block, released with mu_free; null when memory runs out or `size` is negative. What a size of 0 gives
- *         is libc's choice.
+ * @return The block, to be released with mu_free; null when memory runs out or `size` is negative. The result for a
+ *         size of 0 is libc's choice.
  */
 TARN_API void *mu_malloc(int size);
 
@@ -81,10 +81,10 @@ TARN_API long mu_file_read(int file, void *buffer, uint32_t length);
 /** Writes up to `length` bytes; above 2147483647 as OS_FILE_WRITE's negative length. @return Bytes written, or -1. */
 TARN_API long mu_file_write(int file, const void *buffer, uint32_t length);
 
-/** The size in bytes of the file behind `stream`, which is left at its start; see OS_FILE_SIZE. @return -1: error. */
+/** The size in bytes of `stream`'s file. The stream ends up at its start; see OS_FILE_SIZE. @return -1: error. */
 TARN_API long mu_file_size(FILE *stream);
 
-/** Copies the file `source` to `destination`: destination first. @return 0, or -1; see OS_FILE_CP. */
+/** Copies the file `source` to `destination`, the first argument. @return 0, or -1; see OS_FILE_CP. */
 TARN_API long mu_file_cp(const char *destination, const char *source);
 
 /* ---- Mutexes --------------------------------------------------------------------------------------------------- */
@@ -93,7 +93,7 @@ TARN_API long mu_file_cp(const char *destination, const char *source);
  * Creates a mutex.
  *
  * @param[out] mutex  The new handle; null is stored when memory runs out. Every call tolerates that null.
- * @param[in]  name   Carries no meaning; may be null.
+ * @param[in]  name   Has no effect; may be null.
  * @retval 0  Created.
  * @retval 1  No memory.
  */
@@ -114,8 +114,8 @@ TARN_API int mu_mutex_lock(mu_mutex_t mutex);
  * Tries to lock `mutex` without waiting.
  *
  * @retval 0      Taken.
- * @retval 1      `mutex` is null (OS_MUTEX_TRYLOCK gives -1).
- * @retval EBUSY  Held already.
+ * @retval 1      `mutex` is null (OS_MUTEX_TRYLOCK returns -1).
+ * @retval EBUSY  Already held.
  */
 TARN_API int mu_mutex_trylock(mu_mutex_t mutex);
 
@@ -171,10 +171,10 @@ TARN_API int mu_spin_lock_destroy(mu_spinlock_t lock);
 TARN_API long mu_queue_create(long *queue, const char *name, uint32_t max_messages, uint32_t message_size,
                               uint32_t flags);
 
-/** Closes a queue, which lives on in the system under its name; see OS_QUEUE_DELETE. @return 0, always. */
+/** Closes a queue, which continues to exist under its name; see OS_QUEUE_DELETE. @return 0, always. */
 TARN_API long mu_queue_delete(long queue);
 
-/** Receives one message, always waiting for it: `timeout` has no effect. @return 0, or -1; see OS_QUEUE_GET. */
+/** Receives one message; always waits for it: `timeout` has no effect. @return 0, or -1; see OS_QUEUE_GET. */
 TARN_API long mu_queue_get(long queue, void *buffer, uint32_t size, uint32_t *length, int timeout);
 
 /** Sends one message; waits while the queue is full. @return 0, or -1; see OS_QUEUE_PUT. */
@@ -199,7 +199,7 @@ TARN_API void mu_workqueue_destroy(void *queue);
 
 /* ---- Numbers --------------------------------------------------------------------------------------------------- */
 
-/** Divides; a zero divisor gives quotient 0 and as remainder the dividend's low 32 bits. See OS_DO_DIV. */
+/** Divides. With a zero divisor, the quotient is 0 and the remainder the dividend's low 32 bits. See OS_DO_DIV. */
 TARN_API void mu_div(uint64_t dividend, uint32_t divisor, uint64_t *quotient, uint32_t *remainder);
 
 TARN_END_DECLS

@@ -2,28 +2,28 @@
  * @file
  * The startup configuration: a checksummed image of typed fields in a buffer of the caller's.
  *
- * The library touches no file or device for it. The caller reads the image into a buffer, opens it with
- * tlv_inst_init and tlv_load, reads and writes fields, and persists what the save function is given.
+ * The library uses no file or device for it. The caller reads the image into a buffer, opens it with tlv_inst_init and
+ * tlv_load, and reads and writes fields. The caller's save function persists the bytes that it is given.
  *
  * The image: a header of 16 bytes (tlv_hdr) followed by `cfg_len` bytes of field records, packed back to back
  * (tlv_field and `max_len` value bytes). Every number in it is big-endian.
  *
  * Holds for the whole header:
  * - Results are 0 for success and -1 for failure unless said otherwise.
- * - A pointer must not be null unless its function says what null does: it is not checked.
- * - No locking: callers serialise all use of an instance and of the image under it, checks included.
+ * - Unless a function says what null does, its pointers must not be null; this is not checked.
+ * - No locking: callers serialise all use of an instance and of its image, including checks.
  * - Messages go to standard output through mu_printf. Memory comes from mu_malloc.
- * - An instance, its index and a duplicate's image are blocks of mu_malloc. There is no call that frees an instance:
- *   its owner frees `field_tbl`, for a duplicate `base`, and the instance with mu_free.
+ * - An instance, its index and a duplicate's image are blocks of mu_malloc. No function frees an instance: its owner
+ *   frees `field_tbl`, for a duplicate also `base`, and then the instance with mu_free.
  *
  * Duties of the caller:
- * - Give at least 16 bytes at `base`, whatever `max_size` says: tlv_load makes a blank image of a buffer that holds
- *   no image, before it measures the buffer.
- * - Pass `max_size` = the buffer's size - 16. An append measures the record area alone against `max_size`, so an image
- *   may end up to 16 bytes behind it.
+ * - Provide at least 16 bytes at `base`, whatever `max_size` says: tlv_load writes a blank image to a buffer that holds
+ *   no image, before it compares sizes.
+ * - Pass `max_size` = the buffer's size - 16. An append compares only the record area with `max_size`, so an image may
+ *   end up to 16 bytes after it.
  * - Before a check or a write without a successful tlv_load, make sure that the buffer holds the 16 bytes of a header
- *   and the `cfg_len` bytes behind it: all calls trust that number, and only tlv_load compares it with a size.
- * - Do not write to a duplicate beyond its image's size: its buffer holds just the image that was copied, though its
+ *   and the `cfg_len` bytes after it: all calls trust that number, and only tlv_load compares it with a size.
+ * - Do not write to a duplicate beyond its image's size: its buffer holds only the image that was copied, although its
  *   `max_size` is the source's.
  * - Do not change a buffer field's `max_len` in place: build a new image. See tlv_write_buffer.
  */
@@ -37,19 +37,19 @@ TARN_BEGIN_DECLS
 /** The magic number of an image: bytes 84 73 94 58. */
 #define TLV_MAGIC UINT32_C(0x84739458)
 
-/** The header of an image: byte strings, since an image may stand at any address. */
+/** The header of an image: byte strings, because an image may be at any address. */
 typedef struct tlv_hdr {
   uint8_t magic[4];   /**< TLV_MAGIC. */
-  uint8_t crc[2];     /**< Checksum of header and records with this field as 0; 0: not yet computed, accepted. */
-  uint8_t active;     /**< The application's; written by tlv_write_active alone. */
+  uint8_t crc[2];     /**< Checksum of header and records, this field taken as 0. 0 is accepted: not yet computed. */
+  uint8_t active;     /**< The application's; written only by tlv_write_active. */
   uint8_t flag;       /**< The application's; see tlv_write_flag and tlv_read_flag. */
-  uint8_t cfg_len[4]; /**< Bytes of records behind the header. */
+  uint8_t cfg_len[4]; /**< Bytes of records after the header. */
   uint8_t version[4]; /**< The application's; see tlv_write_version. */
 } tlv_hdr;
 
 /** The head of a field record; `max_len` value bytes follow. */
 typedef struct tlv_field {
-  uint8_t type[2];    /**< The field's key, the application's choice. Of two records with one key the first is found. */
+  uint8_t type[2];    /**< The field's key, set by the application. Of two records with one key, the first is found. */
   uint8_t max_len[2]; /**< Bytes of the value area, 1 to 65535. Unused bytes at its end are zero. */
 } tlv_field;
 
@@ -106,8 +106,8 @@ TARN_API void tlv_set_int(void *p, uint32_t value);
  * high byte of a final word.
  *
  * @param[in] len  A negative length counts as 0.
- * @return The checksum in the low 16 bits, all ones in the high 16; 0xFFFFFFFF for no bytes. The words are added in
- *         32 bits and folded at the end: beyond 128 KiB the sum can wrap, and then differs from RFC 1071.
+ * @return The checksum in the low 16 bits, all ones in the high 16; 0xFFFFFFFF for no bytes. The words are added in 32
+ *         bits and folded at the end: beyond 128 KiB the sum can wrap, and the result then differs from RFC 1071.
  */
 TARN_API uint32_t tlv_crc_calc(const void *data, int32_t len);
 
@@ -120,29 +120,29 @@ TARN_API uint32_t tlv_crc_calc(const void *data, int32_t len);
 TARN_API int32_t tlv_crc_check(uint8_t *image);
 
 /**
- * Walks the records of `image`, trusting its `cfg_len`; reads nothing behind it.
+ * Walks the records of `image`. Trusts its `cfg_len`, and reads nothing after the bytes that it counts.
  *
  * @return The number of records, 0 for an empty image. -1 for a record whose `max_len` is 0 ("\r\n The max len of
- *         field(%d) is 0.", with the two bytes of `type` read in the processor's own order: type 1 prints as 256 on a
- *         little-endian one) and for records that do not end exactly at `cfg_len` ("\r\n Cfg len doesn't mach.").
+ *         field(%d) is 0.", with the two bytes of `type` in the processor's own order: a little-endian processor prints
+ *         256 for type 1), and for records that do not end exactly at `cfg_len` ("\r\n Cfg len doesn't mach.").
  */
 TARN_API int32_t tlv_field_check(const uint8_t *image);
 
 /**
- * Checks an image: magic, checksum, records, in this order. A `crc` of 0 is filled in, before the records are
- * walked.
+ * Checks an image: magic, checksum, records, in this order. A `crc` of 0 is replaced by the checksum, before the walk
+ * of the records.
  *
  * @return The number of records. -1 after "\r\n Startup-cfg magic number is error(0x%08x).", "\r\n Startup-cfg CRC
- *         doesn't match." or (behind the walk's own message) "\r\n Startup-cfg field check failed.".
+ *         doesn't match." or (after the walk's own message) "\r\n Startup-cfg field check failed.".
  */
 TARN_API int32_t tlv_check(uint8_t *image);
 
 /* ---- Instances -------------------------------------------------------------------------------------------------- */
 
 /**
- * Makes an instance over a buffer. Looks at no byte of it: call tlv_load next.
+ * Makes an instance over a buffer. Reads no byte of it: call tlv_load next.
  *
- * @param[in] base      At least 16 bytes; stays the caller's, and is used as long as the instance.
+ * @param[in] base      At least 16 bytes; stays the caller's, and must exist as long as the instance.
  * @param[in] max_size  The buffer's size - 16; see the duties above.
  * @param[in] save_cb   Called after changes; null for none.
  * @return The instance; null when `base` is null or memory runs out.
@@ -155,46 +155,46 @@ TARN_API tlv_inst *tlv_inst_init(uint8_t *base, uint32_t max_size, tlv_save_cb s
  * @return The copy; null when `src` is null or has no index (an image without records cannot be copied), or memory
  *         runs out.
  *
- * Deliberate: the copy keeps the source's `max_size`, though its buffer holds only the `cfg_len` + 16 bytes of the
- * image: writes that make the image longer overrun it.
+ * Deliberate: the copy keeps the source's `max_size`, although its buffer holds only the `cfg_len` + 16 bytes of the
+ * image: writes that make the image longer overrun the buffer.
  */
 TARN_API tlv_inst *tlv_inst_duplicate(const tlv_inst *src);
 
 /**
  * Checks the image of an instance and builds the index of its fields.
  *
- * A buffer that does not begin with the magic number is made a blank image first, silently and without a call of
- * `save_cb`: whatever it held is given up. Check for damage with tlv_check before, where that matters.
+ * A buffer that does not begin with the magic number first becomes a blank image, silently and without a call of
+ * `save_cb`: its content is lost. Where that matters, check for damage with tlv_check before.
  *
  * @retval 0   Loaded. An image without records has no index: readers then say that nothing is loaded.
  * @retval -1  `inst` is null ("\r\n The base address of startup configuration is NULL."); or the image is longer than
- *             `max_size` (silent) or fails tlv_check (its messages): the index stays as it was; or memory for the
- *             index ran out (silent): the instance is unloaded.
+ *             `max_size` (silent) or fails tlv_check (its messages): the index is unchanged; or memory for the index
+ *             ran out (silent): the instance is unloaded.
  */
 TARN_API int32_t tlv_load(tlv_inst *inst);
 
 /* ---- Readers ----------------------------------------------------------------------------------------------------
  *
- * Common to the four: a null instance fails silently; an instance without an index fails with "\r\n Maybe startup-cfg
- * hasn't been loaded." (so does an image without records: it has no index); a null output with "\r\n Input an invalid
- * parameter."; a field that is not there silently. They find what the latest successful tlv_load has seen. The output
- * is written on success only.
+ * Common to the four: a null instance fails silently. An instance without an index, such as that of an image without
+ * records, fails with "\r\n Maybe startup-cfg hasn't been loaded."; a null output with "\r\n Input an invalid
+ * parameter.". A missing field fails silently. The readers find the fields that the latest successful tlv_load found.
+ * The output is written on success only.
  */
 
-/** Reads a field of one byte; else "\r\n Attempt to read a cfg which length is %d into a char(type = %d).", -1. */
+/** Reads a field of one byte; else: "\r\n Attempt to read a cfg which length is %d into a char(type = %d).", -1. */
 TARN_API int32_t tlv_read_char(const tlv_inst *inst, uint16_t type, uint8_t *out);
 
-/** Reads a field of two bytes; else "\r\n Attempt to read a cfg which length is %d into a short(type = %d )", -1. */
+/** Reads a field of two bytes; else: "\r\n Attempt to read a cfg which length is %d into a short(type = %d )", -1. */
 TARN_API int32_t tlv_read_short(const tlv_inst *inst, uint16_t type, uint16_t *out);
 
-/** Reads a field of four bytes; else "\r\n Attempt to read a cfg which length is %d into a int(type = %d ).", -1. */
+/** Reads a field of four bytes; else: "\r\n Attempt to read a cfg which length is %d into a int(type = %d ).", -1. */
 TARN_API int32_t tlv_read_int(const tlv_inst *inst, uint16_t type, uint32_t *out);
 
 /**
- * Reads a whole value area, the zeros at its end included.
+ * Reads a whole value area, including the zeros at its end.
  *
- * @param[in]  buf_len  Bytes at `buf`: at least the field's `max_len`; 0 is answered as a null `buf`.
- * @param[out] buf      Takes the value.
+ * @param[in]  buf_len  Bytes at `buf`: at least the field's `max_len`; 0 fails like a null `buf`.
+ * @param[out] buf      The value.
  * @return The field's `max_len`; 0 on any failure. A buffer that is too short prints "\r\n The length of buffer is too
  *         short to store the value (type = %d).".
  */
@@ -202,40 +202,41 @@ TARN_API uint32_t tlv_read_buffer(const tlv_inst *inst, uint16_t type, uint32_t 
 
 /* ---- Writers ----------------------------------------------------------------------------------------------------
  *
- * Common to all: a null instance fails silently (but see tlv_write_buffer); a null `base` with "\r\n Maybe startup-cfg
- * hasn't been loaded.". A change is sealed: the checksum is stored. Then `save_cb` gets `base` and the image's size.
+ * Common to all: a null instance fails silently (but see tlv_write_buffer); a null `base` fails with "\r\n Maybe
+ * startup-cfg hasn't been loaded.". A change is sealed: the checksum is stored. Then `save_cb` gets `base` and the
+ * image's size.
  *
- * A field that is not there is appended, and tlv_load indexes and seals the image; its messages may appear.
- * Deliberate: an append must fit `max_size` with its record area alone. One that fits so, but whose image of 16 bytes
- * more does not, is written and saved and returns 0, yet stays unsealed and without an index entry; the saved image
- * loads only with a larger `max_size`.
+ * A missing field is appended; tlv_load then indexes and seals the image, and its messages may appear. Deliberate: only
+ * the record area after an append must fit `max_size`. If the area fits, but the image, which is 16 bytes longer, does
+ * not, the field is written and saved and the result is 0; but the image is not sealed, and the field gets no index
+ * entry. The saved image loads only with a larger `max_size`.
  */
 
-/** Writes a field of one byte. One of another size: "\r\n This type tlv should be %d bytes length.", with that size,
- * -1. An append that does not fit: -1, silent. */
+/** Writes a field of one byte. A field of another size: "\r\n This type tlv should be %d bytes length.", with that
+ * size, and -1. An append that does not fit: -1, silent. */
 TARN_API int32_t tlv_write_char(tlv_inst *inst, uint16_t type, uint8_t value);
 
-/** Writes a field of two bytes; fails as tlv_write_char. */
+/** Writes a field of two bytes; fails like tlv_write_char. */
 TARN_API int32_t tlv_write_short(tlv_inst *inst, uint16_t type, uint16_t value);
 
-/** Writes a field of four bytes; fails as tlv_write_char. */
+/** Writes a field of four bytes; fails like tlv_write_char. */
 TARN_API int32_t tlv_write_int(tlv_inst *inst, uint16_t type, uint32_t value);
 
 /**
- * Writes a buffer field: `len` bytes of `data`, the rest of the value area zero.
+ * Writes a buffer field: `len` bytes of `data`; the rest of the value area becomes zero.
  *
- * @param[in] max_len  Bytes of the value area, 1 to 65535. A field that is there must have this very `max_len`.
+ * @param[in] max_len  Bytes of the value area, 1 to 65535. An existing field must have exactly this `max_len`.
  * @param[in] len      Bytes at `data`, 1 to `max_len`.
  * @retval 0   Written and saved.
  * @retval -1  Nothing changed: `inst` is null, `len` is negative or above `max_len` (compared as signed), or `max_len`
- *             is above 65535 ("parameter wrong \n"); `data` is null or `len` 0 ("\r\n Input an invalid parameter.");
- * the append does not fit ("new cfg len %d > max len %d \n", with the new length of the record area); or memory ran out
- * (silent).
+ *             is above 65535 ("parameter wrong \n"); `data` is null or `len` is 0 ("\r\n Input an invalid
+ *             parameter."); the append does not fit ("new cfg len %d > max len %d \n", with the new length of the
+ *             record area); or memory ran out (silent).
  *
- * Deliberate: a field that is there with another `max_len` is resized in place. The records behind it move, without a
- * check of the capacity; but the index keeps their old addresses, only the upper half of `cfg_len` is written, and the
- * seal covers the old length, so the image no longer loads unless it happens to end at a record's end. Never change
- * a field's `max_len` this way: build a new image.
+ * Deliberate: an existing field with another `max_len` is resized in place. The records after it move, without a check
+ * of the capacity. But the index keeps their old addresses, only the upper half of `cfg_len` is written, and the seal
+ * covers the old length: the image no longer loads, unless it happens to end at a record's end. Never change a field's
+ * `max_len` this way: build a new image.
  */
 TARN_API int32_t tlv_write_buffer(tlv_inst *inst, uint16_t type, uint32_t max_len, int32_t len, const uint8_t *data);
 
@@ -248,7 +249,7 @@ TARN_API int32_t tlv_write_active(tlv_inst *inst, uint8_t active);
 /** Writes the header's `version` and saves; needs no index. */
 TARN_API int32_t tlv_write_version(tlv_inst *inst, uint32_t version);
 
-/** Reads the header's `flag` into `out`, which must not be null. Fails as the writers; needs no index. */
+/** Reads the header's `flag` into `out`, which must not be null. Fails like the writers; needs no index. */
 TARN_API int32_t tlv_read_flag(const tlv_inst *inst, uint8_t *out);
 
 TARN_END_DECLS

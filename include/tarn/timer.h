@@ -3,24 +3,24 @@
  * The timer service: one-shot and circular software timers for the whole process, run by one thread.
  *
  * The first mu_timer_add or mu_circle_timer_add starts the service; it runs for the life of the process. Every 10 ms
- * the timer thread scans all timers, counts the elapsed ticks off each and runs the callbacks of those that ran out,
- * one after another.
+ * the timer thread scans all timers, subtracts the elapsed ticks from each and runs the callbacks of those that ran
+ * out, one after another.
  *
  * Holds for the whole header:
- * - Time is counted in ticks of 10 ms of the monotonic clock. Milliseconds become ticks as 1 for a value of at most
- *   10, else the value divided by 10, truncated: 15 ms and 19 ms both become one tick.
+ * - Time is counted in ticks of 10 ms of the monotonic clock. A value of at most 10 ms becomes 1 tick; any other is
+ *   divided by 10 and truncated: 15 ms and 19 ms both become one tick.
  * - Every function but mu_timer_compare takes the timer mutex and may be called from any thread, from callbacks and
- *   under the caller's own locks. None may be cancelled (pthread_cancel): it would leave the mutex locked, and the
- *   timers would stand still. The first add of a process must not race with another first add.
+ *   under the caller's own locks. No thread may be cancelled (pthread_cancel) in one of them: the mutex would stay
+ *   locked, and the timers would stop. The first add of a process must not race with another first add.
  * - Messages go to standard output.
- * - A pointer must not be null unless its function says what null does: it is not checked.
+ * - Unless a function says what null does, its pointers must not be null; this is not checked.
  * - After fork(2) the child has the records, but not the thread: timers are accepted and never run, and a mutex that
- *   was held stays held. Start the service after fork, and after daemon(3), which forks; a child that does not begin a
+ *   was held stays held. Start the service after fork, and after daemon(3), which forks. A child that does not start a
  *   new program (exec) must not use it.
  *
  * Two properties of the scan are part of the contract:
- * - The first scan counts the whole age of the monotonic clock as elapsed, so a timer that was added before it and
- *   does not exceed that age runs out at once, about 10 ms after it was added.
+ * - The first scan counts the whole age of the monotonic clock as elapsed. A timer that was added before that scan,
+ *   with an interval of at most that age, therefore runs out in it, about 10 ms after the add.
  * - The run time of the latest callback is added to the elapsed ticks of every scan until another callback runs:
  *   after a callback that took k ticks each scan counts k extra ticks.
  */
@@ -39,12 +39,12 @@ TARN_BEGIN_DECLS
 
 /**
  * A timer's callback. It runs on the timer thread with the timer mutex released, so it may call every timer
- * function, also on its own timer. A slow callback delays every other timer. It must not throw, longjmp or end its
+ * function, even on its own timer. A slow callback delays every other timer. It must not throw, longjmp or end its
  * thread.
  */
 typedef void (*mu_timer_cb_t)(void *arg);
 
-/** One timer: the record of a node of `timer_info.list`. Guarded by the timer mutex, but for `running`. */
+/** One timer: the record of a node of `timer_info.list`. The timer mutex guards all of it but `running`. */
 typedef struct mu_timer_rec {
   uint32_t interval;      /**< Reload value in ticks. */
   uint32_t remain;        /**< Ticks left before the callback runs. */
@@ -58,13 +58,13 @@ typedef struct mu_timer_rec {
   uint32_t drain;         /**< Longest run of `callback` in ticks. */
 } mu_timer_rec_t;
 
-/** The state of the service. Read it under its mutex; leave the writing to the service. */
+/** The state of the service. Read it under its mutex; only the service writes to it. */
 typedef struct mu_timer_info {
   mu_list_t *list;            /**< The timers (mu_timer_rec_t) in the order in which they were added. */
-  pthread_t tid;              /**< The timer thread; the library gives it no name, docs/timers.md shows how to. */
-  mu_mutex_t mutex;           /**< The timer mutex; null if it could not be made, and then nothing is locked. */
+  pthread_t tid;              /**< The timer thread. The library gives it no name; docs/timers.md shows how to. */
+  mu_mutex_t mutex;           /**< The timer mutex; null if it could not be made: then nothing is locked. */
   uint32_t max_num;           /**< MU_TIMER_MAX once started, 0 before. */
-  uint32_t last_id;           /**< The id handed out last. */
+  uint32_t last_id;           /**< The id that was assigned last. */
   uint32_t last_drain;        /**< Run time of the latest callback in ticks. */
   uint32_t max_drain;         /**< Longest run of any callback in ticks. */
   mu_timer_cb_t max_drain_cb; /**< The callback that took `max_drain`. */
@@ -91,27 +91,26 @@ TARN_API extern mu_timer_info_t timer_info;
 /** 1 once the service runs, else 0. */
 TARN_API extern uint32_t timer_initialized;
 
-/** The kernel thread id of the timer thread, as OS_CURRENT_THREAD gives it; written by the thread when it starts. */
+/** The kernel thread id of the timer thread, as OS_CURRENT_THREAD returns it; written by the thread when it starts. */
 TARN_API extern int64_t tmr_tid;
 
 /**
- * Adds a one-shot timer: its callback runs once, after which the timer is gone, unless the callback itself started
- * it again with mu_timer_start or mu_timer_restart.
+ * Adds a one-shot timer: its callback runs once, and then the timer is removed, unless the callback itself started it
+ * again with mu_timer_start or mu_timer_restart.
  *
- * @param[in] interval_ms  0 and negative values give one tick.
+ * @param[in] interval_ms  0 and negative values become one tick.
  * @param[in] callback     Not null.
  * @param[in] arg          Passed to `callback`; stays the caller's.
- * @return The timer's id, never 0. 0 when `callback` is null (nothing is printed), and when MU_TIMER_MAX timers exist
- *         (deleted ones that the thread has not yet freed included) or the service could not start: both print
- *         "Timer number exceed(%d)\n" with the limit, which is 0 for a service that could not start.
- *         Deliberate: when memory for the timer runs out an id is returned all the same, of a timer that does not
- *         exist.
+ * @return The timer's id, never 0; or 0 for a failure. When `callback` is null, nothing is printed. When MU_TIMER_MAX
+ *         timers exist (including deleted ones that the thread has not yet freed) or the service could not start,
+ *         "Timer number exceed(%d)\n" is printed with the limit, which is 0 for a service that could not start.
+ *         Deliberate: when memory for the timer runs out, the result is still an id, of a timer that does not exist.
  */
 TARN_API uint32_t mu_timer_add(int interval_ms, mu_timer_cb_t callback, void *arg);
 
 /**
- * Adds a circular timer: as mu_timer_add, but the timer reloads its interval after each callback. Ticks by which it
- * overshot are dropped: a period is never shortened to catch up.
+ * Adds a circular timer: as mu_timer_add, but the timer reloads its interval after each callback. Ticks by which a
+ * callback was late are dropped: a period is never shortened to catch up.
  */
 TARN_API uint32_t mu_circle_timer_add(int interval_ms, mu_timer_cb_t callback, void *arg);
 
@@ -120,37 +119,38 @@ TARN_API uint32_t mu_circle_timer_add(int interval_ms, mu_timer_cb_t callback, v
  * mu_timer_start or mu_timer_restart bring it back.
  *
  * @retval 1  The callback is running at this moment and ends after this call; the caller is not the timer thread.
- * @retval 0  It is not, or the caller is the timer thread. Without such a timer "Oops: Delete an invalid timer!!\r\n"
- *            is printed.
+ * @retval 0  The callback is not running, or the caller is the timer thread. If there is no such timer, it prints
+ *            "Oops: Delete an invalid timer!!\r\n".
  */
 TARN_API uint32_t mu_timer_del(uint32_t id);
 
 /**
  * Stops a timer: it keeps its remaining ticks and neither counts down nor fires until it is started again.
  *
- * @return As mu_timer_del; without such a timer "Oops: Stop an invalid timer!!\r\n" is printed.
+ * @return As mu_timer_del; if there is no such timer, "Oops: Stop an invalid timer!!\r\n" is printed.
  */
 TARN_API uint32_t mu_timer_stop(uint32_t id);
 
 /**
- * Starts a timer from its full interval; also one that was stopped or, before the thread has freed it, deleted.
- * Without such a timer it does nothing, silently.
+ * Starts a timer from its full interval, even one that was stopped, or deleted and not yet freed. If there is no such
+ * timer, nothing is done or printed.
  */
 TARN_API void mu_timer_start(uint32_t id);
 
 /**
  * Gives a timer a new interval and starts it as mu_timer_start does.
  *
- * Deliberate: the interval is unsigned here, so what would be -1 in an add makes 429496729 ticks.
+ * Deliberate: the interval is unsigned here: -1, which is one tick in an add, becomes 429496729 ticks.
  */
 TARN_API void mu_timer_restart(uint32_t id, uint32_t interval_ms);
 
-/** The number of timers, deleted ones that the thread has not yet freed included. */
+/** The number of timers, including deleted ones that the thread has not yet freed. */
 TARN_API uint32_t mu_timer_count(void);
 
 /**
- * Prints the table of timers, one row a timer, then the longest callback run and the number of expiries. Intervals,
- * remaining times and runs ("Drain") are in ticks. The header line comes before the mutex is taken, the rest under it.
+ * Prints the table of timers, one row per timer, then the longest callback run and the number of expiries. Intervals,
+ * remaining times and runs ("Drain") are in ticks. The header line is printed before the mutex is taken, the rest under
+ * it.
  */
 TARN_API void mu_timer_show(void);
 

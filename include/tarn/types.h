@@ -2,8 +2,8 @@
  * @file
  * What every tarn header shares: the version, the export macro, the status type and the handles.
  *
- * The headers are plain C: each compiles alone, as C99 and later and as C++98 and later. tarn is built for 64-bit Linux
- * with glibc 2.34 or later, whose libc.so.6 holds the threads, the semaphores and the message queues too.
+ * The headers are plain C: each compiles by itself, as C99 or later and as C++98 or later. tarn is built for 64-bit
+ * Linux with glibc 2.34 or later, whose libc.so.6 also contains the threads, the semaphores and the message queues.
  */
 #ifndef TARN_TYPES_H
 #define TARN_TYPES_H
@@ -23,7 +23,7 @@
 /** Lets the compiler check a printf-style call: `fmt` and `args` count the function's arguments from 1. */
 #define TARN_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 
-/** Checks at compile time; nothing in a language before C11 and C++11, which has no such check. */
+/** Checks a condition at compile time. Before C11 and C++11 there is no such check, and nothing is checked. */
 #if defined(__cplusplus) ? __cplusplus >= 201103L : defined(__STDC_VERSION__) && __STDC_VERSION__ >= 201112L
 #define TARN_STATIC_ASSERT(condition, message) static_assert(condition, message)
 #else
@@ -40,12 +40,12 @@
 
 TARN_STATIC_ASSERT(sizeof(void *) == 8 && sizeof(long) == 8, "tarn is built for 64-bit Linux");
 
-/** Milliseconds of a tick, in which timers, clocks and the periods of events are counted. */
+/** Milliseconds of a tick, the unit of timers, clocks and the periods of events. */
 #define MU_TICK_MS 10
 
 /**
- * Status result: 0 is success. Two failure values are in use, 1 and -1, and which one a function returns is part
- * of its contract. Logging adds 2 (bad argument), 10 (out of memory) and 19 (not initialised); aes128_cmac_compute
+ * Status result: 0 is success. Two failure values are in use, 1 and -1. Which one a function returns is part of its
+ * contract. Logging adds 2 (bad argument), 10 (out of memory) and 19 (not initialised); aes128_cmac_compute
  * returns 2 for a bad tag length.
  */
 typedef int32_t mu_status_t;
@@ -53,7 +53,7 @@ typedef int32_t mu_status_t;
 /**
  * Handle of a mutex. Made by OS_MUTEX_CREATE or mu_mutex_init, released by OS_MUTEX_DESTROY or mu_mutex_destroy.
  * The mutex is of the default type: a thread that locks it twice deadlocks, and only its holder may unlock it.
- * A null handle stands for no mutex at all.
+ * A null handle means that there is no mutex.
  */
 typedef struct tarn_mutex *mu_mutex_t;
 
