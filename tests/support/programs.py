@@ -13,6 +13,7 @@ import tempfile
 import unittest
 
 SKIPPED = 77
+NOBODY = 65534  # the user and the group that own nothing
 
 
 def given():
@@ -37,6 +38,30 @@ def main(command):
   command.extend(given())
   command[-1] = os.path.abspath(command[-1])
   run_tests()
+
+
+def open_terminal(test):
+  """Both ends of a terminal of the test's own, closed after it; skips where none can be made."""
+  try:
+    ours, theirs = os.openpty()
+  except OSError as error:
+    test.skipTest('no terminal can be made here: %s' % error)
+  test.addCleanup(os.close, ours)
+  return ours, theirs
+
+
+def copy_for_others(test, *paths):
+  """Copies of the files, in one folder that every user may enter; removed after the test.
+
+  A checkout may lie in a folder that is closed to others, as root's home is.
+  """
+  folder = tempfile.mkdtemp(prefix='tarn-for-others-', dir='/tmp')
+  test.addCleanup(shutil.rmtree, folder)
+  os.chmod(folder, 0o755)
+  copies = [shutil.copy(path, folder) for path in paths]
+  for copy in copies:
+    os.chmod(copy, 0o755)
+  return copies
 
 
 class ProgramTest(unittest.TestCase):
