@@ -1,5 +1,5 @@
-// A daemon that does what it is told: reads calls, one a line, from the UNIX socket of its first argument, makes them
-// by their raw names, and answers "RESULT ERRNO [HEX]". It knows nothing of any shim. Played by contract_sim_test.py.
+// A daemon that knows nothing of a shim. It reads calls, one a line, from the UNIX socket that its first argument
+// names, makes them, and answers each with "RESULT ERRNO HEX". The class Daemon of fixture.py sends them.
 
 #define _GNU_SOURCE
 #undef _FORTIFY_SOURCE
@@ -68,12 +68,23 @@ static int open_as(const char *variant, const char *path, int flags, mode_t mode
   if (is(variant, "__open64_2")) return __open64_2(path, flags);
   if (is(variant, "__openat_2")) return __openat_2(AT_FDCWD, path, flags);
   if (is(variant, "__openat64_2")) return __openat64_2(AT_FDCWD, path, flags);
+  if (is(variant, "creat")) return creat(path, mode);
+  if (is(variant, "creat64")) return creat64(path, mode);
   _exit(98);
 }
 
 static int fopen_as(const char *variant, const char *path, const char *mode) {
   FILE *file = is(variant, "fopen64") ? fopen64(path, mode) : fopen(path, mode);
   return file == NULL ? -1 : fileno(file);
+}
+
+// The first line, as a stream reads it.
+static void read_first_line(const char *variant, const char *path) {
+  char line[kMaxBytes] = "";
+  FILE *file = is(variant, "fopen64") ? fopen64(path, "re") : fopen(path, "r");
+  const int result = file == NULL || fgets(line, sizeof line, file) == NULL ? -1 : 0;
+  answer(result, (const uint8_t *)line, strlen(line));
+  if (file != NULL) fclose(file);
 }
 
 // ---- Devices --------------------------------------------------------------------------------------------------------
@@ -149,11 +160,10 @@ static long hammer_in_threads(int threads, int calls, int shared) {
 
 // ---- Sockets --------------------------------------------------------------------------------------------------------
 
-static int bind_netlink(int sock, int port, int length, int groups) {
+static int bind_netlink(int sock, int port, int length, int family) {
   struct sockaddr_nl to[4] = {{0}};
-  to[0].nl_family = AF_NETLINK;
+  to[0].nl_family = (sa_family_t)family;
   to[0].nl_pid = (uint32_t)port;
-  to[0].nl_groups = (uint32_t)groups;
   return bind(sock, (const struct sockaddr *)to, (socklen_t)length);
 }
 
@@ -169,6 +179,15 @@ static long send_inet(int sock, const char *address, int port, const char *hex) 
   struct sockaddr_in to = {.sin_family = AF_INET, .sin_port = htons((uint16_t)port)};
   to.sin_addr.s_addr = htonl((uint32_t)strtoul(address, NULL, 16));
   return sendto(sock, bytes, length, 0, (const struct sockaddr *)&to, sizeof to);
+}
+
+// How long the kernel says that the sender's address is. A netlink socket has room for 12 bytes of it.
+static long sender_size(int sock) {
+  uint8_t bytes[kMaxBytes];
+  struct sockaddr_nl from;
+  socklen_t length = 0;
+  const ssize_t got = recvfrom(sock, bytes, sizeof bytes, 0, (struct sockaddr *)&from, &length);
+  return got < 0 ? got : (long)length;
 }
 
 // Waits for one or two descriptors, for so many milliseconds (for ever if negative): 1 for the first, 2 for the second.
@@ -197,16 +216,23 @@ static void *perform_in_thread(void *line) {
   return NULL;
 }
 
-static void *nothing(void *sizes) {
+struct thread_state {
+  size_t stack, guard;
+  int policy;
+};
+
+static void *report_thread(void *context) {
+  struct thread_state *const state = context;
   pthread_attr_t self;
   pthread_getattr_np(pthread_self(), &self);
-  pthread_attr_getstacksize(&self, &((size_t *)sizes)[0]);
-  pthread_attr_getguardsize(&self, &((size_t *)sizes)[1]);
+  pthread_attr_getstacksize(&self, &state->stack);
+  pthread_attr_getguardsize(&self, &state->guard);
   pthread_attr_destroy(&self);
+  state->policy = sched_getscheduler(0);
   return NULL;
 }
 
-// A thread as the event channel's: its result is that of pthread_create, then its stack, guard and detach state.
+// A thread as the event channel's: the result of pthread_create, then the thread's stack, guard and policy.
 static void realtime_thread(int stack, int policy, int inherit) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -217,12 +243,12 @@ static void realtime_thread(int stack, int policy, int inherit) {
   pthread_attr_setschedparam(&attributes, &priority);
   pthread_attr_setinheritsched(&attributes, inherit ? PTHREAD_INHERIT_SCHED : PTHREAD_EXPLICIT_SCHED);
   pthread_t id;
-  size_t sizes[2] = {0};
-  const int result = pthread_create(&id, &attributes, nothing, sizes);
+  struct thread_state state = {0, 0, 0};
+  const int result = pthread_create(&id, &attributes, report_thread, &state);
   if (result == 0) pthread_join(id, NULL);
   pthread_attr_destroy(&attributes);
   char text[64];
-  snprintf(text, sizeof text, "%zu %zu", sizes[0], sizes[1]);
+  snprintf(text, sizeof text, "%zu %zu %d", state.stack, state.guard, state.policy);
   answer(result, (const uint8_t *)text, strlen(text));
 }
 
@@ -237,14 +263,15 @@ static int perform_file(char **word) {
   uint8_t bytes[kMaxBytes];
   if (is(word[0], "open")) return answer(open_as(word[1], word[2], number(word[3]), 0640), NULL, 0), 1;
   if (is(word[0], "fopen")) return answer(fopen_as(word[1], word[2], word[3]), NULL, 0), 1;
+  if (is(word[0], "first-line")) return read_first_line(word[1], word[2]), 1;
   if (is(word[0], "access")) return answer(access(word[1], number(word[2])), NULL, 0), 1;
   if (is(word[0], "faccessat")) return answer(faccessat(AT_FDCWD, word[1], number(word[2]), 0), NULL, 0), 1;
   if (is(word[0], "unlink")) return answer(unlink(word[1]), NULL, 0), 1;
+  if (is(word[0], "unlinkat")) return answer(unlinkat(AT_FDCWD, word[1], 0), NULL, 0), 1;
   if (is(word[0], "close")) return answer(close(number(word[1])), NULL, 0), 1;
   if (is(word[0], "dup")) return answer(dup(number(word[1])), NULL, 0), 1;
   if (is(word[0], "dup2")) return answer(dup2(number(word[1]), number(word[2])), NULL, 0), 1;
   if (is(word[0], "cloexec")) return answer(fcntl(number(word[1]), F_GETFD) & FD_CLOEXEC, NULL, 0), 1;
-  if (is(word[0], "nonblock")) return answer(fcntl(number(word[1]), F_SETFL, O_NONBLOCK), NULL, 0), 1;
   if (is(word[0], "write")) {
     const size_t length = unhex(word[2], bytes);
     return answer(write(number(word[1]), bytes, length), NULL, 0), 1;
@@ -279,6 +306,8 @@ static int perform_socket(char **word) {
   if (is(word[0], "bind-netlink"))
     return answer(bind_netlink(number(word[1]), number(word[2]), number(word[3]), number(word[4])), NULL, 0), 1;
   if (is(word[0], "bind-inet")) return answer(bind_inet(number(word[1]), word[2], number(word[3])), NULL, 0), 1;
+  if (is(word[0], "send")) return answer(send(number(word[1]), bytes, unhex(word[2], bytes), 0), NULL, 0), 1;
+  if (is(word[0], "sender-size")) return answer(sender_size(number(word[1])), NULL, 0), 1;
   if (is(word[0], "sendto")) return answer(send_inet(number(word[1]), word[2], number(word[3]), word[4]), NULL, 0), 1;
   if (is(word[0], "select")) return wait_readable(number(word[1]), number(word[2]), number(word[3])), 1;
   if (is(word[0], "recvfrom")) {
@@ -294,7 +323,6 @@ static int perform_socket(char **word) {
 static int serve(void);
 
 static int perform_process(char **word, int words) {
-  (void)words;
   if (is(word[0], "thread")) {
     pthread_t id;
     if (pthread_create(&id, NULL, perform_in_thread, word + 1) != 0) _exit(96);
@@ -308,6 +336,15 @@ static int perform_process(char **word, int words) {
     int status = 0;
     while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
     return answer(WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status), NULL, 0), 1;
+  }
+  if (is(word[0], "in-child")) {  // the child makes one call, and answers it
+    const pid_t child = fork();
+    if (child == 0) {
+      perform(word + 1, words - 1);
+      _exit(0);
+    }
+    while (waitpid(child, NULL, 0) < 0 && errno == EINTR) continue;
+    return 1;
   }
   if (is(word[0], "exec")) {
     char descriptor[16];
