@@ -24,7 +24,6 @@ class UnprivilegedTest(SimTest):
     self.gatewayd = os.environ.get('TARN_TEST_GATEWAYD')
     if os.geteuid() != 0:
       return
-    self.natively()
     os.chown(self.root, NOBODY, NOBODY)
     shim = os.path.join(os.path.dirname(fixture.tarn_sim), 'tarn-sim-shim.so')
     library = os.environ['TARN_TEST_LIBRARY']
