@@ -10,12 +10,13 @@
 #include "console.h"
 #include "namespace.h"
 #include "sim/wire.h"
+#include "tarn/log.h"
 
 namespace tarn_sim {
 
 namespace {
 
-constexpr std::uint16_t kPort = 514;
+static_assert(kCollectorPort == MUP_LOG_SERVER_PORT);
 
 // A datagram's line: the line ends at its end are not its text.
 std::string line_of(std::string_view datagram) {
@@ -33,17 +34,19 @@ bool Collector::start(std::uint16_t own_port, bool may_use_namespace) {
   if (own_port != 0) {
     how_ = How::kOwn;
     port_ = own_port;
-    tell("collector: yours, on port " + std::to_string(port_) + " of the loopback interface");
+    report("collector: yours, on port " + std::to_string(port_) + " of the loopback interface");
     return true;
   }
   const bool is_apart = may_use_namespace && enter_own_network();
   how_ = is_apart ? How::kNamespace : How::kShim;
-  if (!open(is_apart ? INADDR_ANY : INADDR_LOOPBACK, is_apart ? kPort : 0)) return false;
+  if (!open(is_apart ? INADDR_ANY : INADDR_LOOPBACK, is_apart ? kCollectorPort : 0)) return false;
+  const std::string port_text = std::to_string(kCollectorPort);
   const std::string log = ", written to " + log_path_;
   if (is_apart) {
-    tell("collector: port 514 of every address, in a network of the simulation's own" + log);
+    report("collector: port " + port_text + " of every address, in a network of the simulation's own" + log);
   } else {
-    tell("collector: port " + std::to_string(port_) + " of the loopback interface stands for port 514" + log);
+    report("collector: port " + std::to_string(port_) + " of the loopback interface stands for port " + port_text +
+           log);
   }
   return true;
 }
@@ -58,7 +61,7 @@ bool Collector::open(std::uint32_t address, std::uint16_t port) {
   log_.reset(fopen(log_path_.c_str(), "ae"));
   if (!log_ || bind(socket_.get(), reinterpret_cast<const sockaddr *>(&bound), size) != 0 ||
       getsockname(socket_.get(), reinterpret_cast<sockaddr *>(&bound), &size) != 0) {
-    tell("collector: " + std::string(strerror(errno)));
+    report("collector: " + std::string(strerror(errno)));
     return false;
   }
   port_ = ntohs(bound.sin_port);
@@ -75,7 +78,7 @@ void Collector::drain() {
     if (size < 0) break;
     received_++;
     const std::string line = line_of({datagram, static_cast<std::size_t>(size)});
-    tell_more("collector: " + line);
+    report_detail("collector: " + line);
     (void)fprintf(log_.get(), "%s\n", line.c_str());
   }
   if (log_) (void)fflush(log_.get());  // a full disk ends no simulation

@@ -37,7 +37,7 @@ class Collector {
   std::uint16_t port() const { return port_; }
   std::uint64_t received() const { return received_; }
 
-  // What the shim is told.
+  // What the shim finds in TARN_SIM_COLLECTOR_PORT.
   std::string shim_setting() const;
 
  private:

@@ -13,6 +13,12 @@ constexpr std::uint32_t kMostModule = 99;  // two digits of a frame
 constexpr std::uint32_t kMostLevel = 8;
 constexpr std::size_t kLongestData = 65535;  // the length field of a header
 
+std::string with_article(const std::string &what) { return (what[0] == 'e' ? "an " : "a ") + what; }
+
+std::string not_a(const char *what, const std::string &text, std::uint32_t most) {
+  return "'" + text + "' is not " + with_article(what) + " from 0 to " + std::to_string(most);
+}
+
 class Parser {
  public:
   Parser(std::span<const Word> words, std::size_t end, Names *names, Fault *fault)
@@ -25,7 +31,7 @@ class Parser {
     const Word *verb = take("a command");
     if (verb == nullptr || !run_verb(*verb, &counted)) return std::nullopt;
     if (!words_.empty()) {
-      (void)fail(words_[0].column, "'" + words_[0].text + "' is too much here");
+      (void)fail(words_[0].column, "'" + words_[0].text + "' is one word too many");
       return std::nullopt;
     }
     // Last: a faulty line changes nothing.
@@ -58,7 +64,7 @@ class Parser {
     const Word &number = words_[words_.size() - 2];
     *times = parse_number(number.text, kMostTimes);
     if (!*times || number.is_quoted) {
-      return fail(number.column, "'" + number.text + "' is no number of times from 0 to 1000000000");
+      return fail(number.column, not_a("number of times", number.text, kMostTimes));
     }
     end_ = number.column;
     words_ = words_.first(words_.size() - 2);
@@ -66,11 +72,11 @@ class Parser {
   }
 
   bool take_number(const char *what, std::uint32_t most, std::uint32_t *number) {
-    const Word *word = take(what);
+    const Word *word = take(with_article(what).c_str());
     if (word == nullptr) return false;
     const auto value = parse_number(word->text, most);
     if (!value) {
-      return fail(word->column, "'" + word->text + "' is no " + what + " from 0 to " + std::to_string(most));
+      return fail(word->column, not_a(what, word->text, most));
     }
     *number = *value;
     return true;
@@ -99,7 +105,8 @@ class Parser {
   bool take_bytes(std::string *bytes) {
     if (words_.empty()) return fail(end_, "bytes in hexadecimal are missing");
     for (const Word &word : words_) {
-      if (!append_hex(word.text, bytes)) return fail(word.column, "'" + word.text + "' is no bytes in hexadecimal");
+      if (!append_hex(word.text, bytes))
+        return fail(word.column, "'" + word.text + "' is not hexadecimal, two digits a byte");
     }
     words_ = {};
     return true;
@@ -121,7 +128,7 @@ class Parser {
     if (is("fail", Kind::kFail)) return run_fail(counted);
     if (is("say", Kind::kSay)) return take_text(&command->text);
     if (is("dump", Kind::kDump) || is("stop", Kind::kStop)) return true;
-    return fail(verb.column, "'" + verb.text + "' is no command");
+    return fail(verb.column, "'" + verb.text + "' is not a command");
   }
 
   // event TYPE [device N | port N] [data HEX... | text STRING]
@@ -141,7 +148,8 @@ class Parser {
       words_ = words_.subspan(1);
       if (!take_text(&command->text)) return false;
     }
-    return command->text.size() <= kLongestData || fail(column, "more than 65535 bytes of data");
+    return command->text.size() <= kLongestData ||
+           fail(column, "more than " + std::to_string(kLongestData) + " bytes of data");
   }
 
   bool run_name(Command *command) {
@@ -150,7 +158,7 @@ class Parser {
     if (name == nullptr) return false;
     if (!Names::is_name(name->text)) {
       return fail(name->column,
-                  "'" + name->text + "' is no name: a letter, then letters, digits, '-', '_', 32 at most");
+                  "'" + name->text + "' is not a name: a letter, then letters, digits, '-', '_', 32 at most");
     }
     command->text = name->text;
     return true;
@@ -168,7 +176,7 @@ class Parser {
     return take_text(&command->text);
   }
 
-  // fail CALL N times: the number is the command's own; another one may stand behind it.
+  // fail CALL N times: the number is the command's own; another one may follow.
   bool run_fail(Counted *counted) {
     std::optional<std::uint32_t> own;
     if (!take_times(&own)) return false;
@@ -181,7 +189,7 @@ class Parser {
       counted->command.call = static_cast<Call>(call);
       return true;
     }
-    return fail(name->column, "'" + name->text + "' is none of ioctl, open, bind, socket");
+    return fail(name->column, "'" + name->text + "' is not one of ioctl, open, bind, socket");
   }
 
   bool next_is(const char *text) const { return !words_.empty() && !words_[0].is_quoted && words_[0].text == text; }

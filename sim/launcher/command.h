@@ -46,7 +46,7 @@ struct Counted {
   std::optional<std::uint32_t> times;
 };
 
-// Reads a command. `end` is the column behind the last word. A `name` takes effect in `names` at once.
+// Reads a command. `end` is the column after the last word. A `name` takes effect in `names` at once.
 std::optional<Counted> parse_command(std::span<const Word> words, std::size_t end, Names *names, Fault *fault);
 
 // A number of at most `most` in decimal digits.

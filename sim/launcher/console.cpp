@@ -12,18 +12,18 @@ bool g_verbose;  // set before there is a second thread
 
 }  // namespace
 
-void tell(const std::string &line) {
+void report(const std::string &line) {
   const std::string whole = "tarn-sim: " + line + '\n';
   std::string_view rest = whole;
   while (!rest.empty()) {
     const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
-    if (written < 0 && errno != EINTR) return;  // nobody could be told of it
+    if (written < 0 && errno != EINTR) return;  // there is no other way to report it
     if (written > 0) rest.remove_prefix(static_cast<std::size_t>(written));
   }
 }
 
-void tell_more(const std::string &line) {
-  if (g_verbose) tell(line);
+void report_detail(const std::string &line) {
+  if (g_verbose) report(line);
 }
 
 void set_verbose(bool verbose) { g_verbose = verbose; }

@@ -8,10 +8,10 @@
 namespace tarn_sim {
 
 // Writes "tarn-sim: LINE" in one piece, from any thread.
-void tell(const std::string &line);
+void report(const std::string &line);
 
-// The same, with --verbose alone.
-void tell_more(const std::string &line);
+// The same, with --verbose only.
+void report_detail(const std::string &line);
 void set_verbose(bool verbose);
 
 // Bytes made readable on one line: control characters as \xNN, the backslash as \\.

@@ -104,7 +104,7 @@ std::string Control::answer(std::string_view text) {
   if (is_blank) return kOk;
   if (!line) return error("column " + std::to_string(fault.column) + ": " + fault.reason);
   if (line->awaited != Awaited::kNothing) return error("column 1: only a script can await");
-  tell_more("control: " + readable(text));
+  report_detail("control: " + readable(text));
   simulation_->take(*line);
   return kOk;
 }

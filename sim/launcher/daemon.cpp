@@ -16,6 +16,7 @@ namespace {
 
 constexpr int kNotFound = 127;
 constexpr int kNotExecuted = 126;
+constexpr int kBySignal = 128;  // and its number
 
 bool make_pipe(Descriptor *reader, Descriptor *writer) {
   int ends[2];
@@ -39,7 +40,7 @@ Daemon::Daemon(std::vector<std::string> command, const std::vector<std::string> 
   const pid_t launcher = getpid();
   if (make_pipe(&wait_, &go_) && make_pipe(&failed_, &fail_)) pid_ = fork();
   if (pid_ == 0) be_child(environment, mask, launcher);
-  if (pid_ < 0) tell(std::string("cannot make a process: ") + strerror(errno));
+  if (pid_ < 0) report(std::string("cannot make a process: ") + strerror(errno));
   is_running_ = pid_ > 0;
 }
 
@@ -78,13 +79,13 @@ void Daemon::execute() {
   (void)waitpid(pid_, &wait_status_, 0);
   is_running_ = false;
   exit_status_ = error == ENOENT ? kNotFound : kNotExecuted;
-  tell(name() + ": " + strerror(error));
+  report(name() + ": " + strerror(error));
 }
 
 void Daemon::look() {
   if (!is_running_ || waitpid(pid_, &wait_status_, WNOHANG) != pid_) return;
   is_running_ = false;
-  exit_status_ = WIFEXITED(wait_status_) ? WEXITSTATUS(wait_status_) : 128 + WTERMSIG(wait_status_);
+  exit_status_ = WIFEXITED(wait_status_) ? WEXITSTATUS(wait_status_) : kBySignal + WTERMSIG(wait_status_);
 }
 
 void Daemon::signal(int number) const {

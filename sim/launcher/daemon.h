@@ -31,7 +31,7 @@ class Daemon {
   pid_t pid() const { return pid_; }
   const std::string &name() const { return command_[0]; }
 
-  // As a shell tells it: 128 and the number after a signal, 127 when it was not found, 126 when it cannot be executed.
+  // As a shell gives it: 128 and the number after a signal, 127 when it was not found, 126 when it cannot be executed.
   int exit_status() const { return exit_status_; }
 
   // What came of it, for people.
@@ -46,7 +46,7 @@ class Daemon {
   pid_t pid_ = -1;
   bool is_running_ = false;
   int wait_status_ = 0;
-  int exit_status_ = 126;
+  int exit_status_ = 0;
 };
 
 }  // namespace tarn_sim

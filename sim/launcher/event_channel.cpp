@@ -11,6 +11,14 @@
 
 namespace tarn_sim {
 
+namespace {
+
+// Ports that are not the id of a process, and the one from which the kernel searches downwards.
+constexpr std::uint32_t kFirstNoProcess = 0x80000000U;
+constexpr std::uint32_t kFirstTried = 0xFFFFEFFFU;
+
+}  // namespace
+
 Channel::Channel(Loop *loop, const std::string &path, Failures *failures)
     : loop_(loop),
       failures_(failures),
@@ -29,7 +37,7 @@ Response Channel::open(Message *message) {
   return {};
 }
 
-// What a program sends to a netlink socket without binding it is nothing that the driver knows.
+// What a program sends itself, the driver does not know.
 void Channel::serve(int key) {
   Socket &socket = sockets_.at(key);
   bool is_over = false;
@@ -38,7 +46,7 @@ void Channel::serve(int key) {
     respond(message->passed, {.reply = bind(&socket, *message)});
   }
   if (!is_over) return;
-  if (socket.port) tell_more("channel: port " + std::to_string(*socket.port) + " is closed");
+  if (socket.port) report_detail("channel: port " + std::to_string(*socket.port) + " is closed");
   loop_->forget(key);
   sockets_.erase(key);
 }
@@ -54,7 +62,7 @@ Reply Channel::bind(Socket *socket, const Message &message) {
   if (socket->port) return *socket->port == address.nl_pid || address.nl_pid == 0 ? Reply{0, 0} : Reply{-1, EINVAL};
   if (is_taken(port)) return {-1, EADDRINUSE};
   socket->port = port;
-  tell_more("channel: bound to port " + std::to_string(port));
+  report_detail("channel: bound to port " + std::to_string(port));
   return {0, 0};
 }
 
@@ -71,20 +79,20 @@ bool Channel::is_taken(std::uint32_t port) const {
   return false;
 }
 
-// For port 0: the id of the process that made the socket, else a free number that is no process's.
+// For port 0: the id of the process that made the socket, else a free number that is not a process's.
 std::uint32_t Channel::choose_port(const Socket &socket) const {
   ucred creator = {};
   socklen_t size = sizeof creator;
   (void)getsockopt(socket.end.get(), SOL_SOCKET, SO_PEERCRED, &creator, &size);
   auto port = static_cast<std::uint32_t>(creator.pid);
-  while (is_taken(port)) port = port < 0x80000000U ? 0xFFFFEFFFU : port - 1;
+  while (is_taken(port)) port = port < kFirstNoProcess ? kFirstTried : port - 1;
   return port;
 }
 
 void Channel::set_destination(std::uint32_t port) {
   has_destination_ = true;
   destination_ = port;
-  tell_more("channel: events go to port " + std::to_string(port));
+  report_detail("channel: events go to port " + std::to_string(port));
 }
 
 Channel::Socket *Channel::listener() {
@@ -101,7 +109,7 @@ void Channel::send(std::string_view datagram) {
   Socket *socket = listener();
   if (socket == nullptr) {
     no_listener_++;
-    tell_more("channel: nobody is bound to the destination: the datagram is dropped");
+    report_detail("channel: nobody is bound to the destination: the datagram is dropped");
     return;
   }
   const ssize_t sent = ::send(socket->end.get(), datagram.data(), datagram.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -111,7 +119,8 @@ void Channel::send(std::string_view datagram) {
     return;
   }
   lost_++;
-  if (!socket->is_full) tell(std::string("channel: a datagram is lost, the socket takes no more: ") + strerror(errno));
+  if (!socket->is_full)
+    report(std::string("channel: a datagram is lost, the socket takes no more: ") + strerror(errno));
   socket->is_full = true;
 }
 

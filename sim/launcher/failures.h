@@ -20,7 +20,7 @@ class Failures {
   bool take(Call call) {
     if (left_[index(call)] == 0) return false;
     left_[index(call)]--;
-    tell_more(std::string(kCallNames[index(call)]) + ": fails, as was asked for");
+    report_detail(std::string(kCallNames[index(call)]) + ": fails, as was asked for");
     return true;
   }
 

@@ -43,7 +43,7 @@ Response KernelLog::open() {
 }
 
 void KernelLog::add_reader(Descriptor connection) {
-  tell_more("kmsg: a reader comes");
+  report_detail("kmsg: a reader comes");
   const int key = connection.get();
   (void)setsockopt(key, SOL_SOCKET, SO_SNDBUF, &kSocketRoom, sizeof kSocketRoom);
   readers_.push_back({std::move(connection), {}});
@@ -54,8 +54,8 @@ void KernelLog::add_reader(Descriptor connection) {
 void KernelLog::write_framed(const Modules &modules, std::uint8_t module, std::uint8_t level, const std::string &text) {
   if (!modules.passes(module, level)) {
     withheld_++;
-    tell_more("kmsg: withheld, module " + std::to_string(module) + " level " + std::to_string(level) + ": " +
-              readable(text));
+    report_detail("kmsg: withheld, module " + std::to_string(module) + " level " + std::to_string(level) + ": " +
+                  readable(text));
     return;
   }
   char frame[16];
@@ -81,7 +81,7 @@ void KernelLog::write_lines(unsigned priority, const std::string &text) {
 
 void KernelLog::write_bytes(std::string bytes) {
   if (bytes.empty()) return;
-  tell_more("kmsg: " + readable(bytes));
+  report_detail("kmsg: " + readable(bytes));
   written_++;
   bytes_ += bytes.size();
   lines_.push_back(std::move(bytes));
@@ -94,8 +94,8 @@ void KernelLog::make_room() {
     bytes_ -= lines_.front().size();
     lines_.pop_front();
     lost_++;
-    if (!told_lost_) tell("kmsg: nobody reads: the oldest lines are lost");
-    told_lost_ = true;
+    if (!has_said_lost_) report("kmsg: nobody reads: the oldest lines are lost");
+    has_said_lost_ = true;
   }
 }
 
@@ -106,7 +106,7 @@ void KernelLog::hand_out() {
     refused = hand_to(&readers_.front()) ? 0 : refused + 1;
     readers_.splice(readers_.end(), readers_, readers_.begin());
   }
-  if (lines_.empty()) told_lost_ = false;
+  if (lines_.empty()) has_said_lost_ = false;
   watch();
 }
 
@@ -140,7 +140,7 @@ void KernelLog::serve(int key) {
   const ssize_t size = recv(key, written, sizeof written, MSG_DONTWAIT);
   const bool is_over = size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR);
   if (!is_over) return hand_out();
-  tell_more("kmsg: a reader goes");
+  report_detail("kmsg: a reader goes");
   loop_->forget(key);
   std::erase_if(readers_, [key](const Reader &reader) { return reader.connection.get() == key; });
 }

@@ -58,7 +58,7 @@ class KernelLog {
   std::uint64_t written_ = 0;
   std::uint64_t withheld_ = 0;
   std::uint64_t lost_ = 0;
-  bool told_lost_ = false;
+  bool has_said_lost_ = false;
   Service service_;
 };
 

@@ -33,7 +33,7 @@ bool is_alive(const sockaddr_un &address) {
 
 }  // namespace
 
-bool fits_socket_address(const std::string &path) { return path.size() < sizeof(sockaddr_un::sun_path); }
+bool fits_socket_address(const std::string &path) { return path.size() <= kLongestSocketPath; }
 
 Listener::Listener(Loop *loop, std::string path, int type, Accept accept)
     : loop_(loop),
@@ -41,7 +41,7 @@ Listener::Listener(Loop *loop, std::string path, int type, Accept accept)
       accept_(std::move(accept)),
       spare_(::open("/dev/null", O_RDONLY | O_CLOEXEC)) {
   if (!fits_socket_address(path_)) {
-    tell(path_ + ": too long for a socket's address: at most 107 bytes");
+    report(path_ + ": too long for a socket's address: at most " + std::to_string(kLongestSocketPath) + " bytes");
   } else if (make_way()) {
     open(type);
   }
@@ -58,11 +58,11 @@ bool Listener::make_way() const {
   struct stat status = {};
   if (lstat(path_.c_str(), &status) != 0) return true;
   if (!S_ISSOCK(status.st_mode)) {
-    tell(path_ + ": is in the way: it is no socket");
+    report(path_ + ": is in the way: it is not a socket");
     return false;
   }
   if (is_alive(address_of(path_))) {
-    tell(path_ + ": somebody else listens there");
+    report(path_ + ": somebody else listens there");
     return false;
   }
   (void)unlink(path_.c_str());  // shows in bind
@@ -74,7 +74,7 @@ void Listener::open(int type) {
   const sockaddr_un address = address_of(path_);
   if (bind(made.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) != 0 ||
       listen(made.get(), kBacklog) != 0) {
-    tell(path_ + ": " + strerror(errno));
+    report(path_ + ": " + strerror(errno));
     return;
   }
   socket_ = std::move(made);
@@ -85,7 +85,7 @@ void Listener::accept_one() {
   Descriptor client(accept4(socket_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK));
   if (client.is_open()) return accept_(std::move(client));
   if (errno != EMFILE && errno != ENFILE) return;
-  tell("no more descriptors: a connection is turned away");
+  report("no more descriptors: a connection is turned away");
   spare_.reset();
   Descriptor(accept(socket_.get(), nullptr, nullptr)).reset();
   spare_ = Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));

@@ -2,6 +2,8 @@
 #ifndef TARN_SIM_LAUNCHER_LISTENER_H
 #define TARN_SIM_LAUNCHER_LISTENER_H
 
+#include <sys/un.h>
+
 #include <functional>
 #include <string>
 
@@ -36,6 +38,7 @@ class Listener {
 };
 
 // Whether the path fits into a socket's address.
+constexpr std::size_t kLongestSocketPath = sizeof(sockaddr_un::sun_path) - 1;
 bool fits_socket_address(const std::string &path);
 
 }  // namespace tarn_sim

@@ -24,7 +24,7 @@ std::string find_shim() {
     const fs::path shim = (here / place).lexically_normal();
     if (fs::exists(shim, error)) return shim.string();
   }
-  tell((here / "tarn-sim-shim.so").string() + ": is missing");
+  report((here / "tarn-sim-shim.so").string() + ": is missing");
   return "";
 }
 
@@ -45,7 +45,7 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   const std::string shim = find_shim();
   if (shim.empty()) return kWrong;
   if (shim.find_first_of(" :") != std::string::npos) {
-    tell(shim + ": a path with blanks or colons cannot be preloaded");
+    report(shim + ": a path with blanks or colons cannot be preloaded");
     return kWrong;
   }
   const Root root(options.root);
@@ -65,7 +65,7 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   if (!daemon.is_running()) return daemon.exit_status();
   while (daemon.is_running()) loop.run(simulation.run_due());
   collector.drain();
-  tell(daemon.end());
+  report(daemon.end());
   return daemon.exit_status();
 }
 
@@ -83,14 +83,14 @@ int main(int argc, char **argv) {
       std::string fault;
       auto lines = read_script(options->script, &names, &fault);
       if (!lines) {
-        tell(fault);
+        report(fault);
         return kWrong;
       }
       script = std::move(*lines);
     }
     return run(*options, script, &names);
   } catch (const std::exception &error) {  // no memory
-    tell(error.what());
+    report(error.what());
     return kWrong;
   }
 }

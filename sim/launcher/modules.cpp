@@ -19,7 +19,7 @@ enum Setting : std::uint8_t { kPrint, kRecord, kEnable };
 }  // namespace
 
 Response Modules::control(const Message &message) {
-  if (message.request.code != kIoctlBase || message.argument.size() != kLogArgument) return refuse(EINVAL);
+  if (message.request.code != kSetLevel || message.argument.size() != kLogArgument) return refuse(EINVAL);
   std::uint16_t command = 0;
   memcpy(&command, message.argument.data() + kCommandAt, sizeof command);
   const auto byte = [&message](std::size_t at) { return static_cast<std::uint8_t>(message.argument[at]); };
@@ -31,8 +31,8 @@ Response Modules::control(const Message &message) {
   if (byte(kTypeAt) == kRecord) module.record = value;
   if (byte(kTypeAt) == kEnable) module.is_enabled = value != 0;
   constexpr const char *kSettings[] = {"print", "record", "enable"};
-  tell_more("module " + std::to_string(byte(kModuleAt)) + ": " + kSettings[byte(kTypeAt)] + ' ' +
-            std::to_string(value));
+  report_detail("module " + std::to_string(byte(kModuleAt)) + ": " + kSettings[byte(kTypeAt)] + ' ' +
+                std::to_string(value));
   return {.argument = message.argument};
 }
 

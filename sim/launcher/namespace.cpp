@@ -16,6 +16,7 @@
 #include <string>
 
 #include "descriptor.h"
+#include "sim/wire.h"
 
 namespace tarn_sim {
 
@@ -85,7 +86,7 @@ bool can_bind_low_port() {
   const Descriptor sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   sockaddr_in address = {};
   address.sin_family = AF_INET;
-  address.sin_port = htons(514);
+  address.sin_port = htons(kCollectorPort);
   return bind(sock.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0;
 }
 
@@ -94,7 +95,7 @@ bool enter() { return unshare_network() && bring_up_loopback() && make_every_add
 }  // namespace
 
 bool enter_own_network() {
-  // A child tries: half-way in there is no way back.
+  // A child tries first: from half-way in nothing leads back.
   const pid_t child = fork();
   if (child == 0) _exit(enter() ? 0 : 1);
   int status = 1;

@@ -25,7 +25,7 @@ the log device, the kernel's messages, the overlay file system and a log collect
       --collector=PORT  your own log collector on this UDP port of 127.0.0.1 stands for port 514
       --no-namespace    no network of the simulation's own for the collector
       --events=N        event types of the simulated driver, 20 unless given
-      --verbose         tell of everything that happens
+      --verbose         say everything that happens
 
   -h, --help            show this
       --version         show the version
@@ -40,7 +40,7 @@ Exit status: the daemon's own; 128 and the number when a signal ended it; 127 or
 2 for wrong use, or when the simulation cannot start.
 )";
 
-// Where the daemon's command line begins: behind "--".
+// Where the daemon's command line begins: after "--".
 int find_daemon(int argc, char **argv) {
   for (int i = 1; i < argc; i++) {
     if (strcmp(argv[i], "--") == 0) return i;
@@ -72,7 +72,7 @@ std::optional<Options> parse_options(int argc, char **argv, int *status) {
       options->daemon.assign(argv + end + 1, argv + argc);
       return options;
     }
-    tell("the daemon is missing: tarn-sim [OPTION]... -- DAEMON [ARG]...; see tarn-sim --help");
+    report("the daemon is missing: tarn-sim [OPTION]... -- DAEMON [ARG]...; see tarn-sim --help");
   } catch (const CLI::CallForHelp &) {
     (void)fputs(kHelp, stdout);
     *status = 0;
@@ -82,7 +82,7 @@ std::optional<Options> parse_options(int argc, char **argv, int *status) {
     *status = 0;
     return std::nullopt;
   } catch (const CLI::ParseError &error) {
-    tell(std::string(error.what()) + "; see tarn-sim --help");
+    report(std::string(error.what()) + "; see tarn-sim --help");
   }
   *status = kWrong;
   return std::nullopt;

@@ -13,7 +13,9 @@ namespace tarn_sim {
 namespace {
 
 static_assert(sizeof(mu_pal_hdr_t) == kPlatformHeader && offsetof(mu_pal_hdr_t, length) == kPlatformLengthAt);
-static_assert(MU_PAL_PAYLOAD_MAX == kPlatformPayload && MU_PAL_IOCTL_BASE == kIoctlBase);
+static_assert(MU_PAL_PAYLOAD_MAX == kPlatformPayload);
+static_assert((MU_PAL_IOCTL_BASE | MU_PAL_EVENT_CFG) == kConfigureEvents);
+static_assert((MU_PAL_IOCTL_BASE | MU_PAL_EVENT_DEST) == kSetDestination);
 
 Channel *g_channel;  // set before the registry starts
 bool g_has_settings;
@@ -27,16 +29,16 @@ int transmit(std::uint16_t device, std::uint32_t type, void *data, std::uint32_t
   std::string datagram(sizeof header, '\0');
   memcpy(datagram.data(), &header, sizeof header);
   datagram.append(static_cast<const char *>(data), length);
-  tell_more("event " + std::to_string(type) + ", device " + std::to_string(device) + ", " + std::to_string(length) +
-            " bytes");
+  report_detail("event " + std::to_string(type) + ", device " + std::to_string(device) + ", " + std::to_string(length) +
+                " bytes");
   g_channel->send(datagram);
   return 0;
 }
 
-void tell_suppressed(std::uint64_t type) { tell_more("event " + std::to_string(type) + ": suppression begins"); }
+void report_suppressed(std::uint64_t type) { report_detail("event " + std::to_string(type) + ": suppression begins"); }
 
 // On the timer thread, or for a set configuration.
-void tell_released(std::uint64_t type) { tell_more("event " + std::to_string(type) + ": released"); }
+void report_released(std::uint64_t type) { report_detail("event " + std::to_string(type) + ": released"); }
 
 // Whether the message's type may be used: the registry takes some types signed, and a negative one unchecked.
 bool is_sound(const mu_event_msg_t &message) {
@@ -52,7 +54,7 @@ Response configure(const mu_pal_hdr_t &header, const Message &request) {
   memcpy(&message, request.argument.data() + sizeof header, sizeof message);
   if (!is_sound(message)) return refuse(EINVAL);
   constexpr const char *kOperations[] = {"counter get", "counter clear", "counters clear", "set", "get", "dump"};
-  tell_more(std::string("events: ") + kOperations[message.op] + ", type " + std::to_string(message.type));
+  report_detail(std::string("events: ") + kOperations[message.op] + ", type " + std::to_string(message.type));
   (void)event_cfg_set(header.device_id, &message);  // -1 for a counter that was read from the table
   (void)fflush(stdout);                             // the dump
   g_has_settings = g_has_settings || message.op == MU_EVENT_OP_SET;
@@ -68,7 +70,7 @@ bool start_registry(std::uint32_t types, Channel *channel) {
   if (mu_event_init(static_cast<int>(types), transmit, nullptr) != 0) return false;
   for (std::uint32_t type = 0; type < types; type++) {
     mu_list_destory(glb_evt.events[type].cb_list);  // attaching would lose it; nobody subscribes here
-    (void)mu_event_suprs_attach(static_cast<int>(type), tell_released, tell_suppressed, type);  // in range
+    (void)mu_event_suprs_attach(static_cast<int>(type), report_released, report_suppressed, type);  // in range
   }
   return true;
 }
@@ -76,15 +78,15 @@ bool start_registry(std::uint32_t types, Channel *channel) {
 void send_event(std::uint32_t type, std::uint16_t device, std::string data) {
   const mu_status_t status =
       mu_event_send(device, static_cast<int>(type), data.data(), static_cast<std::uint32_t>(data.size()));
-  if (status != 0) tell_more("event " + std::to_string(type) + ": suppressed");
+  if (status != 0) report_detail("event " + std::to_string(type) + ": suppressed");
 }
 
 Response control_platform(const Message &message, Channel *channel) {
   mu_pal_hdr_t header;
   if (message.argument.size() < sizeof header) return refuse(EINVAL);
   memcpy(&header, message.argument.data(), sizeof header);
-  if (message.request.code == (kIoctlBase | MU_PAL_EVENT_CFG)) return configure(header, message);
-  if (message.request.code != (kIoctlBase | MU_PAL_EVENT_DEST)) return refuse(EINVAL);
+  if (message.request.code == kConfigureEvents) return configure(header, message);
+  if (message.request.code != kSetDestination) return refuse(EINVAL);
   channel->set_destination(header.destination);
   return {.argument = message.argument};
 }

@@ -25,7 +25,7 @@ Root::~Root() {
   if (!is_temporary_) return;
   std::error_code error;
   fs::remove_all(path_, error);
-  if (error) tell(path_ + ": " + error.message());
+  if (error) report(path_ + ": " + error.message());
 }
 
 bool Root::make(const std::string &path) {
@@ -33,7 +33,7 @@ bool Root::make(const std::string &path) {
   if (path.empty()) {
     std::string pattern = "/tmp/tarn-sim-XXXXXX";
     is_temporary_ = mkdtemp(pattern.data()) != nullptr;
-    if (!is_temporary_) tell(pattern + ": " + strerror(errno));
+    if (!is_temporary_) report(pattern + ": " + strerror(errno));
     path_ = pattern;
     if (!is_temporary_) return false;
   } else {
@@ -43,20 +43,20 @@ bool Root::make(const std::string &path) {
   for (const char *folder : {"/overlay", "/dev", "/proc"}) {
     if (!error) fs::create_directories(below(folder), error);
   }
-  if (error) tell((path_.empty() ? path : path_) + ": " + error.message());
+  if (error) report((path_.empty() ? path : path_) + ": " + error.message());
   return !error;
 }
 
 // The lock is on the folder itself and goes with the process.
 bool Root::take() {
   if (!fits_socket_address(below(kLogDevice))) {
-    tell(path_ + ": too long for the addresses of sockets below it: at most " +
-         std::to_string(107 - strlen(kLogDevice)) + " bytes");
+    report(path_ + ": too long for the addresses of sockets below it: at most " +
+           std::to_string(kLongestSocketPath - strlen(kLogDevice)) + " bytes");
     return false;
   }
   lock_ = Descriptor(open(path_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (flock(lock_.get(), LOCK_EX | LOCK_NB) == 0) return true;
-  tell(path_ + ": " + (errno == EWOULDBLOCK ? "another tarn-sim runs there" : strerror(errno)));
+  report(path_ + ": " + (errno == EWOULDBLOCK ? "another tarn-sim runs there" : strerror(errno)));
   return false;
 }
 

@@ -10,7 +10,7 @@ namespace tarn_sim {
 
 class Root {
  public:
-  // Takes the folder, which is made if it is not there, for this launcher alone; with an empty path a new one in /tmp,
+  // Takes the folder, which is made if it is not there, for this launcher only; with an empty path a new one in /tmp,
   // which is removed at the end. Says why when it cannot, and is_ready() is false.
   explicit Root(const std::string &path);
   ~Root();

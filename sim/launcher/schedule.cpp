@@ -28,8 +28,8 @@ void Schedule::place(Active active) {
   const auto is_later = [&active](const Active &other) {
     return std::pair(other.due, other.number) > std::pair(active.due, active.number);
   };
-  const auto behind = std::find_if(active_.begin(), active_.end(), is_later);
-  active_.insert(behind, std::move(active));
+  const auto next = std::find_if(active_.begin(), active_.end(), is_later);
+  active_.insert(next, std::move(active));
 }
 
 // An `await` has come when the line before it is due.

@@ -54,7 +54,7 @@ class Schedule {
   void end_await(std::uint64_t now, const Readiness &ready);
   Command take_first();
 
-  std::vector<Line> lines_;  // of the script; behind each `await` they begin when that is over
+  std::vector<Line> lines_;  // of the script; those after an `await` begin when it is over
   std::size_t next_line_ = 0;
   std::uint64_t await_from_ = 0;  // when the line before the `await` that is next is due
   std::list<Active> active_;      // by their times, then by their numbers

@@ -9,7 +9,7 @@ namespace tarn_sim {
 namespace {
 
 constexpr std::uint64_t kTickUs = kTickMs * 1000;
-constexpr std::size_t kMostDigits = 9;  // before the point; behind it, more could be no multiple of 10 ms
+constexpr std::size_t kMostDigits = 9;  // before the point; after it, more could not be a multiple of 10 ms
 
 struct Unit {
   const char *name;
@@ -30,7 +30,7 @@ std::uint64_t value_of(std::string_view digits) {
   return value;
 }
 
-// The "5" of "1.5s": half a second. Nothing when it is no whole number of us.
+// The "5" of "1.5s": half a second. Nothing when it is not a whole number of us.
 std::optional<std::uint64_t> fraction_us(std::string_view digits, std::uint64_t unit_us) {
   const std::size_t last = digits.find_last_not_of('0');
   digits = digits.substr(0, last == std::string_view::npos ? 0 : last + 1);
@@ -61,7 +61,7 @@ class LineParser {
     const auto rest = std::span<const Word>(words_).subspan(used_);
     auto counted = parse_command(rest, end_, names_, fault_);
     if (!counted) return std::nullopt;
-    if (counted->times == 0U) return refuse(rest[0].column, "0 times is never");
+    if (counted->times == 0U) return refuse(rest[0].column, "0 times means never: write 1 times or more");
     line.times = counted->times.value_or(repeats ? 0 : 1);
     line.command = std::move(counted->command);
     return line;
@@ -89,7 +89,7 @@ class LineParser {
     if (line.awaited == Awaited::kNothing) {
       return refuse(words_.size() > 1 ? words_[1].column : end_, "only 'channel' and 'settings' can be awaited");
     }
-    if (words_.size() > 2) return refuse(words_[2].column, "'" + words_[2].text + "' is too much here");
+    if (words_.size() > 2) return refuse(words_[2].column, "'" + words_[2].text + "' is one word too many");
     return line;
   }
 
@@ -126,11 +126,11 @@ std::optional<std::uint64_t> parse_time(const std::string &text, std::string *re
     rest.remove_prefix(1);
     fraction = take_digits(&rest);
   }
-  *reason = "'" + text + "' is no time: try 250ms, 1.5s or 2m";
+  *reason = "'" + text + "' is not a time: try 250ms, 1.5s or 2m";
   if (whole.empty() || whole.size() > kMostDigits || (has_point && fraction.empty())) return std::nullopt;
   for (const Unit &unit : kUnits) {
     if (rest != unit.name) continue;
-    *reason = "'" + text + "' is no multiple of 10 ms";
+    *reason = "'" + text + "' is not a multiple of 10 ms";
     const auto part = fraction_us(fraction, unit.us);
     if (!part) return std::nullopt;
     const std::uint64_t us = value_of(whole) * unit.us + *part;

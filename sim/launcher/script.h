@@ -2,7 +2,7 @@
 //
 // A line says when: `at TIME` from the start or from the last `await`; `after TIME` from when the line before
 // is due; without a word when the line before is. `every TIME` repeats: its first command is due when the line before
-// is, and the lines behind it count from there. All times are in ticks of 10 ms.
+// is, and the lines after it count from there. All times are in ticks of 10 ms.
 #ifndef TARN_SIM_LAUNCHER_SCRIPT_H
 #define TARN_SIM_LAUNCHER_SCRIPT_H
 

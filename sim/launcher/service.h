@@ -21,7 +21,7 @@ struct Message {
 struct Response {
   Reply reply = {0, 0};
   std::string argument = {};
-  std::function<void(Descriptor)> take = {};  // is given the connection, behind the reply
+  std::function<void(Descriptor)> take = {};  // is given the connection, after the reply
 };
 
 Response refuse(int error);

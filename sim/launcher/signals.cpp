@@ -48,11 +48,11 @@ void Signals::receive() {
 // A terminal's signal has reached the whole foreground group.
 void Signals::pass(int number, bool from_terminal) {
   if (was_asked_) {
-    tell("again: the daemon is killed");
+    report("again: the daemon is killed");
     return daemon_->signal(SIGKILL);
   }
   was_asked_ = true;
-  tell_more(std::string("the daemon gets ") + strsignal(number));
+  report_detail(std::string("the daemon gets ") + strsignal(number));
   if (!from_terminal || getpgid(daemon_->pid()) != getpgrp()) daemon_->signal(number);
 }
 

@@ -1,4 +1,4 @@
-// The signals that end a simulation, and the one that tells of the daemon's end.
+// The signals that end a simulation, and the one that comes when the daemon has ended.
 #ifndef TARN_SIM_LAUNCHER_SIGNALS_H
 #define TARN_SIM_LAUNCHER_SIGNALS_H
 

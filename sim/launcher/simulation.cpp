@@ -78,7 +78,7 @@ void Simulation::run(const Command &command) {
     case Kind::kDump:
       return dump_events();
     case Kind::kSay:
-      return tell(readable(command.text));
+      return report(readable(command.text));
     case Kind::kStop:
       return state_.daemon->signal(SIGTERM);
   }

@@ -41,7 +41,7 @@ class Simulation {
   // Times count from now.
   void start(Daemon *daemon, const std::vector<Line> &script);
 
-  // Does what is due, and tells for how long nothing is: ms, -1 without an end.
+  // Does what is due. Returns for how long nothing is: ms, -1 without an end.
   int run_due();
 
   // Does what a line says: at once a command that is to be done once and now, else when it is due.

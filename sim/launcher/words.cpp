@@ -50,7 +50,7 @@ class Splitter {
     }
     if (at_ == line_.size()) return fail(begin, "the string has no end");
     at_++;
-    return ends_here() || fail(at_, "no blank behind the string");
+    return ends_here() || fail(at_, "a blank is missing after the string");
   }
 
   bool take_escape(std::string *text) {

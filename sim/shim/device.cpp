@@ -29,7 +29,7 @@ bool is_connected_to(const sockaddr_un &peer, const char *device) {
 // The device that the descriptor stands for; null for any other.
 const char *device_of(int file) {
   sockaddr_un peer = {};
-  socklen_t size = sizeof peer - 1;  // a NUL stays behind it
+  socklen_t size = sizeof peer - 1;  // a NUL stays after it
   if (getpeername(file, reinterpret_cast<sockaddr *>(&peer), &size) != 0 || peer.sun_family != AF_UNIX) return nullptr;
   for (const char *device : {kPlatformDevice, kLogDevice}) {
     if (is_connected_to(peer, device)) return device;
@@ -37,7 +37,7 @@ const char *device_of(int file) {
   return nullptr;
 }
 
-// A header that tells of more than the device takes is sent without it, to be refused.
+// A header that states more than the device takes is sent without an argument, to be refused.
 size_t platform_argument_size(const void *argument) {
   uint16_t length = 0;
   memcpy(&length, static_cast<const char *>(argument) + kPlatformLengthAt, sizeof length);
@@ -46,8 +46,8 @@ size_t platform_argument_size(const void *argument) {
 
 // How much of the caller's memory belongs to the request; nothing for one that the device does not know.
 size_t argument_size(const char *device, unsigned long request, const void *argument) {
-  if (device == kLogDevice) return request == kIoctlBase ? kLogArgument : 0;
-  return request == (kIoctlBase | 1) || request == (kIoctlBase | 2) ? platform_argument_size(argument) : 0;
+  if (device == kLogDevice) return request == kSetLevel ? kLogArgument : 0;
+  return request == kConfigureEvents || request == kSetDestination ? platform_argument_size(argument) : 0;
 }
 
 int exchange(const char *device, unsigned long request, void *argument) {

@@ -110,7 +110,7 @@ int fail_without_kernel(int error) {
 void say_once(std::atomic<bool> *said, const char *line) {
   if (said->exchange(true, std::memory_order_relaxed)) return;
   const int before = errno;
-  (void)!write(STDERR_FILENO, line, strlen(line));  // nobody else could be told
+  (void)!write(STDERR_FILENO, line, strlen(line));  // there is no other way to report it
   errno = before;
 }
 

@@ -41,7 +41,7 @@ int result_of(const Reply &reply);
 // Says once that the launcher is gone, and sets errno. Returns -1.
 int fail_without_kernel(int error);
 
-// Says a line on standard error, unless `said` tells that it was said. errno stays.
+// Says a line on standard error, unless `said` is set, and sets it. errno stays.
 void say_once(std::atomic<bool> *said, const char *line);
 
 }  // namespace tarn_sim

@@ -1,4 +1,4 @@
-// The definition of a function behind the shim's own: libc's, or a sanitizer's.
+// The definition of a function that comes after the shim's own: libc's, or a sanitizer's.
 #ifndef TARN_SIM_NEXT_H
 #define TARN_SIM_NEXT_H
 

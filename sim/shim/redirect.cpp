@@ -17,7 +17,6 @@ constexpr const char *kTree = "/overlay";
 constexpr const char *kDevices[] = {kKernelMessages, kLogDevice, kPlatformDevice};
 // Does not exist, and nobody can make it.
 constexpr const char *kNoRoot = "/proc/self/TARN_SIM_ROOT-is-not-set";
-constexpr in_port_t kCollectorPort = 514;
 
 bool is_in_tree(const char *path) {
   const size_t tree_length = strlen(kTree);

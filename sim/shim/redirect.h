@@ -22,13 +22,13 @@ class RedirectedPath {
   char below_root_[PATH_MAX];
 };
 
-// Whether `address` is port 514 of an IPv4 address.
+// Whether `address` is the collector's port of an IPv4 address.
 bool is_collector(const sockaddr *address, socklen_t size);
 
-// Whether port 514 of every address is the collector's own, and is left as it is.
+// Whether that port of every address leads to the collector, and is left as it is.
 bool collector_is_there();
 
-// The port that stands for 514, or 0 when none is set.
+// The port that takes its place, or 0 when none is set.
 in_port_t collector_port();
 
 // Port `port` of the loopback interface.

@@ -12,7 +12,8 @@
 //
 // Both names are environment variables, read at each call. Without TARN_SIM_ROOT the paths do not exist; without
 // TARN_SIM_COLLECTOR_PORT the datagrams are swallowed: the machine's own files and port are never touched. With the
-// value "as-it-is" for the port datagrams are left alone, for a network namespace whose port 514 is the collector's.
+// value "as-it-is" for the port datagrams are left as they are, for a network namespace whose port 514 is the
+// collector's.
 //
 // Where a launcher plays the kernel (tarn-sim), and has put its sockets below TARN_SIM_ROOT:
 //

@@ -15,10 +15,10 @@ class Lines(SimTest):
 
   def test_are_answered_each(self):
     sim, _, control = self.play()
-    for line, answer in (('# comment', 'ok'), ('', 'ok'), ('   ', 'ok'), ('foo', "error: column 1: 'foo' is no command"),
-                         ('at 5ms dump', "error: column 4: '5ms' is no multiple of 10 ms"),
+    for line, answer in (('# comment', 'ok'), ('', 'ok'), ('   ', 'ok'), ('foo', "error: column 1: 'foo' is not a command"),
+                         ('at 5ms dump', "error: column 4: '5ms' is not a multiple of 10 ms"),
                          ('await channel', 'error: column 1: only a script can await'),
-                         ('status now', "error: column 1: 'status' is no command"), ('say hello', 'ok')):
+                         ('status now', "error: column 1: 'status' is not a command"), ('say hello', 'ok')):
       self.assertEqual(control.ask(line), [answer])
     sim.until_said('tarn-sim: hello\n')
 
@@ -39,7 +39,7 @@ class Lines(SimTest):
     self.assertEqual(control.answer(), ['ok'])
     control.sock.sendall(b'name 9 nine\nevent nine\nbogus\nevent 3\nsta')
     self.assertEqual([control.answer()[0] for _ in range(4)],
-                     ['ok', 'ok', "error: column 1: 'bogus' is no command", 'ok'])
+                     ['ok', 'ok', "error: column 1: 'bogus' is not a command", 'ok'])
     control.sock.sendall(b'tus\n')
     self.assertEqual(json.loads(control.answer()[0])['events'][9]['name'], 'nine')
     self.assertEqual([daemon.receive(sock) for _ in range(3)], [datagram(1), datagram(9), datagram(3)])
@@ -49,7 +49,7 @@ class Lines(SimTest):
     control.sock.sendall(b'name 5 five\nfoo')
     control.sock.shutdown(socket.SHUT_WR)
     self.assertEqual(control.answer(), ['ok'])
-    self.assertEqual(control.answer(), ["error: column 1: 'foo' is no command"])
+    self.assertEqual(control.answer(), ["error: column 1: 'foo' is not a command"])
     self.assertEqual(control.lines.read(), b'')
 
   def test_have_at_most_65536_bytes(self):

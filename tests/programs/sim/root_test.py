@@ -72,7 +72,7 @@ class Root(SimTest):
         path = self.below_root(place)
         os.makedirs(os.path.dirname(path))
         self.write(path, 'precious')
-        self.assert_refused('^tarn-sim: %s: is in the way: it is no socket\n' % re.escape(path), '--no-namespace',
+        self.assert_refused('^tarn-sim: %s: is in the way: it is not a socket\n' % re.escape(path), '--no-namespace',
                             '--root', self.root, '--', 'true')
         self.assertEqual(self.read(path), 'precious')
         shutil.rmtree(self.root)

@@ -77,7 +77,7 @@ TEST(ScriptWords, RefuseWhatIsNoString) {
       {R"(say "a)", 5, "the string has no end"},
       {R"(say ")", 5, "the string has no end"},
       {R"(say "a\")", 5, "the string has no end"},
-      {R"(say "a"b)", 8, "no blank behind the string"},
+      {R"(say "a"b)", 8, "a blank is missing after the string"},
       {R"(say a"b")", 6, "a quote within a word"},
       {R"(say "\t")", 6, R"(an unknown escape: there are \" \\ \n \xNN)"},
       {R"(say "\x4")", 6, R"(an unknown escape: there are \" \\ \n \xNN)"},
@@ -119,14 +119,14 @@ TEST(ScriptTimes, RefuseWhatIsNoTimeOrNoMultiple) {
     SCOPED_TRACE(text);
     std::string reason;
     EXPECT_FALSE(parse_time(text, &reason));
-    EXPECT_EQ(reason, "'" + std::string(text) + "' is no time: try 250ms, 1.5s or 2m");
+    EXPECT_EQ(reason, "'" + std::string(text) + "' is not a time: try 250ms, 1.5s or 2m");
   }
   for (const char *text :
        {"1ms", "15ms", "1.005s", "0.001s", "10.5ms", "1.0000000001s", "0.3333m", "1.23456789012s", "0.000166666666m"}) {
     SCOPED_TRACE(text);
     std::string reason;
     EXPECT_FALSE(parse_time(text, &reason));
-    EXPECT_EQ(reason, "'" + std::string(text) + "' is no multiple of 10 ms");
+    EXPECT_EQ(reason, "'" + std::string(text) + "' is not a multiple of 10 ms");
   }
 }
 
@@ -258,64 +258,64 @@ TEST(ScriptLines, AreRefusedWithTheColumnAndTheReason) {
   const std::string kLongName(33, 'n');
   const std::string long_name_line = "name 7 " + kLongName;
   const std::string long_name_reason =
-      "'" + kLongName + "' is no name: a letter, then letters, digits, '-', '_', 32 at most";
+      "'" + kLongName + "' is not a name: a letter, then letters, digits, '-', '_', 32 at most";
   const FaultyLine kRows[] = {
       {"at", 3, "a time is missing"},
       {"at 1s", 6, "a command is missing"},
-      {"at 1x dump", 4, "'1x' is no time: try 250ms, 1.5s or 2m"},
-      {"at 15ms dump", 4, "'15ms' is no multiple of 10 ms"},
+      {"at 1x dump", 4, "'1x' is not a time: try 250ms, 1.5s or 2m"},
+      {"at 15ms dump", 4, "'15ms' is not a multiple of 10 ms"},
       {"after", 6, "a time is missing"},
       {"every", 6, "a time is missing"},
       {"every 0ms dump", 7, "a period is at least 10ms"},
       {"every 1s", 9, "a command is missing"},
-      {"at 1s every 1s dump", 7, "'every' is no command"},
+      {"at 1s every 1s dump", 7, "'every' is not a command"},
       {"await", 6, "only 'channel' and 'settings' can be awaited"},
       {"await ready", 7, "only 'channel' and 'settings' can be awaited"},
-      {"await channel now", 15, "'now' is too much here"},
-      {"at 1s await channel", 7, "'await' is no command"},
-      {"status", 1, "'status' is no command"},
-      {"\"dump\"", 1, "'dump' is no command"},
-      {"at 10ms foo", 9, "'foo' is no command"},
-      {"dump 0 times", 1, "0 times is never"},
-      {"dump x times", 6, "'x' is no number of times from 0 to 1000000000"},
-      {"dump 1000000001 times", 6, "'1000000001' is no number of times from 0 to 1000000000"},
-      {"dump -1 times", 6, "'-1' is no number of times from 0 to 1000000000"},
+      {"await channel now", 15, "'now' is one word too many"},
+      {"at 1s await channel", 7, "'await' is not a command"},
+      {"status", 1, "'status' is not a command"},
+      {"\"dump\"", 1, "'dump' is not a command"},
+      {"at 10ms foo", 9, "'foo' is not a command"},
+      {"dump 0 times", 1, "0 times means never: write 1 times or more"},
+      {"dump x times", 6, "'x' is not a number of times from 0 to 1000000000"},
+      {"dump 1000000001 times", 6, "'1000000001' is not a number of times from 0 to 1000000000"},
+      {"dump -1 times", 6, "'-1' is not a number of times from 0 to 1000000000"},
       {"3 times", 1, "a command is missing"},
-      {"dump it", 6, "'it' is too much here"},
-      {"stop 1", 6, "'1' is too much here"},
+      {"dump it", 6, "'it' is one word too many"},
+      {"stop 1", 6, "'1' is one word too many"},
       {"event", 6, "an event type is missing"},
-      {"event 20", 7, "'20' is no event type from 0 to 19"},
-      {"event -1", 7, "'-1' is no event type from 0 to 19"},
-      {"event 0x1", 7, "'0x1' is no event type from 0 to 19"},
+      {"event 20", 7, "'20' is not an event type from 0 to 19"},
+      {"event -1", 7, "'-1' is not an event type from 0 to 19"},
+      {"event 0x1", 7, "'0x1' is not an event type from 0 to 19"},
       {"event door", 7, "no event type is called 'door'"},
-      {"event 1 device", 15, "device is missing"},
-      {"event 1 device 65536", 16, "'65536' is no device from 0 to 65535"},
-      {"event 1 device 1 port 2", 18, "'port' is too much here"},
+      {"event 1 device", 15, "a device is missing"},
+      {"event 1 device 65536", 16, "'65536' is not a device from 0 to 65535"},
+      {"event 1 device 1 port 2", 18, "'port' is one word too many"},
       {"event 1 data", 13, "bytes in hexadecimal are missing"},
-      {"event 1 data 1", 14, "'1' is no bytes in hexadecimal"},
-      {"event 1 data 01 0g", 17, "'0g' is no bytes in hexadecimal"},
+      {"event 1 data 1", 14, "'1' is not hexadecimal, two digits a byte"},
+      {"event 1 data 01 0g", 17, "'0g' is not hexadecimal, two digits a byte"},
       {"event 1 text", 13, "a text is missing"},
-      {"event 1 text a b", 16, "'b' is too much here"},
-      {"name", 5, "event type is missing"},
+      {"event 1 text a b", 16, "'b' is one word too many"},
+      {"name", 5, "an event type is missing"},
       {"name 7", 7, "a name is missing"},
-      {"name 20 x", 6, "'20' is no event type from 0 to 19"},
-      {"name 7 7up", 8, "'7up' is no name: a letter, then letters, digits, '-', '_', 32 at most"},
-      {"name 7 \"\"", 8, "'' is no name: a letter, then letters, digits, '-', '_', 32 at most"},
+      {"name 20 x", 6, "'20' is not an event type from 0 to 19"},
+      {"name 7 7up", 8, "'7up' is not a name: a letter, then letters, digits, '-', '_', 32 at most"},
+      {"name 7 \"\"", 8, "'' is not a name: a letter, then letters, digits, '-', '_', 32 at most"},
       {long_name_line.c_str(), 8, long_name_reason.c_str()},
       {"name 7 storm", 1, "another event type has the name 'storm'"},
       {"kmsg", 5, "a text is missing"},
       {"kmsg 5 6", 9, "a text is missing"},
-      {"kmsg 100 6 x", 6, "'100' is no module from 0 to 99"},
-      {"kmsg 5 9 x", 8, "'9' is no level from 0 to 8"},
-      {"kmsg 5 6 x y", 12, "'y' is too much here"},
+      {"kmsg 100 6 x", 6, "'100' is not a module from 0 to 99"},
+      {"kmsg 5 9 x", 8, "'9' is not a level from 0 to 8"},
+      {"kmsg 5 6 x y", 12, "'y' is one word too many"},
       {"raw-kmsg", 9, "a text is missing"},
       {"raw-datagram", 13, "bytes in hexadecimal are missing"},
-      {"raw-datagram xyz", 14, "'xyz' is no bytes in hexadecimal"},
+      {"raw-datagram xyz", 14, "'xyz' is not hexadecimal, two digits a byte"},
       {"fail", 5, "ioctl, open, bind or socket is missing"},
       {"fail 2 times", 6, "ioctl, open, bind or socket is missing"},
-      {"fail read 2 times", 6, "'read' is none of ioctl, open, bind, socket"},
+      {"fail read 2 times", 6, "'read' is not one of ioctl, open, bind, socket"},
       {"say", 4, "a text is missing"},
-      {"say a b", 7, "'b' is too much here"},
+      {"say a b", 7, "'b' is one word too many"},
   };
   for (const FaultyLine &row : kRows) {
     SCOPED_TRACE(row.text);
@@ -353,7 +353,7 @@ TEST(ScriptFiles, TellFileLineAndColumn) {
 
   std::ofstream(path) << "dump\n\n  at 1s foo\ndump\n";
   EXPECT_FALSE(read_script(path, &names, &fault));
-  EXPECT_EQ(fault, path + ":3:9: 'foo' is no command");
+  EXPECT_EQ(fault, path + ":3:9: 'foo' is not a command");
 
   std::ofstream(path) << "";
   EXPECT_TRUE(read_script(path, &names, &fault)->empty());

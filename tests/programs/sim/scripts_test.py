@@ -153,8 +153,8 @@ class Faults(SimTest):
         self.assertFalse(os.path.exists(started))
 
   def test_have_a_reason(self):
-    for line, reason in (('at 1s foo', "'foo' is no command"), ('at 15ms dump', "'15ms' is no multiple of 10 ms"),
-                         ('say "x', 'the string has no end'), ('event 20', "'20' is no event type from 0 to 19")):
+    for line, reason in (('at 1s foo', "'foo' is not a command"), ('at 15ms dump', "'15ms' is not a multiple of 10 ms"),
+                         ('say "x', 'the string has no end'), ('event 20', "'20' is not an event type from 0 to 19")):
       path = self.write('bad.sim', line)
       self.assert_refused(': %s\n$' % re.escape(reason), '--script', path, '--', 'true')
 
