@@ -12,14 +12,19 @@ namespace {
 
 constexpr std::size_t kLongestMessage = sizeof(Request) + kPlatformArgument;
 
+// Every descriptor that came is this process's now, also those that are not wanted: the first one, and the others closed.
 Descriptor passed_in(msghdr *message) {
+  Descriptor first;
   for (cmsghdr *control = CMSG_FIRSTHDR(message); control != nullptr; control = CMSG_NXTHDR(message, control)) {
     if (control->cmsg_level != SOL_SOCKET || control->cmsg_type != SCM_RIGHTS) continue;
-    int number = -1;
-    memcpy(&number, CMSG_DATA(control), sizeof number);
-    return Descriptor(number);
+    for (std::size_t at = 0; CMSG_LEN(at + sizeof(int)) <= control->cmsg_len; at += sizeof(int)) {
+      int number = -1;
+      memcpy(&number, CMSG_DATA(control) + at, sizeof number);
+      Descriptor passed(number);
+      if (!first.is_open()) first = std::move(passed);
+    }
   }
-  return Descriptor();
+  return first;
 }
 
 }  // namespace
@@ -37,8 +42,9 @@ std::optional<Message> receive(const Descriptor &connection, bool *is_over) {
   header.msg_controllen = sizeof room;
   const ssize_t size = recvmsg(connection.get(), &header, MSG_DONTWAIT | MSG_CMSG_CLOEXEC);
   *is_over = size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR);
-  if (size < static_cast<ssize_t>(sizeof(Request))) return std::nullopt;
+  if (size < 0) return std::nullopt;
   Message message = {{}, {}, passed_in(&header)};
+  if (size < static_cast<ssize_t>(sizeof(Request))) return std::nullopt;
   memcpy(&message.request, bytes, sizeof message.request);
   message.argument.assign(bytes + sizeof(Request), static_cast<std::size_t>(size) - sizeof(Request));
   return message;

@@ -29,6 +29,31 @@ class Hostile(SimTest):
     self.assertEqual(daemon.receive(sock), datagram(1))
     self.assertEqual(control.status()['channel']['destination'], daemon.call('getppid'))
 
+  def test_descriptors_that_come_with_junk_are_closed(self):
+    sim, daemon, control = self.play()
+    sock = daemon.channel()
+
+    def open_descriptors():
+      control.status()  # what came before it has been looked at
+      return len(os.listdir('/proc/%d/fd' % sim.process.pid))
+
+    # The connection stays open, so that the end of it closes nothing.
+    for device in ('dev/mu_pal_ioctl', 'dev/mulog-ioctl-dev', 'dev/netlink-19'):
+      with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as other:
+        other.connect(self.below_root(device))
+        other.send(b'\xff' * 8)  # refused, and answered
+        other.recv(8)
+        before = open_descriptors()
+        for size in (1, 4, 7, 8):
+          for count in (1, 2):  # two are more than any message takes
+            with self.subTest(device=device, size=size, count=count):
+              socket.send_fds(other, [b'\xff' * size], [0] * count)
+              if size == 8:
+                other.recv(8)
+              sim.until(lambda wanted=before: open_descriptors() == wanted, 'the end of the descriptor')
+    control.do('event 1')
+    self.assertEqual(daemon.receive(sock), datagram(1))
+
   def test_more_clients_than_descriptors(self):
     sim, daemon, control = self.play(preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (40, 40)))
     clients = [socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) for _ in range(100)]
