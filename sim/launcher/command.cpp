@@ -19,6 +19,19 @@ std::string not_a(const char *what, const std::string &text, std::uint32_t most)
   return "'" + text + "' is not " + with_article(what) + " from 0 to " + std::to_string(most);
 }
 
+std::string too_many(const Word &word) {
+  const std::string reason = "'" + word.text + "' is one word too many";
+  if (word.is_quoted || !parse_number(word.text, kMostTimes)) return reason;
+  return reason + ": a number of times is written '" + word.text + " times'";
+}
+
+std::string no_command(const Word &verb) {
+  const auto is = [&verb](const char *text) { return !verb.is_quoted && verb.text == text; };
+  if (is("every")) return "'every' only begins a line: give the time to the line before it, as in 'at 1s say now'";
+  if (is("at") || is("after") || is("await")) return "'" + verb.text + "' only begins a line";
+  return "'" + verb.text + "' is not a command";
+}
+
 class Parser {
  public:
   Parser(std::span<const Word> words, std::size_t end, Names *names, Fault *fault)
@@ -31,12 +44,12 @@ class Parser {
     const Word *verb = take("a command");
     if (verb == nullptr || !run_verb(*verb, &counted)) return std::nullopt;
     if (!words_.empty()) {
-      (void)fail(words_[0].column, "'" + words_[0].text + "' is one word too many");
+      (void)fail(words_[0].column, too_many(words_[0]));
       return std::nullopt;
     }
     // Last: a faulty line changes nothing.
     if (command.kind == Command::Kind::kName && !names_->set(command.type, command.text)) {
-      (void)fail(verb->column, "another event type has the name '" + command.text + "'");
+      (void)fail(name_column_, "another event type has the name '" + command.text + "'");
       return std::nullopt;
     }
     return counted;
@@ -128,7 +141,7 @@ class Parser {
     if (is("fail", Kind::kFail)) return run_fail(counted);
     if (is("say", Kind::kSay)) return take_text(&command->text);
     if (is("dump", Kind::kDump) || is("stop", Kind::kStop)) return true;
-    return fail(verb.column, "'" + verb.text + "' is not a command");
+    return fail(verb.column, no_command(verb));
   }
 
   // event TYPE [device N | port N] [data HEX... | text STRING]
@@ -161,6 +174,7 @@ class Parser {
                   "'" + name->text + "' is not a name: a letter, then letters, digits, '-', '_', 32 at most");
     }
     command->text = name->text;
+    name_column_ = name->column;
     return true;
   }
 
@@ -198,6 +212,7 @@ class Parser {
   std::size_t end_;
   Names *names_;
   Fault *fault_;
+  std::size_t name_column_ = 0;  // of a `name`
 };
 
 }  // namespace

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <exception>
 #include <filesystem>
+#include <new>
 
 #include "console.h"
 #include "control_socket.h"
@@ -69,28 +70,30 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   return daemon.exit_status();
 }
 
+int run_script(const Options &options) {
+  set_verbose(options.verbose);
+  Names names(options.events);
+  std::vector<std::string> faults;
+  std::vector<Line> script;
+  if (!options.script.empty()) script = read_script(options.script, &names, &faults);
+  for (const std::string &fault : faults) report(fault);
+  return faults.empty() ? run(options, script, &names) : kWrong;
+}
+
 }  // namespace
 
+// Whatever the launcher, or a library of its, throws is reported here; the daemon has been killed by then.
 int main(int argc, char **argv) {
   try {
     int status = 0;
     const auto options = parse_options(argc, argv, &status);
-    if (!options) return status;
-    set_verbose(options->verbose);
-    Names names(options->events);
-    std::vector<Line> script;
-    if (!options->script.empty()) {
-      std::string fault;
-      auto lines = read_script(options->script, &names, &fault);
-      if (!lines) {
-        report(fault);
-        return kWrong;
-      }
-      script = std::move(*lines);
-    }
-    return run(*options, script, &names);
-  } catch (const std::exception &error) {  // no memory
+    return options ? run_script(*options) : status;
+  } catch (const std::bad_alloc &) {
+    report("not enough memory");
+  } catch (const std::exception &error) {
     report(error.what());
-    return kWrong;
+  } catch (...) {
+    report("an exception of an unknown kind");
   }
+  return kWrong;
 }

@@ -4,6 +4,7 @@
 #include <cstring>
 
 #include "console.h"
+#include "tarn/log.h"
 
 namespace tarn_sim {
 
@@ -24,12 +25,13 @@ Response Modules::control(const Message &message) {
   memcpy(&command, message.argument.data() + kCommandAt, sizeof command);
   const auto byte = [&message](std::size_t at) { return static_cast<std::uint8_t>(message.argument[at]); };
   if (command != kSetModule || byte(kTypeAt) > kEnable) return refuse(EINVAL);
-  Module &module = modules_[byte(kModuleAt)];
   const std::uint8_t value = byte(kValueAt);
+  if (byte(kTypeAt) != kEnable && value > MUP_LOG_DEBUG) return refuse(EINVAL);
+  Module &module = modules_[byte(kModuleAt)];
   module.was_set = true;
   if (byte(kTypeAt) == kPrint) module.print = value;
   if (byte(kTypeAt) == kRecord) module.record = value;
-  if (byte(kTypeAt) == kEnable) module.is_enabled = value != 0;
+  if (byte(kTypeAt) == kEnable) module.is_enabled = value == 1;
   constexpr const char *kSettings[] = {"print", "record", "enable"};
   report_detail("module " + std::to_string(byte(kModuleAt)) + ": " + kSettings[byte(kTypeAt)] + ' ' +
                 std::to_string(value));

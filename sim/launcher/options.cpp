@@ -1,6 +1,7 @@
 #include "options.h"
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cstdio>
 #include <cstring>
 
@@ -58,28 +59,44 @@ void add_options(CLI::App *app, Options *options) {
   app->add_flag("--verbose", options->verbose);
 }
 
+// The exit status: a file on a full disk takes nothing.
+int print(const std::string &text) {
+  errno = 0;
+  if (fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0) return 0;
+  report(std::string("standard output: ") + strerror(errno));
+  return kWrong;
+}
+
+// What is wrong with a word that belongs to no option.
+std::string wrong_word(const std::string &word, bool has_daemon) {
+  if (word.starts_with('-')) return word + ": there is no such option";
+  const std::string place = "'" + word + "' belongs to no option";
+  return has_daemon ? place : place + ": a daemon stands after --, as in tarn-sim -- " + word;
+}
+
 }  // namespace
 
 std::optional<Options> parse_options(int argc, char **argv, int *status) {
   CLI::App app("", "tarn-sim");
+  app.allow_extras();
   app.set_version_flag("--version", "tarn-sim " TARN_SIM_VERSION);
   std::optional<Options> options(std::in_place);
   add_options(&app, &*options);
   const int end = find_daemon(argc, argv);
   try {
     app.parse(end, argv);
-    if (end + 1 < argc) {
+    const std::vector<std::string> extra = app.remaining();
+    if (extra.empty() && end + 1 < argc) {
       options->daemon.assign(argv + end + 1, argv + argc);
       return options;
     }
-    report("the daemon is missing: tarn-sim [OPTION]... -- DAEMON [ARG]...; see tarn-sim --help");
+    const std::string missing = "the daemon is missing: tarn-sim [OPTION]... -- DAEMON [ARG]...";
+    report((extra.empty() ? missing : wrong_word(extra[0], end < argc)) + "; see tarn-sim --help");
   } catch (const CLI::CallForHelp &) {
-    (void)fputs(kHelp, stdout);
-    *status = 0;
+    *status = print(kHelp);
     return std::nullopt;
   } catch (const CLI::CallForVersion &version) {
-    (void)fprintf(stdout, "%s\n", version.what());
-    *status = 0;
+    *status = print(std::string(version.what()) + '\n');
     return std::nullopt;
   } catch (const CLI::ParseError &error) {
     report(std::string(error.what()) + "; see tarn-sim --help");

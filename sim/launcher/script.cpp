@@ -147,7 +147,7 @@ std::optional<Line> parse_line(std::string_view text, Names *names, bool *is_bla
   return LineParser(std::move(*words), text.size() + 1, names, fault).run();
 }
 
-std::optional<std::vector<Line>> read_script(const std::string &path, Names *names, std::string *fault) {
+std::vector<Line> read_script(const std::string &path, Names *names, std::vector<std::string> *faults) {
   std::ifstream file(path);
   std::vector<Line> lines;
   std::string text;
@@ -159,15 +159,12 @@ std::optional<std::vector<Line>> read_script(const std::string &path, Names *nam
     auto line = parse_line(text, names, &is_blank, &found);
     if (is_blank) continue;
     if (!line) {
-      *fault = path + ':' + std::to_string(number) + ':' + std::to_string(found.column) + ": " + found.reason;
-      return std::nullopt;
+      faults->push_back(path + ':' + std::to_string(number) + ':' + std::to_string(found.column) + ": " + found.reason);
+      continue;
     }
     lines.push_back(std::move(*line));
   }
-  if (!file.eof()) {  // a folder, or a file that is not there
-    *fault = path + ": " + strerror(errno);
-    return std::nullopt;
-  }
+  if (!file.eof()) faults->push_back(path + ": " + strerror(errno));  // a folder, or a file that is not there
   return lines;
 }
 

@@ -41,8 +41,9 @@ std::optional<Line> parse_line(std::string_view text, Names *names, bool *is_bla
 // Reads a time such as "250ms", "1.5s" or "2m", in ticks. The reason when it is none, or no multiple of 10 ms.
 std::optional<std::uint64_t> parse_time(const std::string &text, std::string *reason);
 
-// A fault of a file: "FILE:LINE:COLUMN: REASON", without line and column when it cannot be read.
-std::optional<std::vector<Line>> read_script(const std::string &path, Names *names, std::string *fault);
+// The lines of a file. Every fault is added to `faults`: "FILE:LINE:COLUMN: REASON", without line and column when the
+// file cannot be read.
+std::vector<Line> read_script(const std::string &path, Names *names, std::vector<std::string> *faults);
 
 }  // namespace tarn_sim
 

@@ -12,7 +12,8 @@ namespace {
 
 constexpr std::size_t kLongestMessage = sizeof(Request) + kPlatformArgument;
 
-// Every descriptor that came is this process's now, also those that are not wanted: the first one, and the others closed.
+// Every descriptor that came is this process's now, also those that are not wanted: the first one, and the others
+// closed.
 Descriptor passed_in(msghdr *message) {
   Descriptor first;
   for (cmsghdr *control = CMSG_FIRSTHDR(message); control != nullptr; control = CMSG_NXTHDR(message, control)) {

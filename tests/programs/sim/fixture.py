@@ -322,7 +322,8 @@ class SimTest(unittest.TestCase):
     got, output, errors = self.run_to_end(*args, **run)
     self.assertEqual((got, output), (status, ''), errors)
     self.assertRegex(errors, '^tarn-sim: .')
-    self.assertRegex(errors, reason)
+    if reason:
+      self.assertRegex(errors, reason)
     return errors
 
   def path(self, name):

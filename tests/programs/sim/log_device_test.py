@@ -44,6 +44,25 @@ class LogDevice(SimTest):
     self.assertEqual(control.status()['modules'], [])
 
 
+class LogDeviceValues(SimTest):
+  """As the reference driver takes them."""
+
+  def test_of_levels_are_at_most_8(self):
+    _, daemon, control = self.play()
+    for setting in (PRINT, RECORD):
+      self.assertEqual(daemon.set_level(5, setting, 8), 0)
+      for value in (9, 255):
+        block = level_message(5, setting, value)
+        self.assertEqual(daemon.once(LOG_DEVICE, SET_LEVEL, block), (-errno.EINVAL, block))
+    self.assertEqual(control.status()['modules'], [{'id': 5, 'enabled': True, 'print': 8, 'record': 8}])
+
+  def test_that_enable_are_only_1(self):
+    _, daemon, control = self.play()
+    for value, enabled in ((0, False), (1, True), (2, False), (255, False)):
+      self.assertEqual(daemon.set_level(5, ENABLE, value), 0)
+      self.assertEqual(control.status()['modules'][0]['enabled'], enabled, value)
+
+
 class Levels(SimTest):
 
   def test_of_recording_decide_and_those_of_printing_do_not(self):

@@ -15,8 +15,8 @@ class Options(SimTest):
     for args, reason in (
         ((), 'the daemon is missing'),
         (('--',), 'the daemon is missing'),
-        (('true',), 'true'),
-        (('--nonsense', '--', 'true'), '--nonsense'),
+        (('--nonsense', '--', 'true'), '--nonsense: there is no such option'),
+        (('nonsense', '--', 'true'), "'nonsense' belongs to no option; see"),
         (('--root', '--', 'true'), '--root'),
         (('--collector', '0', '--', 'true'), '--collector'),
         (('--collector', '65536', '--', 'true'), '--collector'),
@@ -28,6 +28,10 @@ class Options(SimTest):
     ):
       with self.subTest(args=args):
         self.assert_refused(reason, *args)
+
+  def test_a_daemon_without_the_two_dashes_is_refused_with_them(self):
+    for args in (('true',), ('--verbose', 'true'), ('true', '--help-me')):
+      self.assert_refused("'true' belongs to no option: a daemon stands after --, as in tarn-sim -- true; see", *args)
 
   def test_what_follows_the_two_dashes_is_the_daemons_own(self):
     status, output, _ = self.run_to_end('--no-namespace', '--', 'printf', '%s,', '--root', '--', '-h', '', 'a b')
@@ -43,6 +47,12 @@ class Options(SimTest):
     status, output, errors = self.run_to_end('--version')
     self.assertEqual((status, errors), (0, ''))
     self.assertRegex(output, r'^tarn-sim \d+\.\d+\.\d+\n$')
+
+  def test_help_and_version_that_cannot_be_written_are_failures(self):
+    for option in ('--help', '--version'):
+      with open('/dev/full', 'wb') as full:
+        status, _, errors = self.run_to_end(option, stdout=full)
+      self.assertEqual((status, errors), (2, 'tarn-sim: standard output: No space left on device\n'))
 
   def test_help_manual_and_completion_have_the_same_options(self):
     option = r'--[a-z]+(?:-[a-z]+)*'

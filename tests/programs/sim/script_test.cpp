@@ -268,11 +268,14 @@ TEST(ScriptLines, AreRefusedWithTheColumnAndTheReason) {
       {"every", 6, "a time is missing"},
       {"every 0ms dump", 7, "a period is at least 10ms"},
       {"every 1s", 9, "a command is missing"},
-      {"at 1s every 1s dump", 7, "'every' is not a command"},
+      {"at 1s every 1s dump", 7,
+       "'every' only begins a line: give the time to the line before it, as in 'at 1s say now'"},
+      {"at 1s at 2s dump", 7, "'at' only begins a line"},
+      {"every 1s after 2s dump", 10, "'after' only begins a line"},
       {"await", 6, "only 'channel' and 'settings' can be awaited"},
       {"await ready", 7, "only 'channel' and 'settings' can be awaited"},
       {"await channel now", 15, "'now' is one word too many"},
-      {"at 1s await channel", 7, "'await' is not a command"},
+      {"at 1s await channel", 7, "'await' only begins a line"},
       {"status", 1, "'status' is not a command"},
       {"\"dump\"", 1, "'dump' is not a command"},
       {"at 10ms foo", 9, "'foo' is not a command"},
@@ -282,7 +285,9 @@ TEST(ScriptLines, AreRefusedWithTheColumnAndTheReason) {
       {"dump -1 times", 6, "'-1' is not a number of times from 0 to 1000000000"},
       {"3 times", 1, "a command is missing"},
       {"dump it", 6, "'it' is one word too many"},
-      {"stop 1", 6, "'1' is one word too many"},
+      {"stop 1", 6, "'1' is one word too many: a number of times is written '1 times'"},
+      {"event 1 \"2\"", 9, "'2' is one word too many"},
+      {"fail ioctl 3", 12, "'3' is one word too many: a number of times is written '3 times'"},
       {"event", 6, "an event type is missing"},
       {"event 20", 7, "'20' is not an event type from 0 to 19"},
       {"event -1", 7, "'-1' is not an event type from 0 to 19"},
@@ -302,7 +307,7 @@ TEST(ScriptLines, AreRefusedWithTheColumnAndTheReason) {
       {"name 7 7up", 8, "'7up' is not a name: a letter, then letters, digits, '-', '_', 32 at most"},
       {"name 7 \"\"", 8, "'' is not a name: a letter, then letters, digits, '-', '_', 32 at most"},
       {long_name_line.c_str(), 8, long_name_reason.c_str()},
-      {"name 7 storm", 1, "another event type has the name 'storm'"},
+      {"name 7 storm", 8, "another event type has the name 'storm'"},
       {"kmsg", 5, "a text is missing"},
       {"kmsg 5 6", 9, "a text is missing"},
       {"kmsg 100 6 x", 6, "'100' is not a module from 0 to 99"},
@@ -340,27 +345,49 @@ TEST(ScriptLines, HaveEventDataOfAtMost65535Bytes) {
   EXPECT_EQ(fault.reason, "more than 65535 bytes of data");
 }
 
-TEST(ScriptFiles, TellFileLineAndColumn) {
-  std::string path = (std::filesystem::temp_directory_path() / "tarn-script-XXXXXX").string();
-  close(mkstemp(path.data()));
-  Names names(kTypes);
-  std::string fault;
-  std::ofstream(path) << "# a day\nawait channel\nat 1s dump\n\nstop";
-  const auto lines = read_script(path, &names, &fault);
-  ASSERT_TRUE(lines) << fault;
-  EXPECT_EQ(lines->size(), 3u);
-  EXPECT_EQ((*lines)[2].command.kind, Kind::kStop);
+class ScriptFiles : public testing::Test {
+ protected:
+  ScriptFiles() { close(mkstemp(path_.data())); }
+  ~ScriptFiles() override { std::filesystem::remove(path_); }
 
-  std::ofstream(path) << "dump\n\n  at 1s foo\ndump\n";
-  EXPECT_FALSE(read_script(path, &names, &fault));
-  EXPECT_EQ(fault, path + ":3:9: 'foo' is not a command");
+  void write(const std::string &text) const { std::ofstream(path_) << text; }
 
-  std::ofstream(path) << "";
-  EXPECT_TRUE(read_script(path, &names, &fault)->empty());
-  std::filesystem::remove(path);
-  EXPECT_FALSE(read_script(path, &names, &fault));
-  EXPECT_EQ(fault, path + ": No such file or directory");
+  // Reads the script; its faults are in `faults_`.
+  std::vector<Line> read(const std::string &path) {
+    faults_.clear();
+    return read_script(path, &names_, &faults_);
+  }
+
+  std::string path_ = (std::filesystem::temp_directory_path() / "tarn-script-XXXXXX").string();
+  std::vector<std::string> faults_;
+
+ private:
+  Names names_ = Names(kTypes);
+};
+
+TEST_F(ScriptFiles, GiveTheirLines) {
+  write("# a day\nawait channel\nat 1s dump\n\nstop");
+  const std::vector<Line> lines = read(path_);
+  EXPECT_TRUE(faults_.empty());
+  ASSERT_EQ(lines.size(), 3u);
+  EXPECT_EQ(lines[2].command.kind, Kind::kStop);
+  write("");
+  EXPECT_TRUE(read(path_).empty());
+  EXPECT_TRUE(faults_.empty());
+}
+
+TEST_F(ScriptFiles, ReportEveryFaultWithFileLineAndColumn) {
+  write("dump\n\n  at 1s foo\ndump\nsay \"x\nname 7 storm\n");
+  read(path_);
+  EXPECT_EQ(faults_,
+            (std::vector<std::string>{path_ + ":3:9: 'foo' is not a command", path_ + ":5:5: the string has no end",
+                                      path_ + ":6:8: another event type has the name 'storm'"}));
+}
+
+TEST_F(ScriptFiles, ReportWhyTheyCannotBeRead) {
+  read(path_ + "-none");
+  EXPECT_EQ(faults_, std::vector<std::string>{path_ + "-none: No such file or directory"});
   const std::string folder = std::filesystem::temp_directory_path().string();
-  EXPECT_FALSE(read_script(folder, &names, &fault));
-  EXPECT_EQ(fault, folder + ": Is a directory");
+  read(folder);
+  EXPECT_EQ(faults_, std::vector<std::string>{folder + ": Is a directory"});
 }

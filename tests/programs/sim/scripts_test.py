@@ -152,6 +152,12 @@ class Faults(SimTest):
                             self.root, '--script', path, '--', 'mkdir', started)
         self.assertFalse(os.path.exists(started))
 
+  def test_are_all_reported_at_once(self):
+    path = self.write('bad.sim', 'bogus\nsay fine\nevent\n')
+    errors = self.assert_refused('', '--script', path, '--', 'true')
+    self.assertEqual(errors, "tarn-sim: %s:1:1: 'bogus' is not a command\ntarn-sim: %s:3:6: an event type is missing\n"
+                     % (path, path))
+
   def test_have_a_reason(self):
     for line, reason in (('at 1s foo', "'foo' is not a command"), ('at 15ms dump', "'15ms' is not a multiple of 10 ms"),
                          ('say "x', 'the string has no end'), ('event 20', "'20' is not an event type from 0 to 19")):
