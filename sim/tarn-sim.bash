@@ -24,8 +24,8 @@ _tarn_sim() {
       compopt -o default 2>/dev/null # files
       return
       ;;
-    --collector | --events) return ;;
-    *) words="--root= --script= --control= --collector= --no-namespace --events= --verbose --help --version --" ;;
+    --collector | --events | --grace) return ;;
+    *) words="--root= --script= --control= --collector= --no-namespace --events= --grace= --verbose --help --version --" ;;
   esac
   mapfile -t COMPREPLY < <(compgen -W "$words" -- "$word")
   if [[ ${COMPREPLY[0]-} == *= ]]; then compopt -o nospace 2>/dev/null; fi

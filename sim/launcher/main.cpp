@@ -52,7 +52,7 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   const Root root(options.root);
   if (!root.is_ready()) return kWrong;
   Loop loop;
-  Signals signals(&loop);
+  Signals signals(&loop, options.grace_ticks);
   Simulation simulation(&loop, root, names);
   Collector &collector = simulation.state().collector;
   const Control control(&loop, options.control.empty() ? root.below("/control") : options.control, &simulation);

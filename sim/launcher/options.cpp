@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "console.h"
+#include "script.h"
 
 namespace tarn_sim {
 
@@ -26,13 +27,14 @@ the log device, the kernel's messages, the overlay file system and a log collect
       --collector=PORT  your own log collector on this UDP port of 127.0.0.1 stands for port 514
       --no-namespace    no network of the simulation's own for the collector
       --events=N        event types of the simulated driver, 20 unless given
+      --grace=TIME      how long after a signal that ends the daemon another one does not kill it; 1s unless given
       --verbose         say everything that happens
 
   -h, --help            show this
       --version         show the version
 
 What tarn-sim itself says goes to standard error, the table of events to standard output. SIGINT, SIGTERM and SIGHUP are
-passed on to the daemon; the second one kills it.
+passed on to the daemon; another one, later than the grace time, kills it.
 
 A script has a command a line: "at 1.5s event link-down port 3", "every 20ms event storm 500 times", "after 1s stop".
 tarn-sim(1) has them all.
@@ -56,6 +58,14 @@ void add_options(CLI::App *app, Options *options) {
   app->add_option("--collector", options->collector)->type_name("PORT")->check(CLI::Range(1, 65535));
   app->add_flag("--no-namespace", options->no_namespace);
   app->add_option("--events", options->events)->type_name("N")->check(CLI::Range(1U, kMostEvents));
+  app->add_option_function<std::string>("--grace",
+                                        [options](const std::string &time) {
+                                          std::string reason;
+                                          const auto ticks = parse_time(time, &reason);
+                                          if (!ticks) throw CLI::ValidationError("--grace", reason);
+                                          options->grace_ticks = *ticks;
+                                        })
+      ->type_name("TIME");
   app->add_flag("--verbose", options->verbose);
 }
 

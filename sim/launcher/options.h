@@ -18,6 +18,7 @@ struct Options {
   std::uint16_t collector = 0;
   bool no_namespace = false;
   std::uint32_t events = 20;
+  std::uint64_t grace_ticks = 100;
   bool verbose = false;
   std::vector<std::string> daemon;
 };

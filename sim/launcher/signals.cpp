@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "console.h"
+#include "tarn/platform.h"
 
 namespace tarn_sim {
 
@@ -18,7 +19,7 @@ bool is_ignored(int number) {
 
 }  // namespace
 
-Signals::Signals(Loop *loop) : loop_(loop) {
+Signals::Signals(Loop *loop, std::uint64_t grace_ticks) : loop_(loop), grace_ticks_(grace_ticks) {
   sigset_t held;
   (void)sigemptyset(&held);
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
@@ -47,11 +48,16 @@ void Signals::receive() {
 
 // A terminal's signal has reached the whole foreground group.
 void Signals::pass(int number, bool from_terminal) {
-  if (was_asked_) {
+  const std::uint64_t now = mu_current_tick();
+  if (first_tick_ && now - *first_tick_ < grace_ticks_) {
+    // timeout(1) sends its signal to its child, and then to the group.
+    return report_detail("a signal within the grace time: the daemon has had one");
+  }
+  if (first_tick_) {
     report("again: the daemon is killed");
     return daemon_->signal(SIGKILL);
   }
-  was_asked_ = true;
+  first_tick_ = now;
   report_detail(std::string("the daemon gets ") + strsignal(number));
   if (!from_terminal || getpgid(daemon_->pid()) != getpgrp()) daemon_->signal(number);
 }

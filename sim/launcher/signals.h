@@ -3,6 +3,8 @@
 #define TARN_SIM_LAUNCHER_SIGNALS_H
 
 #include <csignal>
+#include <cstdint>
+#include <optional>
 
 #include "daemon.h"
 #include "loop.h"
@@ -12,7 +14,8 @@ namespace tarn_sim {
 class Signals {
  public:
   // Holds them from here on, in all threads to come; those that are ignored (nohup) stay so.
-  explicit Signals(Loop *loop);
+  // A signal counts as impatience when it comes later than `grace_ticks` after the first.
+  Signals(Loop *loop, std::uint64_t grace_ticks);
   ~Signals();
   Signals(const Signals &) = delete;
   Signals &operator=(const Signals &) = delete;
@@ -30,7 +33,8 @@ class Signals {
   sigset_t before_ = {};
   Descriptor descriptor_;
   Daemon *daemon_ = nullptr;
-  bool was_asked_ = false;
+  std::uint64_t grace_ticks_;
+  std::optional<std::uint64_t> first_tick_;
 };
 
 }  // namespace tarn_sim

@@ -54,16 +54,46 @@ class Signals(SimTest):
       self.assertEqual(sim.wait(), 128 + number)
       sim.close()
 
-  def test_the_second_one_kills(self):
+  def test_the_second_one_kills_after_the_grace_time(self):
     for number in self.NUMBERS:
       with self.subTest(number=number):
-        sim, daemon, _ = self.play()
+        sim, daemon, _ = self.play('--grace=0ms')
         self.assertEqual(daemon.call('catch', number), 0)
         sim.process.send_signal(number)
         sim.until(lambda d=daemon: d.call('signals') == 1, 'the signal')
         sim.process.send_signal(number)
         self.assertEqual(sim.wait(), 128 + signal.SIGKILL)
         self.assertIn('tarn-sim: again: the daemon is killed\n', sim.errors())
+
+  def test_a_second_one_within_the_grace_time_does_nothing(self):
+    sim, daemon, control = self.play('--grace=10m', '--verbose')
+    self.assertEqual(daemon.call('catch', signal.SIGTERM), 0)
+    sim.process.send_signal(signal.SIGTERM)
+    sim.until(lambda: daemon.call('signals') == 1, 'the signal')
+    for number in self.NUMBERS:
+      sim.process.send_signal(number)
+    sim.until(lambda: sim.errors().count('a signal within the grace time') == 3, 'the three signals')
+    control.do('say fine')
+    self.assertEqual(daemon.call('signals'), 1)
+    daemon.end()
+    self.assertEqual(sim.wait(), 0)
+
+  def test_of_timeout_let_the_daemon_end_in_order(self):
+    # It signals its child and at once its group, and the daemon a second time with that.
+    sim = self.sim('--grace=10m', start_new_session=True)
+    daemon = sim.meet()
+    self.assertEqual(daemon.call('catch', signal.SIGTERM), 0)
+    sim.process.send_signal(signal.SIGTERM)
+    sim.until(lambda: daemon.call('signals') > 0, 'the signal')
+    os.killpg(sim.process.pid, signal.SIGTERM)
+    sim.until(lambda: daemon.call('signals') > 1, 'the signal of the group')
+    sim.control().do('say fine')  # the launcher has had its own
+    daemon.end(7)
+    self.assertEqual(sim.wait(), 7)
+
+  def test_need_a_grace_time_that_is_one(self):
+    for time in ('1', '15ms', 'x', ''):
+      self.assert_refused('--grace', '--grace', time, '--', 'true')
 
   def test_a_terminals_interrupt_reaches_the_daemon_once(self):
     self.natively()  # the emulator does not say where a signal came from
