@@ -14,10 +14,6 @@ namespace tarn_sim {
 
 namespace {
 
-constexpr int kNotFound = 127;
-constexpr int kNotExecuted = 126;
-constexpr int kBySignal = 128;  // and its number
-
 bool make_pipe(Descriptor *reader, Descriptor *writer) {
   int ends[2];
   if (pipe2(ends, O_CLOEXEC) != 0) return false;

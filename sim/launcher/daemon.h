@@ -12,6 +12,11 @@
 
 namespace tarn_sim {
 
+// How a daemon's end becomes an exit status, as a shell makes it.
+constexpr int kNotFound = 127;
+constexpr int kNotExecuted = 126;
+constexpr int kBySignal = 128;  // and its number
+
 class Daemon {
  public:
   // Forks the process, which waits: the launcher has one thread now, and later more. `mask`: its signals that are held.
@@ -31,7 +36,6 @@ class Daemon {
   pid_t pid() const { return pid_; }
   const std::string &name() const { return command_[0]; }
 
-  // As a shell gives it: 128 and the number after a signal, 127 when it was not found, 126 when it cannot be executed.
   int exit_status() const { return exit_status_; }
 
   // What came of it, for people.

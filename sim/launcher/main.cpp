@@ -2,12 +2,13 @@
 
 #include <cstdlib>
 #include <exception>
-#include <filesystem>
 #include <new>
 
 #include "console.h"
 #include "control_socket.h"
+#include "executable.h"
 #include "options.h"
+#include "preload.h"
 #include "registry.h"
 #include "signals.h"
 #include "simulation.h"
@@ -15,19 +16,6 @@
 using namespace tarn_sim;
 
 namespace {
-
-// The shim stands beside this program where both were built, and in the library folder where they were installed.
-std::string find_shim() {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();
-  for (const char *place : {"tarn-sim-shim.so", TARN_SIM_INSTALLED_SHIM}) {
-    const fs::path shim = (here / place).lexically_normal();
-    if (fs::exists(shim, error)) return shim.string();
-  }
-  report((here / "tarn-sim-shim.so").string() + ": is missing");
-  return "";
-}
 
 std::string in_front(const std::string &first, const char *variable, char separator) {
   const char *before = getenv(variable);
@@ -43,11 +31,11 @@ std::vector<std::string> environment(const std::string &shim, const Root &root, 
 }
 
 int run(const Options &options, const std::vector<Line> &script, Names *names) {
-  const std::string shim = find_shim();
-  if (shim.empty()) return kWrong;
-  if (shim.find_first_of(" :") != std::string::npos) {
-    report(shim + ": a path with blanks or colons cannot be preloaded");
-    return kWrong;
+  const Preload shim;
+  if (!shim.is_ready()) return kWrong;
+  if (const auto reason = reason_to_refuse(options.daemon[0], shim.path())) {
+    report(options.daemon[0] + ": " + *reason);
+    return kNotExecuted;
   }
   const Root root(options.root);
   if (!root.is_ready()) return kWrong;
@@ -58,7 +46,7 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   const Control control(&loop, options.control.empty() ? root.below("/control") : options.control, &simulation);
   if (!simulation.is_open() || !control.is_open()) return kWrong;
   if (!collector.start(options.collector, !options.no_namespace)) return kWrong;
-  Daemon daemon(options.daemon, environment(shim, root, collector), signals.before());
+  Daemon daemon(options.daemon, environment(shim.path(), root, collector), signals.before());
   signals.pass_to(&daemon);
   if (!daemon.is_running() || !start_registry(options.events, &simulation.state().channel)) return kWrong;
   simulation.start(&daemon, script);

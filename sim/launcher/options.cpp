@@ -39,8 +39,8 @@ passed on to the daemon; another one, later than the grace time, kills it.
 A script has a command a line: "at 1.5s event link-down port 3", "every 20ms event storm 500 times", "after 1s stop".
 tarn-sim(1) has them all.
 
-Exit status: the daemon's own; 128 and the number when a signal ended it; 127 or 126 when it cannot be executed;
-2 for wrong use, or when the simulation cannot start.
+Exit status: the daemon's own; 128 and the number when a signal ended it; 127 or 126 when it cannot be executed,
+or the shim cannot enter it; 2 for wrong use, or when the simulation cannot start.
 )";
 
 // Where the daemon's command line begins: after "--".

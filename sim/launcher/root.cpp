@@ -38,7 +38,7 @@ bool Root::make(const std::string &path) {
     if (!is_temporary_) return false;
   } else {
     fs::create_directories(path, error);
-    path_ = fs::canonical(path, error).string();
+    if (!error) path_ = fs::canonical(path, error).string();
   }
   for (const char *folder : {"/overlay", "/dev", "/proc"}) {
     if (!error) fs::create_directories(below(folder), error);

@@ -65,8 +65,9 @@ class Unprivileged(UnprivilegedTest):
   def test_a_folder_that_may_not_be_written_is_refused(self):
     closed = self.path('closed')
     os.mkdir(closed, 0o555)
-    self.assert_refused('^tarn-sim: %s.*: Permission denied\n' % re.escape(closed), '--no-namespace', '--root', closed,
-                        '--', 'true', launcher=self.launcher, **self.user)
+    for root in (closed, closed + '/new'):
+      self.assert_refused('^tarn-sim: %s: Permission denied\n' % re.escape(root), '--no-namespace', '--root', root,
+                          '--', 'true', launcher=self.launcher, **self.user)
 
 
 class RealTime(UnprivilegedTest):
