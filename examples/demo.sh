@@ -76,7 +76,7 @@ wait_for() {
 tool() { "${emulator[@]}" "$tools/$1" "${@:2}"; }
 event() { tool tarn-event --root=root "$@"; }
 
-# start OUTPUT SCRIPT OPTION...: gatewayd under tarn-sim, what both print in the file OUTPUT, and what tarn-sim tells in
+# start OUTPUT SCRIPT OPTION...: gatewayd under tarn-sim, what both print in the file OUTPUT, and what tarn-sim says in
 # sim.txt. The script may be empty.
 start() {
   output=$1
@@ -127,7 +127,7 @@ say "   Its fields are in one checksummed image of $(file_size $image) bytes; ta
 tool tarn-cfg show $image | grep -E '^(checksum|offset|0x)' | quote
 tool tarn-cfg check $image >check.txt || fail "the image is not sound; see $folder/check.txt"
 
-step "2. The driver of the switch tells of its ports: events of the kernel, for the subscribers of gatewayd."
+step "2. The driver of the switch reports its ports: events of the kernel, for the subscribers of gatewayd."
 wait_for "the first link" has_output 'device 1: link up'
 wait_for "the link of port 3 that comes back" has_state '^1 +link-up +3 '
 wait_for "the link that is lost" has_output 'device 3: link down'
@@ -196,7 +196,7 @@ start third-run.txt ''
 wait_for "the start with defaults" has_output 'started, boot count 1\b'
 show "$output" 'CRC|damaged|started, boot count' 3
 stop
-has_output "Startup-cfg CRC doesn't match" || fail "the damage was not told"
+has_output "Startup-cfg CRC doesn't match" || fail "the damage was not reported"
 cmp -s $image.bad damaged.cfg || fail "the damaged file was not kept as $image.bad"
 
 step "9. Nothing is lost: tarn-cfg seals the damaged image anew, and the host's name is set right."
@@ -218,10 +218,11 @@ step "All of it happened. The whole log by level and module:"
 tool tarn-log --count root/overlay/mu_log.txt root/overlay/user_log.txt | quote
 say "The files are in $folder:"
 say "   gatewayd.cfg        the configuration image; gatewayd.cfg.bad is the damaged one"
-say "   *-run.txt           what gatewayd and the driver's console printed in each run; sim.txt what tarn-sim tells"
+say "   *-run.txt           what gatewayd and the driver's console printed in each run; sim.txt what tarn-sim says"
 say "   root/collector.log  what the collector received"
 say "   root/overlay        mu_log.txt and user_log.txt, the log's files"
 
+quoted() { printf '%q' "$1"; } # as a shell takes it back
 show_runs() { # the commands as a user types them
   local command
   for command in "$@"; do say "   ${emulator[*]:+${emulator[*]} }$command"; done
@@ -229,19 +230,18 @@ show_runs() { # the commands as a user types them
 
 if [[ -n $keep ]]; then
   step "It goes on until you interrupt it. Try, in another terminal:"
-  show_runs "$tools/tarn-event --root=$folder/root watch" \
-    "$tools/tarn-event --root=$folder/root send link-down --port=3" \
-    "$tools/tarn-event --root=$folder/root storm traffic --times=500 --every=20ms" \
-    "$tools/tarn-event --root=$folder/root kmsg 5 4 'port 3: signal lost'" \
-    "$tools/tarn-log -f $folder/root/overlay/mu_log.txt" \
-    "tail -f $folder/$output $folder/$collected"
+  client="$(quoted "$tools/tarn-event") --root=$(quoted "$folder/root")"
+  show_runs "$client watch" "$client send link-down --port=3" "$client storm traffic --times=500 --every=20ms" \
+    "$client kmsg 5 4 'port 3: signal lost'" \
+    "$(quoted "$tools/tarn-log") -f $(quoted "$folder/root/overlay/mu_log.txt")" \
+    "tail -f $(quoted "$folder/$output") $(quoted "$folder/$collected")"
   status=0
   wait "$simulation" || status=$?
   simulation=
   exit "$status"
 fi
 step "Try next:"
-show_runs "$tools/tarn-cfg show $folder/$image" "$tools/tarn-log --level=notice $folder/root/overlay/mu_log.txt" \
-  "$sim --help"
+show_runs "$(quoted "$tools/tarn-cfg") show $(quoted "$folder/$image")" \
+  "$(quoted "$tools/tarn-log") --level=notice $(quoted "$folder/root/overlay/mu_log.txt")" "$(quoted "$sim") --help"
 say "   ./dev demo --keep   # gatewayd goes on, for you to play with by tarn-event"
 say "   and read examples/gatewayd/gatewayd.c and examples/demo/day.sim."
