@@ -3,17 +3,35 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <cstdio>
+#include <optional>
+
+#include "script.h"
+#include "tarn/platform.h"
 
 namespace tarn_sim {
 
 namespace {
 
-bool g_verbose;  // set before there is a second thread
+// Set before there is a second thread.
+bool g_verbose;
+std::optional<std::uint64_t> g_start_tick;
+
+// "[    1.500] ", in seconds, or nothing.
+std::string time_in_front() {
+  if (!g_verbose || !g_start_tick) return "";
+  const std::uint64_t ms = (mu_current_tick() - *g_start_tick) * kTickMs;
+  char text[32];
+  (void)snprintf(text, sizeof text, "[%5llu.%03llu] ", static_cast<unsigned long long>(ms / 1000),
+                 static_cast<unsigned long long>(ms % 1000));
+  return text;
+}
 
 }  // namespace
 
 void report(const std::string &line) {
-  const std::string whole = "tarn-sim: " + line + '\n';
+  const std::string whole = "tarn-sim: " + time_in_front() + line + '\n';
   std::string_view rest = whole;
   while (!rest.empty()) {
     const ssize_t written = write(STDERR_FILENO, rest.data(), rest.size());
@@ -27,6 +45,8 @@ void report_detail(const std::string &line) {
 }
 
 void set_verbose(bool verbose) { g_verbose = verbose; }
+
+void start_clock() { g_start_tick = mu_current_tick(); }
 
 std::string readable(std::string_view bytes) {
   constexpr char kDigits[] = "0123456789abcdef";

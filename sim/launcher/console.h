@@ -14,6 +14,10 @@ void report(const std::string &line);
 void report_detail(const std::string &line);
 void set_verbose(bool verbose);
 
+// From here on, with --verbose, each line has the time since this call in front. Call it before there is a second
+// thread.
+void start_clock();
+
 // Bytes made readable on one line: control characters as \xNN, the backslash as \\.
 std::string readable(std::string_view bytes);
 

@@ -60,7 +60,10 @@ Reply Channel::bind(Socket *socket, const Message &message) {
   if (failures_->take(Call::kBind)) return {-1, EADDRINUSE};
   const std::uint32_t port = address.nl_pid == 0 ? choose_port(*socket) : address.nl_pid;
   if (socket->port) return *socket->port == address.nl_pid || address.nl_pid == 0 ? Reply{0, 0} : Reply{-1, EINVAL};
-  if (is_taken(port)) return {-1, EADDRINUSE};
+  if (is_taken(port)) {
+    report_taken(port);
+    return {-1, EADDRINUSE};
+  }
   socket->port = port;
   report_detail("channel: bound to port " + std::to_string(port));
   return {0, 0};
@@ -77,6 +80,14 @@ bool Channel::is_taken(std::uint32_t port) const {
     if (socket.port == port && !is_closed(socket)) return true;
   }
   return false;
+}
+
+void Channel::report_taken(std::uint32_t port) {
+  if (has_said_taken_) return;
+  has_said_taken_ = true;
+  report("hint: a second event channel wants port " + std::to_string(port) +
+         ". The port is the id of the parent process, so daemons of one parent want the same one: run each under a "
+         "tarn-sim of its own, with another --root");
 }
 
 // For port 0: the id of the process that made the socket, else a free number that is not a process's.

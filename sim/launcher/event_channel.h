@@ -47,6 +47,7 @@ class Channel {
   Reply bind(Socket *socket, const Message &message);
   static bool is_closed(const Socket &socket);
   bool is_taken(std::uint32_t port) const;
+  void report_taken(std::uint32_t port);
   std::uint32_t choose_port(const Socket &socket) const;
   Socket *listener();
 
@@ -58,6 +59,7 @@ class Channel {
   std::uint64_t sent_ = 0;
   std::uint64_t lost_ = 0;
   std::uint64_t no_listener_ = 0;
+  bool has_said_taken_ = false;
   Service service_;
 };
 

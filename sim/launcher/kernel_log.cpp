@@ -44,6 +44,7 @@ Response KernelLog::open() {
 
 void KernelLog::add_reader(Descriptor connection) {
   report_detail("kmsg: a reader comes");
+  had_reader_ = true;
   const int key = connection.get();
   (void)setsockopt(key, SOL_SOCKET, SO_SNDBUF, &kSocketRoom, sizeof kSocketRoom);
   readers_.push_back({std::move(connection), {}});

@@ -30,6 +30,9 @@ class KernelLog {
   void write_plain(const std::string &text);
   void write_bytes(std::string bytes);
 
+  // Whether lines wait that nobody could have read, since nobody has come yet.
+  bool waits_for_first_reader() const { return !had_reader_ && !lines_.empty(); }
+
   std::uint64_t written() const { return written_; }
   std::uint64_t withheld() const { return withheld_; }
   std::uint64_t lost() const { return lost_; }
@@ -59,6 +62,7 @@ class KernelLog {
   std::uint64_t withheld_ = 0;
   std::uint64_t lost_ = 0;
   bool has_said_lost_ = false;
+  bool had_reader_ = false;
   Service service_;
 };
 

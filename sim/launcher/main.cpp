@@ -48,12 +48,14 @@ int run(const Options &options, const std::vector<Line> &script, Names *names) {
   if (!collector.start(options.collector, !options.no_namespace)) return kWrong;
   Daemon daemon(options.daemon, environment(shim.path(), root, collector), signals.before());
   signals.pass_to(&daemon);
-  if (!daemon.is_running() || !start_registry(options.events, &simulation.state().channel)) return kWrong;
+  start_clock();
+  if (!daemon.is_running() || !start_registry(*names, &simulation.state().channel)) return kWrong;
   simulation.start(&daemon, script);
   daemon.execute();
   if (!daemon.is_running()) return daemon.exit_status();
   while (daemon.is_running()) loop.run(simulation.run_due());
   collector.drain();
+  if (!signals.has_come()) simulation.report_last_hints();
   report(daemon.end());
   return daemon.exit_status();
 }

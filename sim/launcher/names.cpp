@@ -21,11 +21,17 @@ Names::Names(std::uint32_t types) : types_(types) {
 }
 
 std::string Names::of(std::uint32_t type) const {
+  const std::lock_guard lock(mutex_);
   const auto found = names_.find(type);
   return found == names_.end() ? "" : found->second;
 }
 
 std::optional<std::uint32_t> Names::find(const std::string &name) const {
+  const std::lock_guard lock(mutex_);
+  return find_locked(name);
+}
+
+std::optional<std::uint32_t> Names::find_locked(const std::string &name) const {
   for (const auto &[type, of_type] : names_) {
     if (of_type == name) return type;
   }
@@ -33,7 +39,8 @@ std::optional<std::uint32_t> Names::find(const std::string &name) const {
 }
 
 bool Names::set(std::uint32_t type, const std::string &name) {
-  const auto other = find(name);
+  const std::lock_guard lock(mutex_);
+  const auto other = find_locked(name);
   if (other && *other != type) return false;
   names_[type] = name;
   return true;

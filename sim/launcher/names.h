@@ -1,9 +1,10 @@
-// The names of event types.
+// The names of event types. Every thread may use them.
 #ifndef TARN_SIM_LAUNCHER_NAMES_H
 #define TARN_SIM_LAUNCHER_NAMES_H
 
 #include <cstdint>
 #include <map>
+#include <mutex>
 #include <optional>
 #include <string>
 
@@ -27,7 +28,10 @@ class Names {
   static bool is_name(const std::string &text);
 
  private:
+  std::optional<std::uint32_t> find_locked(const std::string &name) const;
+
   std::uint32_t types_;
+  mutable std::mutex mutex_;
   std::map<std::uint32_t, std::string> names_;
 };
 

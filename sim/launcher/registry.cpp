@@ -17,8 +17,17 @@ static_assert(MU_PAL_PAYLOAD_MAX == kPlatformPayload);
 static_assert((MU_PAL_IOCTL_BASE | MU_PAL_EVENT_CFG) == kConfigureEvents);
 static_assert((MU_PAL_IOCTL_BASE | MU_PAL_EVENT_DEST) == kSetDestination);
 
-Channel *g_channel;  // set before the registry starts
+// Set before the registry starts.
+Channel *g_channel;
+const Names *g_names;
+
 bool g_has_settings;
+
+// "3 (traffic)"
+std::string label_of(std::uint64_t type) {
+  const std::string name = g_names->of(static_cast<std::uint32_t>(type));
+  return std::to_string(type) + (name.empty() ? "" : " (" + name + ')');
+}
 
 // The registry's send hook, called by send_event.
 int transmit(std::uint16_t device, std::uint32_t type, void *data, std::uint32_t length) {
@@ -29,16 +38,16 @@ int transmit(std::uint16_t device, std::uint32_t type, void *data, std::uint32_t
   std::string datagram(sizeof header, '\0');
   memcpy(datagram.data(), &header, sizeof header);
   datagram.append(static_cast<const char *>(data), length);
-  report_detail("event " + std::to_string(type) + ", device " + std::to_string(device) + ", " + std::to_string(length) +
+  report_detail("event " + label_of(type) + ", device " + std::to_string(device) + ", " + std::to_string(length) +
                 " bytes");
   g_channel->send(datagram);
   return 0;
 }
 
-void report_suppressed(std::uint64_t type) { report_detail("event " + std::to_string(type) + ": suppression begins"); }
+void report_suppressed(std::uint64_t type) { report_detail("event " + label_of(type) + ": suppression begins"); }
 
 // On the timer thread, or for a set configuration.
-void report_released(std::uint64_t type) { report_detail("event " + std::to_string(type) + ": released"); }
+void report_released(std::uint64_t type) { report_detail("event " + label_of(type) + ": released"); }
 
 // Whether the message's type may be used: the registry takes some types signed, and a negative one unchecked.
 bool is_sound(const mu_event_msg_t &message) {
@@ -54,7 +63,7 @@ Response configure(const mu_pal_hdr_t &header, const Message &request) {
   memcpy(&message, request.argument.data() + sizeof header, sizeof message);
   if (!is_sound(message)) return refuse(EINVAL);
   constexpr const char *kOperations[] = {"counter get", "counter clear", "counters clear", "set", "get", "dump"};
-  report_detail(std::string("events: ") + kOperations[message.op] + ", type " + std::to_string(message.type));
+  report_detail(std::string("events: ") + kOperations[message.op] + ", type " + label_of(message.type));
   (void)event_cfg_set(header.device_id, &message);  // -1 for a counter that was read from the table
   (void)fflush(stdout);                             // the dump
   g_has_settings = g_has_settings || message.op == MU_EVENT_OP_SET;
@@ -65,8 +74,10 @@ Response configure(const mu_pal_hdr_t &header, const Message &request) {
 
 }  // namespace
 
-bool start_registry(std::uint32_t types, Channel *channel) {
+bool start_registry(const Names &names, Channel *channel) {
   g_channel = channel;
+  g_names = &names;
+  const std::uint32_t types = names.types();
   if (mu_event_init(static_cast<int>(types), transmit, nullptr) != 0) return false;
   for (std::uint32_t type = 0; type < types; type++) {
     mu_list_destory(glb_evt.events[type].cb_list);  // attaching would lose it; nobody subscribes here
@@ -78,7 +89,7 @@ bool start_registry(std::uint32_t types, Channel *channel) {
 void send_event(std::uint32_t type, std::uint16_t device, std::string data) {
   const mu_status_t status =
       mu_event_send(device, static_cast<int>(type), data.data(), static_cast<std::uint32_t>(data.size()));
-  if (status != 0) report_detail("event " + std::to_string(type) + ": suppressed");
+  if (status != 0) report_detail("event " + label_of(type) + ": suppressed");
 }
 
 Response control_platform(const Message &message, Channel *channel) {

@@ -7,13 +7,15 @@
 #include <vector>
 
 #include "event_channel.h"
+#include "names.h"
 #include "service.h"
 #include "tarn/event.h"
 
 namespace tarn_sim {
 
-// Starts it; it has a thread from here on. One a process, and the channel outlives it. False without memory.
-bool start_registry(std::uint32_t types, Channel *channel);
+// Starts it, with as many types as there are names for; it has a thread from here on. One a process; the names and the
+// channel outlive it. False without memory.
+bool start_registry(const Names &names, Channel *channel);
 
 // One occurrence of an event; suppressed or sent.
 void send_event(std::uint32_t type, std::uint16_t device, std::string data);

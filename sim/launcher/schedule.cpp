@@ -35,7 +35,8 @@ void Schedule::place(Active active) {
 // An `await` has come when the line before it is due.
 void Schedule::end_await(std::uint64_t now, const Readiness &ready) {
   while (next_line_ < lines_.size() && now >= await_from_) {
-    if (!(lines_[next_line_].awaited == Awaited::kChannel ? ready.channel : ready.settings)) return;
+    awaits_ = !(lines_[next_line_].awaited == Awaited::kChannel ? ready.channel : ready.settings);
+    if (awaits_) return;
     next_line_++;
     begin_lines(now);
   }

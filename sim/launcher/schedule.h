@@ -35,6 +35,9 @@ class Schedule {
     return active_.empty() ? std::nullopt : std::optional(active_.front().due);
   }
 
+  // What the script waits for, as of the last take.
+  Awaited awaited() const { return awaits_ ? lines_[next_line_].awaited : Awaited::kNothing; }
+
   // Lines that are not done, and commands that were taken.
   std::size_t pending() const { return lines_.size() - next_line_ + active_.size(); }
   std::uint64_t done() const { return done_; }
@@ -57,6 +60,7 @@ class Schedule {
   std::vector<Line> lines_;  // of the script; those after an `await` begin when it is over
   std::size_t next_line_ = 0;
   std::uint64_t await_from_ = 0;  // when the line before the `await` that is next is due
+  bool awaits_ = false;           // that time has come
   std::list<Active> active_;      // by their times, then by their numbers
   std::uint64_t inserted_ = 0;
   std::uint64_t done_ = 0;

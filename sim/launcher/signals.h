@@ -23,6 +23,9 @@ class Signals {
   // What was held before: the daemon's own.
   const sigset_t &before() const { return before_; }
 
+  // Whether the user has asked for the end.
+  bool has_come() const { return first_tick_.has_value(); }
+
   void pass_to(Daemon *daemon) { daemon_ = daemon; }
 
  private:

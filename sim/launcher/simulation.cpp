@@ -47,9 +47,19 @@ int Simulation::run_due() {
   const auto due = state_.schedule->take(now, {state_.channel.is_bound(), has_settings()}, kMostInARound);
   for (const Command &command : due) run(command);
   if (!due.empty()) return 0;
-  const auto next = state_.schedule->next();
-  if (!next) return -1;
-  return static_cast<int>(std::min<std::uint64_t>((*next - now) * kTickMs, INT_MAX));
+  for (const std::string &hint : hints_.take(now, waits())) report(hint);
+  constexpr std::uint64_t kNever = UINT64_MAX;
+  const std::uint64_t next = std::min(state_.schedule->next().value_or(kNever), hints_.next().value_or(kNever));
+  if (next == kNever) return -1;
+  return static_cast<int>(std::min<std::uint64_t>((next - now) * kTickMs, INT_MAX));
+}
+
+void Simulation::report_last_hints() {
+  for (const std::string &hint : hints_.take_last(waits())) report(hint);
+}
+
+Waits Simulation::waits() const {
+  return {.kernel_lines = state_.kernel_log.waits_for_first_reader(), .awaited = state_.schedule->awaited()};
 }
 
 void Simulation::take(const Line &line) {

@@ -6,6 +6,7 @@
 #include "daemon.h"
 #include "event_channel.h"
 #include "failures.h"
+#include "hints.h"
 #include "kernel_log.h"
 #include "modules.h"
 #include "names.h"
@@ -44,15 +45,20 @@ class Simulation {
   // Does what is due. Returns for how long nothing is: ms, -1 without an end.
   int run_due();
 
+  // The daemon has ended: says what was waited for in vain.
+  void report_last_hints();
+
   // Does what a line says: at once a command that is to be done once and now, else when it is due.
   void take(const Line &line);
 
  private:
+  Waits waits() const;
   void run(const Command &command);
   Response platform_request(const Message &message);
   Response log_request(const Message &message);
 
   State state_;
+  Hints hints_;
   Service platform_device_;
   Service log_device_;
 };

@@ -127,7 +127,7 @@ class Manual(SimTest):
     endless = example.removesuffix('at 10s stop\n')  # this test stops it when it has seen all
     daemon = [*fixture.emulator, os.environ['TARN_TEST_GATEWAYD'], '--config=gatewayd.cfg']
     sim = self.sim('--verbose', script=endless, command=daemon, cwd=self.folder)
-    sim.until(lambda: 'event 1, device 3' in sim.errors() or sim.process.poll() is not None, 'the events')
+    sim.until(lambda: 'event 1 (link-up), device 3' in sim.errors() or sim.process.poll() is not None, 'the events')
     self.assertIsNone(sim.process.poll(), sim.errors())
     control = sim.control()
     sim.until(lambda: control.status()['kmsg']['written'] == 1, 'the kernel line')

@@ -200,7 +200,7 @@ class Suppression(SimTest):
     self.assertEqual([daemon.receive(sock) for _ in range(4)], [datagram(4)] * 3 + [datagram(5)])
     event = control.status()['events'][4]
     self.assertEqual((event['count'], event['suppressed'], event['suppressed_count']), (3, True, 7))
-    sim.until_said('event 4: suppression begins')
+    sim.until_said('event 4 (storm): suppression begins')
 
   def test_ends_with_its_window(self):
     sim, daemon, control = self.play('--verbose')
@@ -214,16 +214,16 @@ class Suppression(SimTest):
     # A poll releases it, and one more without an event between begins a new window.
     control.do('every 1.2s event storm')
     self.assertEqual(daemon.receive(sock), datagram(4))
-    self.assertIn('event 4: suppressed', sim.errors())
+    self.assertIn('event 4 (storm): suppressed', sim.errors())
 
   def test_that_is_set_anew_releases_the_event(self):
     sim, daemon, control = self.play('--verbose')
     self.assertEqual(daemon.configure(SET, 4, 1, 0, 10)[0], 0)
-    sim.until_said('event 4: released')
+    sim.until_said('event 4 (storm): released')
     control.do('event 4')
-    sim.until_said('event 4: suppression begins')
+    sim.until_said('event 4 (storm): suppression begins')
     sim.until(lambda: not control.status()['events'][4]['suppressed'], 'release')
-    sim.until(lambda: sim.errors().count('event 4: released') == 2, 'the second release')
+    sim.until(lambda: sim.errors().count('event 4 (storm): released') == 2, 'the second release')
 
 
 if __name__ == '__main__':
