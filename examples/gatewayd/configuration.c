@@ -49,12 +49,12 @@ static int write_temporary(const uint8_t *image, uint32_t size) {
     if (written < 0 && errno != EINTR) error = errno;
   }
   if (error == 0 && fsync(file) != 0) error = errno;
-  if (close(file) != 0 && error == 0) error = errno;  // some file systems tell only here that a write failed
+  if (close(file) != 0 && error == 0) error = errno;  // some file systems report only here that a write failed
   return error;
 }
 
 // A tlv_save_cb. The bytes are on the disk under another name before the image's name moves to them: at every moment, a
-// loss of power included, that name stands for a whole image. The store ignores the result: a failure is told here.
+// loss of power included, that name stands for a whole image. The store ignores the result: a failure is reported here.
 static int32_t save_image(const uint8_t *image, uint32_t size) {
   int error = write_temporary(image, size);
   if (error == 0 && rename(image_file.temporary, image_file.path) != 0) error = errno;
@@ -69,7 +69,7 @@ static int32_t save_image(const uint8_t *image, uint32_t size) {
   return 0;
 }
 
-// An append may end up to 16 bytes behind what the store was told, so it is told 16 bytes less than there are.
+// An append may end up to 16 bytes after the size that the store is given, so that is 16 bytes less than there are.
 enum { BUFFER_SIZE = 4096, IMAGE_MAX_SIZE = BUFFER_SIZE - sizeof(tlv_hdr) };
 static uint8_t buffer[BUFFER_SIZE];  // all zeros make a blank image
 static tlv_inst *configuration;
@@ -88,7 +88,7 @@ static void read_image(void) {
   }
   struct stat status;
   if (file < 0 || fstat(file, &status) != 0) err(ENDS_UNREADABLE, "%s: cannot be opened", image_file.path);
-  if (!S_ISREG(status.st_mode)) errx(ENDS_BAD_PATH, "%s: is no regular file", image_file.path);
+  if (!S_ISREG(status.st_mode)) errx(ENDS_BAD_PATH, "%s: is not a regular file", image_file.path);
   size_t length = 0;
   ssize_t got;
   while ((got = read(file, buffer + length, sizeof buffer - length)) != 0) {

@@ -1,9 +1,9 @@
 // gatewayd: a small gateway daemon on tarn, written to be copied from.
 //
 // Four threads run here: the main one, the library's timer thread, on which callbacks run one after another, the kernel
-// bridge, which only logs, and the event thread, which calls the subscribers. The configuration is the main thread's
-// alone: it fills `settings` before the first timer of its own, and nothing changes them later. `uplink` is the
-// callbacks' alone. The timers' ids are shared, under `ids_lock`.
+// bridge, which only logs, and the event thread, which calls the subscribers. Only the main thread deals with the
+// configuration: it fills `settings` before the first timer of its own, and nothing changes them later. Only the
+// callbacks use `uplink`. The timers' ids are shared, under `ids_lock`.
 #define _DEFAULT_SOURCE
 
 #include <arpa/inet.h>
@@ -60,14 +60,14 @@ static struct options parse_options(int argc, char **argv) {
     if (option == 'r') {
       options.run_for_s = strtoul(optarg, &end, 10);  // no number gives 0, a negative or longer one a large one
       const bool is_good = *end == '\0' && options.run_for_s >= 1 && options.run_for_s <= 1000000;
-      if (!is_good) errx(ENDS_BAD_OPTION, "--run-for: '%s' is no time", optarg);
+      if (!is_good) errx(ENDS_BAD_OPTION, "--run-for: '%s' is not a time", optarg);
     }
     if (option == 's') {
       options.sets_collector = inet_pton(AF_INET, optarg, &options.collector) == 1;
-      if (!options.sets_collector) errx(ENDS_BAD_OPTION, "--set-collector: '%s' is no IPv4 address", optarg);
+      if (!options.sets_collector) errx(ENDS_BAD_OPTION, "--set-collector: '%s' is not an IPv4 address", optarg);
     }
   }
-  if (optind < argc) errx(ENDS_BAD_OPTION, "'%s' is no option; see gatewayd --help", argv[optind]);
+  if (optind < argc) errx(ENDS_BAD_OPTION, "'%s' is not an option; see gatewayd --help", argv[optind]);
   if (options.config == NULL) errx(ENDS_BAD_OPTION, "--config is missing; see gatewayd --help");
   return options;
 }
@@ -170,7 +170,7 @@ static void start_events(void) {
   if (access(MU_PAL_DEVICE, F_OK) == 0) {
     mup_plat_event_init();
   } else {
-    LOG(LOG_MAIN, MUP_LOG_NOTICE, "no platform driver: events of this process alone");
+    LOG(LOG_MAIN, MUP_LOG_NOTICE, "no platform driver: only events of this process");
     (void)mu_event_init(MUP_EVENT_NUM, NULL, NULL);
   }
   const bool all_known = mu_event_register(0, EVENT_LINK_UP, on_link) == 0 &&
@@ -273,7 +273,7 @@ static void report_memory(void *unused) {
   (void)unused;
   static uint32_t interval_ms = MEMORY_FIRST_MS;
   struct sysinfo memory = {0};
-  (void)sysinfo(&memory);  // fails for a bad address alone
+  (void)sysinfo(&memory);  // fails only for a bad address
   LOG(LOG_MEMORY, MUP_LOG_INFO, "%lu KiB free", memory.freeram * memory.mem_unit / 1024);
   arm(&memory_id, interval_ms);
   if (interval_ms < MEMORY_MOST_MS) interval_ms *= 2;

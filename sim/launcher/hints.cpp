@@ -13,15 +13,13 @@ struct Hint {
 
 constexpr Hint kHints[] = {
     {[](const Waits &waits) { return waits.kernel_lines; },
-     "hint: kernel lines wait, but nobody has opened /proc/kmsg: a daemon reads it by log_msg_process, on a thread of "
-     "its "
-     "own"},
+     "hint: kernel lines wait, but nobody has opened /proc/kmsg: a daemon reads it by log_msg_process in a thread"},
     {[](const Waits &waits) { return waits.awaited == Awaited::kChannel; },
      "hint: the script waits for the daemon's event channel (await channel): a daemon opens it by mup_plat_event_init"},
     {[](const Waits &waits) { return waits.awaited == Awaited::kSettings; },
-     "hint: the script waits for the settings of an event (await settings): a daemon makes them by "
-     "mu_event_set; "
-     "for one that makes none, write a time, as in 'after 500ms say go'"},
+     "hint: the script waits for the settings of an event (await settings): a daemon makes them by mu_event_set; for "
+     "one "
+     "that makes none, write a time, as in 'after 500ms say go'"},
 };
 
 }  // namespace

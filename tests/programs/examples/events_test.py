@@ -13,7 +13,7 @@ class Events(GatewaydTest):
 
   def test_link_events_reach_their_subscriber_and_the_table(self):
     output = self.run_until(' checks,')
-    self.assertIn('no platform driver: events of this process alone', output)
+    self.assertIn('no platform driver: only events of this process', output)
     self.assertRegex(output, r'\[uplink-Notice: \d+\]: device 0: link up')
     self.assertRegex(output, self.ROW % 1)
     self.assertEqual(re.search(self.ROW % 1, output).groups(), ('1', 'Disable', '-', '-', '-', '-'))
@@ -28,7 +28,7 @@ class Events(GatewaydTest):
     daemon.wait_for(r'\[uplink-Notice: \d+\]: device 0: link down')
     daemon.wait_for(r': [2-9]\d* checks')
     daemon.end()
-    self.assertEqual(re.search(self.ROW % 2, daemon.output).group(1), '1', 'told once, not at each check')
+    self.assertEqual(re.search(self.ROW % 2, daemon.output).group(1), '1', 'reported once, not at each check')
 
   def test_a_storm_of_traffic_is_suppressed(self):
     self.write_fields({image.UPLINK_CHECK_MS: image.number_of(100), image.STATISTICS_S: image.number_of(1)})
@@ -86,7 +86,7 @@ class Timers(GatewaydTest):
     self.write_settings(b'nosuch0')
     output = self.run_until('silent for')
     silences = re.findall(r'\[uplink-Warning: \d+\]: nosuch0: silent for (\d+) s', output)
-    self.assertGreaterEqual(int(silences[0]), 3, 'told before it has lasted')
+    self.assertGreaterEqual(int(silences[0]), 3, 'reported before it has lasted')
     checks = [int(number) for number in re.findall(r' nosuch0: (\d+) checks', output)]
     self.assertGreaterEqual(len(checks), 3, 'statistics')
     self.assertEqual(checks, sorted(set(checks)), 'the number of checks grows')

@@ -49,7 +49,7 @@ def command(args, root, copies=()):
     program, shim, library = copies
     env['LD_LIBRARY_PATH'] = os.path.dirname(library)
   preload = 'LD_PRELOAD=' + shim
-  # A child of the shell alone loads the shim: Python's own helpers, such as unshare, need not.
+  # Only the program itself loads the shim: Python's own helpers, such as unshare, need not.
   start = emulator + ['-E', preload] if emulator else ['env', preload]
   return start + [program] + args, env
 
@@ -60,7 +60,7 @@ class Daemon:
   def __init__(self, args, root, env=None, copies=(), **popen):
     line, changes = command(args, root, copies)
     self.output = ''
-    # Unbuffered: what is read ahead behind a line would be lost to communicate().
+    # Unbuffered: what is read ahead after a line would be lost to communicate().
     # pylint: disable=consider-using-with
     self.process = subprocess.Popen(line, env={**os.environ, **changes, **(env or {})}, stdin=subprocess.DEVNULL,
                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, bufsize=0, **popen)

@@ -15,7 +15,7 @@ class FirstStart(GatewaydTest):
     self.assertNotRegex(output, '[Ss]tartup-cfg|Input an invalid', 'a message of the store')
     self.assertEqual(self.fields(), FIRST)
     self.assertEqual(os.listdir(self.folder), ['cfg'])
-    self.assertEqual(os.stat(self.image).st_mode & 0o777, 0o600, 'the owner alone reads it')
+    self.assertEqual(os.stat(self.image).st_mode & 0o777, 0o600, 'only the owner reads it')
 
   def test_takes_a_name_without_a_folder(self):
     self.image = 'cfg'
@@ -75,7 +75,7 @@ class DamagedImage(GatewaydTest):
     self.assertEqual(self.fields(), FIRST)
     self.assertEqual(sorted(os.listdir(self.folder)), ['cfg', 'cfg.bad'])
 
-  def test_damage_is_told_and_kept_and_survived(self):
+  def test_damage_is_reported_and_kept_and_survived(self):
     for name, damaged, message in (
         # The bytes read as the number that the message shows.
         ('magic', self.flipped(0), r'magic number is error\(0xc4739458\)'),
@@ -89,14 +89,14 @@ class DamagedImage(GatewaydTest):
         self.expect_recovery(damaged, message)
     self.assertIn('started, boot count 2\r', self.run_once())
 
-  def test_image_that_was_cut_is_not_read_behind_its_end(self):
+  def test_image_that_was_cut_is_not_read_beyond_its_end(self):
     for name, damaged in (
         ('empty file', b''),
         ('half a header', self.sound()[:15]),
-        ('header alone of an image with records', self.sound()[:16]),
+        ('only the header of an image with records', self.sound()[:16]),
         ('last byte missing', self.sound()[:-1]),
         ('text', b'host_name=gateway\nboot_count=7\n'),  # "e=ga" reads as its length
-        # 4 GiB of records: whoever believed it would read far behind the buffer.
+        # 4 GiB of records: whoever believed it would read far beyond the buffer.
         ('length beyond any buffer', image.image(b'\0' * 8, length=0xFFFFFFF0, crc=0)),
     ):
       with self.subTest(damage=name):
@@ -125,10 +125,10 @@ class RefusedImage(GatewaydTest):
     for path, message in (
         (here + '/none/cfg', 'No such file'),
         (here + '/cfg/cfg', 'Not a directory'),
-        (here, 'no regular file'),
+        (here, 'not a regular file'),
         (here + '/', 'names no file'),
         ('', 'names no file'),
-        (here + '/pipe', 'no regular file'),
+        (here + '/pipe', 'not a regular file'),
         ('/' + 'x/' * 2100 + 'cfg', 'path is too long'),
     ):
       self.expect_refusal(path, BAD_PATH, message)
@@ -162,7 +162,7 @@ class RefusedImage(GatewaydTest):
     self.write(image.image(records))
     output = self.run_once()
     self.assertIn('started, boot count 8\r', output)
-    # Nothing else fits: every other field is told and served by its default.
+    # Nothing else fits: every other field is reported and served by its default.
     for key in DEFAULTS:
       self.assertIn('field 0x%04x has another size or finds no room' % key, output)
     self.assertEqual(set(self.fields()), {image.BOOT_COUNT, 0x7001})
@@ -182,7 +182,7 @@ class RefusedImage(GatewaydTest):
 
 class Fields(GatewaydTest):
 
-  def test_field_of_another_size_is_told_and_left_alone(self):
+  def test_field_of_another_size_is_reported_and_not_changed(self):
     wrong = {image.UPLINK_CHECK_MS: b'\5', image.STATISTICS_S: b'\0\1', image.HOST_NAME: b'n' * 40,
              image.UPLINK: b'eth0', image.COLLECTOR: b'\1\2', image.BOOT_COUNT: b'\0\0\0\0\7'}
     self.write_fields(wrong)
@@ -192,7 +192,7 @@ class Fields(GatewaydTest):
     self.assertIn('gateway: started, boot count 1\r', output)
     self.assertEqual(self.fields(), wrong)
 
-  def test_number_out_of_range_is_told_and_replaced(self):
+  def test_number_out_of_range_is_reported_and_replaced(self):
     for key, number in ((image.UPLINK_CHECK_MS, 99), (image.UPLINK_CHECK_MS, 3600001), (image.STATISTICS_S, 0),
                         (image.STATISTICS_S, 3601)):
       with self.subTest(key=hex(key), number=number):

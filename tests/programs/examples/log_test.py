@@ -15,7 +15,7 @@ class Log(GatewaydTest):
     self.run_once()
     saved = self.read_below_root('overlay/mu_log.txt')
     self.assertRegex(saved, r'^SysLog:\n[^\n]+first start\n(?s:.*)\[Notice\]main:gateway: started, boot count 1\n')
-    # The timers' thread may have something to log behind it.
+    # The timers' thread may have something to log after it.
     self.assertRegex(saved, r'\n[^\n]+\[Notice\]main:gateway: ends, SIGTERM\n')
     shown = self.run_once()
     # Read from the file: without line numbers, and before what this run has logged.
@@ -32,14 +32,14 @@ class Log(GatewaydTest):
   def test_takes_in_what_kernel_drivers_log(self):
     self.write_below_root('proc/kmsg', '<6>[1.0] boot\n<6>[2.0] <jxlog-05:6:port 3 is up<jxlog>\n')
     daemon = self.start()
-    # A message behind the frame, in a later round of the bridge, tells that the frame was logged.
+    # A message after the frame, in a later round of the bridge, shows that the frame was logged.
     self.write_below_root('proc/kmsg', '<6>[3.0] <jxlog-99:6:<jxlog>\n', 'a')
     daemon.wait_for('unknow module id:99')
     daemon.end()
     self.assertRegex(daemon.output, r'\]-\[Notice\]switch: port 3 is up')
     self.assertNotIn('boot\n', daemon.output)
 
-  def test_keeps_debugging_messages_while_it_is_told_to(self):
+  def test_keeps_debugging_messages_while_it_is_asked_to(self):
     frame = '<7>[%d.0] <jxlog-05:8:details %d<jxlog>\n<6>[%d.0] <jxlog-99:6:<jxlog>\n'
     daemon = self.start()
 

@@ -10,7 +10,7 @@ from fixture import OK, GatewaydTest, command, image
 
 
 class Saving(GatewaydTest):
-  """However a save fails: the old image stays byte for byte, nothing is left behind, and the daemon says so."""
+  """However a save fails: the old image stays byte for byte, nothing else remains, and the daemon says so."""
 
   OLD = image.image(image.record(image.BOOT_COUNT, image.number_of(7)))
   FAILED = 'not saved, the file stays as it was: '
@@ -79,7 +79,7 @@ class Saving(GatewaydTest):
                           check=False)
     self.assertEqual(done.returncode, OK, done.stdout + done.stderr)
     self.assertIn(self.FAILED + 'No space left', done.stdout)
-    self.assertTrue(done.stdout.endswith('\ncfg\n'), 'not the image alone: ' + done.stdout[-100:])
+    self.assertTrue(done.stdout.endswith('\ncfg\n'), 'not only the image: ' + done.stdout[-100:])
 
   def test_folder_in_the_temporary_file_s_place(self):
     os.makedirs(os.path.join(self.folder, 'cfg.tmp'))
