@@ -51,6 +51,13 @@ int find_daemon(int argc, char **argv) {
   return argc;
 }
 
+std::uint64_t ticks_of(const char *option, const std::string &time) {
+  std::string reason;
+  const auto ticks = parse_time(time, &reason);
+  if (!ticks) throw CLI::ValidationError(option, reason);
+  return *ticks;
+}
+
 void add_options(CLI::App *app, Options *options) {
   app->add_option("--root", options->root)->type_name("DIR");
   app->add_option("--script", options->script)->type_name("FILE");
@@ -58,14 +65,8 @@ void add_options(CLI::App *app, Options *options) {
   app->add_option("--collector", options->collector)->type_name("PORT")->check(CLI::Range(1, 65535));
   app->add_flag("--no-namespace", options->no_namespace);
   app->add_option("--events", options->events)->type_name("N")->check(CLI::Range(1U, kMostEvents));
-  app->add_option_function<std::string>("--grace",
-                                        [options](const std::string &time) {
-                                          std::string reason;
-                                          const auto ticks = parse_time(time, &reason);
-                                          if (!ticks) throw CLI::ValidationError("--grace", reason);
-                                          options->grace_ticks = *ticks;
-                                        })
-      ->type_name("TIME");
+  const auto take_grace = [options](const std::string &time) { options->grace_ticks = ticks_of("--grace", time); };
+  app->add_option_function<std::string>("--grace", take_grace)->type_name("TIME");
   app->add_flag("--verbose", options->verbose);
 }
 

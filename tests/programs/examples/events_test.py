@@ -4,7 +4,7 @@ import re
 import socket
 
 import fixture
-from fixture import OK, GatewaydTest, command, image
+from fixture import OK, GatewaydTest, image
 
 
 class Events(GatewaydTest):

@@ -5,7 +5,7 @@ import re
 import signal
 
 import fixture
-from fixture import BAD_OPTION, OK, GatewaydTest, image
+from fixture import BAD_OPTION, OK, GatewaydTest
 
 
 class Options(GatewaydTest):

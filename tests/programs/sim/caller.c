@@ -24,13 +24,15 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include "hammer.h"
+
 // What a fortified build calls instead.
 int __open_2(const char *path, int flags);
 int __open64_2(const char *path, int flags);
 int __openat_2(int folder, const char *path, int flags);
 int __openat64_2(int folder, const char *path, int flags);
 
-enum { kMaxWords = 12, kMaxLine = 20000, kMaxBytes = 8192, kMaxThreads = 16 };
+enum { kMaxWords = 12, kMaxLine = 20000, kMaxBytes = 8192 };
 
 static int talk = -1;
 static volatile sig_atomic_t signals_seen;
@@ -111,51 +113,6 @@ static void guarded_ioctl(int file, unsigned long request, const char *hex, int 
   errno = error;
   answer(result, argument, length);
   munmap(map, room + 2 * page);
-}
-
-struct hammer {
-  int shared;  // a descriptor of all threads, or -1: each call opens its own
-  int type, calls;
-  long faults;
-};
-
-static void put32(uint8_t *at, uint32_t value) { memcpy(at, &value, sizeof value); }
-
-// Writes a type's settings and reads them back, over and over: nobody else's may come.
-static void *hammer(void *context) {
-  struct hammer *const job = context;
-  for (int i = 0; i < job->calls; i++) {
-    uint8_t set[56] = {0}, get[56] = {0};
-    const uint16_t length = 32;
-    memcpy(set + 2, &length, 2);
-    memcpy(get + 2, &length, 2);
-    put32(set + 24, 3);
-    put32(set + 28, (uint32_t)job->type);
-    put32(set + 40, (uint32_t)(1000 * job->type + i));
-    put32(set + 44, 20);
-    put32(get + 24, 4);
-    put32(get + 28, (uint32_t)job->type);
-    const int file = job->shared >= 0 ? job->shared : open("/dev/mu_pal_ioctl", O_RDWR);
-    const int done = ioctl(file, 0x4301, set) == 0 && ioctl(file, 0x4301, get) == 0;
-    if (!done || memcmp(set + 36, get + 36, 12) != 0) job->faults++;
-    if (job->shared < 0) close(file);
-  }
-  return NULL;
-}
-
-static long hammer_in_threads(int threads, int calls, int shared) {
-  pthread_t ids[kMaxThreads];
-  struct hammer jobs[kMaxThreads];
-  long faults = 0;
-  for (int i = 0; i < threads; i++) {
-    jobs[i] = (struct hammer){shared, i, calls, 0};
-    if (pthread_create(&ids[i], NULL, hammer, &jobs[i]) != 0) return -1;
-  }
-  for (int i = 0; i < threads; i++) {
-    pthread_join(ids[i], NULL);
-    faults += jobs[i].faults;
-  }
-  return faults;
 }
 
 // ---- Sockets --------------------------------------------------------------------------------------------------------
@@ -360,7 +317,6 @@ static int perform_process(char **word, int words) {
     return answer(sigaction(number(word[1]), &action, NULL), NULL, 0), 1;
   }
   if (is(word[0], "signals")) return answer(signals_seen, NULL, 0), 1;
-  if (is(word[0], "raise")) return answer(raise(number(word[1])), NULL, 0), 1;
   if (is(word[0], "env")) {
     const char *value = getenv(word[1]);
     return answer(value == NULL ? -1 : 0, (const uint8_t *)value, value == NULL ? 0 : strlen(value)), 1;

@@ -2,6 +2,7 @@
 
 import json
 import os
+import re
 import select
 import signal
 import socket
@@ -15,7 +16,8 @@ class Lines(SimTest):
 
   def test_are_answered_each(self):
     sim, _, control = self.play()
-    for line, answer in (('# comment', 'ok'), ('', 'ok'), ('   ', 'ok'), ('foo', "error: column 1: 'foo' is not a command"),
+    for line, answer in (('# comment', 'ok'), ('', 'ok'), ('   ', 'ok'),
+                         ('foo', "error: column 1: 'foo' is not a command"),
                          ('at 5ms dump', "error: column 4: '5ms' is not a multiple of 10 ms"),
                          ('await channel', 'error: column 1: only a script can await'),
                          ('status now', "error: column 1: 'status' is not a command"), ('say hello', 'ok')):
@@ -101,7 +103,7 @@ class ClientCommands(SimTest):
     sim.until(lambda: control.status()['script']['pending'] == 1, 'all but one')
     control.do('after 10ms stop')
     self.assertEqual(sim.wait(), 128 + signal.SIGTERM)
-    said = [line for line in sim.errors().replace('tarn-sim: ', '').split('\n') if line in ('at', 'after', 'every', 'never')]
+    said = re.findall(r'(?m)^tarn-sim: (at|after|every|never)$', sim.errors())
     self.assertEqual(sorted(said), ['after', 'at'] + ['every'] * 3)
 
 
@@ -116,7 +118,8 @@ class Status(SimTest):
     self.assertEqual(status['daemon'], {'pid': daemon.call('getpid'), 'running': True})
     self.assertEqual(status['channel'], {'bound': False, 'port': 0, 'destination': 0, 'sent': 0, 'lost': 0,
                                          'no_listener': 0})
-    quiet = {'count': 0, 'suppression': False, 'suppressed': False, 'suppressed_count': 0, 'threshold': 0, 'period_ms': 0}
+    quiet = {'count': 0, 'suppression': False, 'suppressed': False, 'suppressed_count': 0, 'threshold': 0,
+             'period_ms': 0}
     self.assertEqual(status['events'], [{'type': 0, 'name': '', **quiet}, {'type': 1, 'name': 'link-up', **quiet}])
     self.assertEqual(status['modules'], [])
     self.assertEqual(status['kmsg'], {'written': 0, 'withheld': 0, 'lost': 0})

@@ -39,7 +39,8 @@ class KernelLines(SimTest):
     _, daemon, control = self.play()
     control.do('kmsg "plain \\" \\\\ end"', 'kmsg "usb 1-1: new device"')
     forms = [re.fullmatch(LINE, line) for line in self.read_lines(daemon, 2)]
-    self.assertEqual([(form[1], form[4]) for form in forms], [(b'6', b'plain " \\ end'), (b'6', b'usb 1-1: new device')])
+    self.assertEqual([(form[1], form[4]) for form in forms],
+                     [(b'6', b'plain " \\ end'), (b'6', b'usb 1-1: new device')])
 
   def test_have_modules_of_two_digits(self):
     _, daemon, control = self.play()

@@ -77,8 +77,8 @@ class Options(SimTest):
         (['--', '--no'], []),  # the daemon's
     ):
       line = ' '.join("'%s'" % word for word in ['tarn-sim'] + words)
-      done = subprocess.run([bash, '-c', 'source "$0"; COMP_WORDS=(%s); COMP_CWORD=%d; _tarn_sim; echo "${COMPREPLY[@]}"'
-                             % (line, len(words)), script], capture_output=True, text=True, check=True)
+      ask = ('source "$0"; COMP_WORDS=(%s); COMP_CWORD=%d; _tarn_sim; echo "${COMPREPLY[@]}"' % (line, len(words)))
+      done = subprocess.run([bash, '-c', ask, script], capture_output=True, text=True, check=True)
       self.assertEqual((done.stdout.split(), done.stderr), (expected, ''), words)
 
 

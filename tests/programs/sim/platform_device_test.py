@@ -4,8 +4,8 @@ import errno
 import random
 
 import fixture
-from fixture import (CLEAR_ALL, CONFIGURE, COUNTER_CLEAR, COUNTER_GET, DESTINATION, DUMP, GET, HEADER, LONG_MS, MESSAGE, PAL,
-                     SET, TYPES, SimTest, datagram, header, message)
+from fixture import (CLEAR_ALL, CONFIGURE, COUNTER_CLEAR, COUNTER_GET, DESTINATION, DUMP, GET, HEADER, LONG_MS,
+                     MESSAGE, PAL, SET, TYPES, SimTest, datagram, header, message)
 
 
 class PlatformDevice(SimTest):

@@ -6,7 +6,6 @@ They are made from a sound program by a change in its ELF header.
 import os
 import shutil
 import struct
-import subprocess
 
 import fixture
 from fixture import NOBODY, SimTest, programs

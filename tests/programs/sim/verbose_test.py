@@ -76,8 +76,8 @@ class Verbose(SimTest):
     sim, daemon, control = self.play('--verbose')
     daemon.configure(SET, 7, 1, 0, fixture.LONG_MS)
     control.do('event link-down port 3', 'event 8', 'name 7 door', 'event door')
-    sim.until_said('] events: set, type 7\n', '] event 2 (link-down), device 3, 0 bytes\n', '] event 8, device 0, 0 bytes\n',
-                   '] event 7 (door): suppression begins\n', '] event 7 (door): suppressed\n')
+    sim.until_said('] events: set, type 7\n', '] event 2 (link-down), device 3, 0 bytes\n',
+                   '] event 8, device 0, 0 bytes\n', '] event 7 (door): suppression begins\n', '] event 7 (door): suppressed\n')
 
   def test_without_it_lines_have_no_time_and_there_are_no_details(self):
     sim, _, control = self.play()
