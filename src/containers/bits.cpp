@@ -1,5 +1,5 @@
-// Bit arrays: bit 0 is the most significant bit of byte 0, so that 64 bits in a row are the digits of a big-endian
-// number, and the first set bit is the number of its leading zeros.
+// Bit arrays: bit 0 is the most significant bit of byte 0, so 64 consecutive bits are a big-endian number, and the
+// index of its first set bit is its number of leading zeros.
 
 #include <bit>
 #include <cstring>
@@ -30,8 +30,8 @@ u32 leading_zeros(u64 word) {
   return static_cast<u32>(std::countl_zero(word));
 }
 
-// The first of `nbits` bits that is set once all are turned by `flip`, which is all zeros or all ones; MU_BIT_NONE for
-// none. Reads no byte that holds none of them.
+// The first of `nbits` bits that is set after an XOR with `flip`, which is all zeros or all ones; MU_BIT_NONE if there
+// is none. Reads only the bytes that hold these bits.
 u32 find(const u8 *bits, u32 nbits, u64 flip) {
   u64 bit = 0;  // wide enough for a multiple of 8 above any `nbits`
   for (; bit + kWordBits <= nbits; bit += kWordBits) {
@@ -42,7 +42,7 @@ u32 find(const u8 *bits, u32 nbits, u64 flip) {
     const u8 byte = static_cast<u8>(bits[bit / 8] ^ flip);
     if (byte == 0) continue;
     const u64 found = bit + static_cast<u32>(std::countl_zero(byte));
-    return found < nbits ? static_cast<u32>(found) : MU_BIT_NONE;  // the last byte may hold bits behind the array's
+    return found < nbits ? static_cast<u32>(found) : MU_BIT_NONE;  // the last byte may hold bits after the array
   }
   return MU_BIT_NONE;
 }

@@ -1,4 +1,4 @@
-// The hash table: a fixed number of intrusive lists in one block, behind one mutex.
+// The hash table: a fixed number of intrusive lists in one block, guarded by one mutex.
 
 #include <cstdio>
 
@@ -21,7 +21,8 @@ bool make_lock(mu_hash &table) {
   return mu_mutex_init(&table.lock, name) == 0;
 }
 
-// The bucket that `node` belongs to; null for none. Called without the lock: the caller's function may use the table.
+// The bucket that `node` belongs to; null if there is none. Called without the lock: the caller's hash function may use
+// the table.
 mu_lst *bucket_of(mu_hash *table, const mu_lst_node *node) {
   if (table == nullptr || node == nullptr) return nullptr;
   const u32 bucket = table->hash_fn(node);
@@ -100,7 +101,7 @@ mu_status_t mu_hash_next(mu_hash *table, const mu_lst_node *node, uint32_t bucke
   return 0;
 }
 
-// Deliberate: a scan of every bucket, although `hash_fn` may know where the key's element would be. Held by
+// Deliberate: every bucket is scanned, although `hash_fn` may know the element's bucket. Held by
 // HashFind.FindsAnElementInABucketThatIsNotItsKeys.
 mu_lst_node *mu_hash_find(mu_hash *table, const void *key) {
   if (table == nullptr) return nullptr;

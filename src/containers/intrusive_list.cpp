@@ -1,4 +1,4 @@
-// The intrusive list: links that stand in the caller's own elements.
+// The intrusive list: the links are inside the caller's own elements.
 
 #include "tarn/containers.h"
 

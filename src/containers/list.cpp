@@ -1,5 +1,5 @@
-// The doubly linked list of record copies. A node and its record are one block of memory: the record stands right
-// behind the node's three header fields.
+// The doubly linked list of record copies. A node and its record are one block of memory: the record directly follows
+// the node's three header fields.
 
 #include <cstring>
 
@@ -21,8 +21,8 @@ Owned<mu_list_node_t> make_node(u32 data_size, const void *record) {
   return node;
 }
 
-// From the tail to the head, as callers that watch the heap were always shown, but in a loop: a list of a million
-// nodes needs no more stack than a short one.
+// From the tail to the head: callers that watch the heap rely on this order. In a loop: a list of a million nodes needs
+// no more stack than a short one.
 void mu_list_free_nodes(mu_list_node_t *tail) {
   while (tail != nullptr) {
     mu_list_node_t *previous = tail->prev;

@@ -1,7 +1,7 @@
 // The ring buffer of 64-bit values.
 //
-// When the two indices meet, the ring is either full or empty, and `full` tells which. It is set and cleared only when
-// they meet, and looked at only then.
+// When the two indices meet, the ring is either full or empty, and `full` says which. It is set, cleared and read only
+// when they meet.
 
 #include "platform/support.h"
 #include "tarn/containers.h"
@@ -16,9 +16,9 @@ bool is_full(const mu_rbuf &rb) { return rb.rd == rb.wr && rb.full != 0; }
 
 bool is_empty(const mu_rbuf &rb) { return rb.rd == rb.wr && rb.full == 0; }
 
-// The slot behind `slot`. A comparison, not a division.
+// The index of the slot after `slot`. Compares instead of dividing.
 template <typename Index>
-Index behind(Index slot, u32 size) {
+Index next_index(Index slot, u32 size) {
   return slot + 1 == size ? 0 : slot + 1;
 }
 
@@ -36,12 +36,12 @@ mu_rbuf *mu_rbuf_create(int size) {
 mu_status_t mu_rbuf_write(mu_rbuf *rb, uint64_t value) {
   if (rb == nullptr || is_full(*rb)) return 1;
   rb->slots[rb->wr] = value;
-  rb->wr = behind(rb->wr, rb->size);
+  rb->wr = next_index(rb->wr, rb->size);
   if (rb->wr == rb->rd) rb->full = 1;
   return 0;
 }
 
-// Deliberate: `full` is cleared when the ring gets empty, not when it stops being full. Held by
+// Deliberate: `full` is cleared when the ring becomes empty, not when it stops being full. Held by
 // RingBuffer.KeepsTheFullFlagUntilTheIndicesMeetAgain.
 mu_status_t mu_rbuf_read(mu_rbuf *rb, uint64_t *value) {
   if (rb == nullptr || is_empty(*rb)) {
@@ -50,7 +50,7 @@ mu_status_t mu_rbuf_read(mu_rbuf *rb, uint64_t *value) {
   }
   *value = rb->slots[rb->rd];
   rb->slots[rb->rd] = 0;
-  rb->rd = behind(rb->rd, rb->size);
+  rb->rd = next_index(rb->rd, rb->size);
   if (rb->rd == rb->wr) rb->full = 0;
   return 0;
 }

@@ -17,7 +17,7 @@ enum class Trailing { kRefused, kAccepted };
 
 bool is_separator(char c) { return c == ':' || c == '.'; }
 
-// A byte is stored once it is complete, and stays stored when the text fails behind it.
+// A byte is stored once it is complete, and stays stored when an error follows it.
 bool parse_bytes(const char *s, u8 *out, int len, Trailing trailing_separator) {
   int stored = 0;
   while (*s != '\0') {

@@ -12,7 +12,7 @@ namespace {
 constexpr size_t kRowBytes = 16;
 constexpr size_t kBytePlaces = 3;  // two digits and a blank
 
-// A row goes out in one piece, so rows of several threads do not mix, and a dump costs one call for 16 bytes.
+// A row is printed in one call, so rows of several threads do not mix, and a dump costs one call for 16 bytes.
 void print_row(const u8 *bytes, size_t count) {
   constexpr char kDigits[] = "0123456789abcdef";
   char row[kRowBytes * kBytePlaces + sizeof "\n"];

@@ -1,4 +1,4 @@
-// What the conversions share: their statuses, and the one reader of digits that every parser is built on.
+// Shared by the conversions: their statuses, and the reader of digits that every parser uses.
 #ifndef TARN_CONVERT_INTERNAL_H
 #define TARN_CONVERT_INTERNAL_H
 
@@ -23,8 +23,8 @@ inline constexpr std::array<u8, 256> kDigitValues = [] {
   return values;
 }();
 
-// Reads digits up to the first character that is none, into a value that wraps at its width. Returns the place of that
-// character: `s` itself when there is no digit.
+// Reads digits up to the first character that is not one, into a value that wraps at its width. Returns the place of
+// that character: `s` itself when there is no digit.
 template <unsigned kBase, typename Value>
 inline const char *read_digits(const char *s, Value &value) {
   static_assert(kBase == 10 || kBase == 16);

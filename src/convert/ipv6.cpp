@@ -1,7 +1,7 @@
 // IPv6 addresses in the text forms of RFC 4291, section 2.2, in network order.
 //
-// The bytes of the groups are collected from the left; a "::" is remembered as the place among them where it stands.
-// Once the text has ended, what was collected behind that place moves to the end of the address.
+// The bytes of the groups are collected from the left; the position of a "::" among them is remembered. At the end of
+// the text, the bytes collected after that position move to the end of the address.
 
 #include <cstring>
 
@@ -22,10 +22,10 @@ constexpr int kNoGap = -1;
 struct Collected {
   u8 bytes[MU_IPV6_BYTES];
   int used;
-  int gap;  // the place of the "::", or kNoGap
+  int gap;  // the position of the "::", or kNoGap
 };
 
-// A dotted quad up to the end of the text. Unlike mu_str2ip it takes a first octet of 0, and no leading zeros.
+// A dotted quad up to the end of the text. Unlike mu_str2ip it accepts a first octet of 0 and refuses leading zeros.
 bool parse_quad(const char *s, u8 *quad) {
   for (int i = 0; i < kQuadBytes; i++) {
     if (i > 0 && *s++ != '.') return false;
@@ -52,7 +52,7 @@ bool collect_group(u32 group, Collected &address) {
   return true;
 }
 
-// Each round reads one group and the colon behind it, or the second colon of a "::".
+// Each round reads one group and the colon after it, or the second colon of a "::".
 bool collect(const char *s, Collected &address) {
   if (*s == ':' && *++s != ':') return false;
   while (*s != '\0') {

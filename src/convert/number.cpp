@@ -13,7 +13,7 @@ constexpr int kMaxDigits32 = 8;
 
 bool has_hex_prefix(const char *s) { return s[0] == '0' && s[1] == 'x'; }
 
-// Deliberate: a zero leads no number, so "012" is refused here and not by mu_str2decl. Held by
+// Deliberate: leading zeros are refused, so "012" fails here and parses in mu_str2decl. Held by
 // Str2Dec.RefusesLeadingZeros.
 bool parse_decimal32(const char *s, u32 &value) {
   if (*s == '0') return s[1] == '\0';
@@ -21,7 +21,7 @@ bool parse_decimal32(const char *s, u32 &value) {
   return end != s && *end == '\0';
 }
 
-// Deliberate: no digit at all is 0 with success, here and not in mu_str2decl. Held by
+// Deliberate: a prefix without digits parses as 0 here and fails in mu_str2decl. Held by
 // Str2Dec.TakesAPrefixWithoutDigitsAsZero.
 bool parse_hex32(const char *digits, u32 &value) {
   const char *end = read_digits<16>(digits, value);
@@ -33,7 +33,7 @@ bool parse_hex32(const char *digits, u32 &value) {
 uint32_t mu_atoi(const char *s) {
   if (s == nullptr) return 0;
   u32 value = 0;
-  (void)read_digits<10>(s, value);  // what follows the digits is not looked at
+  (void)read_digits<10>(s, value);  // text after the digits is ignored
   return value;
 }
 
@@ -52,7 +52,7 @@ mu_status_t mu_str2decl(const char *s, uint64_t *out) {
     if (s[kPrefixLength] == '\0') return kFailure;
     end = read_digits<16>(s + kPrefixLength, value);
   } else {
-    // Deliberate: the empty text is 0 and zeros may lead, unlike in mu_str2dec. Held by
+    // Deliberate: the empty text parses as 0 and zeros may lead, unlike in mu_str2dec. Held by
     // Str2Decl.TakesTheEmptyTextAsZero and Str2Decl.TakesLeadingZerosAsDecimal.
     end = read_digits<10>(s, value);
   }

@@ -34,8 +34,8 @@ RoundKeys load_round_keys(const u8 *bytes) {
   return round_keys;
 }
 
-// The round key that follows `key`. Every word of it is the XOR of the words of `key` up to its own place and of
-// SubWord(RotWord(last word)) XOR Rcon. AESE gives SubWord: where all columns are equal ShiftRows changes nothing.
+// The round key after `key`. Its word i is the XOR of words 0 to i of `key` and of SubWord(RotWord(word 3)) XOR Rcon.
+// AESE computes SubWord: ShiftRows changes nothing when all columns are equal.
 TARN_AES Block next_round_key(Block key, u8 round_constant) {
   const Block zero = vdupq_n_u8(0);
   const Block rotated_last_word = {13, 14, 15, 12, 13, 14, 15, 12, 13, 14, 15, 12, 13, 14, 15, 12};
@@ -97,8 +97,8 @@ TARN_AES void encrypt_once(const u8 *key, const u8 *in, u8 *out) {
   vst1q_u8(out, veorq_u8(state, next_round_key(round_key, kRoundConstants[kRounds - 1])));
 }
 
-// The loader stores the first vector registers when a program calls a function for the first time. The upper halves of
-// v8 to v15 are free too, but no path of this file needs so many.
+// When a program first calls a function, the loader stores the first vector registers. The upper halves of v8 to v15
+// are free too, but no function of this file needs so many.
 void wipe() {
   __asm__ volatile(
       "movi v0.2d, #0\n movi v1.2d, #0\n movi v2.2d, #0\n movi v3.2d, #0\n"
@@ -111,7 +111,7 @@ void wipe() {
       :
       : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24",
         "v25", "v26", "v27", "v28", "v29", "v30", "v31");
-  wipe_stack<512>();  // last, so that it begins where the functions before it began
+  wipe_stack<512>();  // last: its frame begins where those of the earlier functions did
 }
 
 constexpr Path kCryptographyExtensions = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe};

@@ -1,4 +1,4 @@
-// The block cipher's entry points, and the choice of the path that they take.
+// The block cipher's entry points, and the choice of the path that they use.
 
 #include "internal.h"
 
@@ -8,7 +8,7 @@ namespace tarn::aes {
 
 namespace {
 
-const Path *g_path;  // null until the first use; whoever comes first finds the same
+const Path *g_path;  // null until the first use; every thread would choose the same
 
 const Path *choose_path() {
   const Path *hardware = hardware_path();
@@ -19,7 +19,7 @@ const Path *choose_path() {
 
 namespace {
 
-// A function of its own: the round keys are on the part of the stack that is wiped.
+// A separate function: its round keys are on the part of the stack that is wiped.
 [[gnu::noinline]] void decrypt_once(const Path &path, const u8 *key, const u8 *in, u8 *out) {
   u8 round_keys[kRoundKeysSize];
   path.expand_key(key, round_keys);

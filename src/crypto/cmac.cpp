@@ -1,7 +1,7 @@
 // AES-CMAC: RFC 4493.
 //
-// The exported steps are shells around functions of this file, by which the library calls them itself: their names are
-// common ones, and a program may well have functions of its own called so.
+// The exported steps only wrap functions of this file. The library calls those functions directly: the exported names
+// are common words, and a program may define its own functions with these names.
 
 #include <bit>
 #include <cstdio>
@@ -10,8 +10,8 @@
 
 using namespace tarn;
 
-// Deliberate: not const. Programs link to it as data that can be written, and subkeys are made from what stands in it.
-// Held by CmacSubkeys.AreMadeFromConstRb.
+// Deliberate: not const. Programs link to it as writable data, and subkeys are made from its current content. Held by
+// CmacSubkeys.AreMadeFromConstRb.
 uint8_t const_Rb[AES128_BLOCK_BYTES] = {0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0x87};
 
 namespace tarn::aes {
@@ -21,7 +21,7 @@ namespace {
 constexpr u32 kBlockBytes = AES128_BLOCK_BYTES;
 constexpr mu_status_t kBadTagLength = 2;
 
-// A block as two numbers, in the processor's order unless it is to be read as a number of 128 bits.
+// A block as two numbers in the processor's order. A shift converts them to big-endian order.
 struct Halves {
   u64 high;
   u64 low;
@@ -50,7 +50,7 @@ void shift_left(const u8 *in, u8 *out) {
   store(out, {big_endian(high << 1 | low >> 63), big_endian(low << 1)});
 }
 
-// The block times x in GF(2^128). Without a branch, which would depend on the key.
+// The block times x in GF(2^128). Has no branch: it would depend on the key.
 void times_x(const u8 *in, u8 *out) {
   const u64 mask = u64{0} - (in[0] >> 7);
   const Halves rb = load(const_Rb);
@@ -78,13 +78,13 @@ void pad(const u8 *last, u8 *padded, i32 length) {
   }
 }
 
-// The number of blocks of a message, an incomplete one included.
+// The number of blocks of a message, including an incomplete one.
 //
-// Deliberate: counted in 32 bits, so that it is 0 for more than 0xFFFFFFF0 bytes, as it is for none. Held by
+// Deliberate: counted in 32 bits, so it is 0 for more than 0xFFFFFFF0 bytes, as for an empty message. Held by
 // Cmac.TakesAMessageWhoseBlockCountWrapsForTheEmptyOne.
 u32 count_blocks(u32 msg_len) { return (msg_len + kBlockBytes - 1) / kBlockBytes; }
 
-// The last block, made ready with the subkey that it takes. `blocks` is 0 for the empty message.
+// Makes the last block: padded if it is incomplete, and XORed with its subkey. `blocks` is 0 for the empty message.
 void prepare_last_block(const u8 *msg, u32 msg_len, u32 blocks, const u8 *k1, const u8 *k2, u8 *last) {
   const u32 rest = msg_len % kBlockBytes;
   if (blocks == 0) {
@@ -98,7 +98,7 @@ void prepare_last_block(const u8 *msg, u32 msg_len, u32 blocks, const u8 *k1, co
   }
 }
 
-// This and the next are functions of their own: their variables are on the part of the stack that is wiped.
+// This and the next are separate functions: their variables are on the part of the stack that is wiped.
 [[gnu::noinline]] void compute_tag(const Path &path, const u8 *key, const u8 *msg, u32 msg_len, u8 *tag, u8 tag_len) {
   u8 round_keys[kRoundKeysSize];
   u8 k1[kBlockSize];
@@ -128,7 +128,7 @@ void prepare_last_block(const u8 *msg, u32 msg_len, u32 blocks, const u8 *k1, co
 mu_status_t aes128_cmac_compute(const uint8_t key[16], const uint8_t *msg, uint32_t msg_len, uint8_t tag_len,
                                 uint8_t *tag) {
   if (tag_len == 0 || tag_len > AES128_CMAC_MAX_TAG) {
-    (void)printf("parameter error!!val is :%d\n", tag_len);  // nobody could be told of a failure
+    (void)printf("parameter error!!val is :%d\n", tag_len);  // a failure could not be reported
     return aes::kBadTagLength;
   }
   const aes::Path &path = aes::chosen_path();

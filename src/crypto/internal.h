@@ -1,4 +1,4 @@
-// What the sources of crypto/ share: the paths by which AES-128 can be computed, and the choice among them.
+// Shared by the sources of crypto/: the paths, which are implementations of AES-128, and the choice among them.
 #ifndef TARN_CRYPTO_INTERNAL_H
 #define TARN_CRYPTO_INTERNAL_H
 
@@ -23,30 +23,29 @@ struct Path {
   void (*chain)(const u8 *round_keys, u8 *x, const u8 *msg, size_t blocks);
   // Expands the key and enciphers one block.
   void (*encrypt_once)(const u8 *key, const u8 *in, u8 *out);
-  // Overwrites what the functions above, and a function of this folder that called them, have left on the dead stack
-  // and in the registers that the next call of anything may store there. Every exported function that enciphers ends
-  // with it.
+  // Overwrites what the functions above, and their callers in this folder, left on the dead stack and in the registers
+  // that a later call may store there. Every exported function that calls them calls this one last.
   void (*wipe)();
 };
 
-// What an unoptimised build keeps in memory, an optimised one has in registers.
+// An unoptimised build keeps in memory what an optimised one keeps in registers.
 #if defined(__OPTIMIZE__)
 constexpr size_t kDepthScale = 1;
 #else
 constexpr size_t kDepthScale = 4;
 #endif
 
-// Zeroes the stack below the caller, where the functions that it called before had their variables.
+// Zeroes the stack below the caller, where the functions that it called earlier had their variables.
 template <size_t kDepth>
 [[gnu::noinline, gnu::no_stack_protector]] void wipe_stack() {
   alignas(16) u8 dead[kDepth * kDepthScale];
   memset(dead, 0, sizeof dead);
-  __asm__ volatile("" : : "r"(dead) : "memory");  // somebody may look: the zeros must be written
+  __asm__ volatile("" : : "r"(dead) : "memory");  // the compiler must not drop the zeros
 }
 
 extern const Path kPortable;
 
-// The processor's own instructions; null where it has none.
+// The path that uses the processor's AES instructions; null if there are none.
 const Path *hardware_path();
 
 // The path of this process.

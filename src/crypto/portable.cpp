@@ -1,7 +1,7 @@
-// The portable path: FIPS 197 with the instructions that every processor of its kind has. Its time and its memory
-// accesses do not depend on key or data.
+// The portable path: FIPS 197 with only the instructions that every processor of the architecture has. Its time and its
+// memory accesses do not depend on key or data.
 //
-// A state is a block as the standard numbers it, column after column: row r of column c is byte 4c + r.
+// A state is a block in the standard's order, column after column: row r of column c is byte 4c + r.
 
 #if defined(__aarch64__)
 #include <arm_neon.h>
@@ -46,7 +46,7 @@ Bytes rotate_columns(Bytes bytes, int rows) {
   return reinterpret_cast<Bytes>(columns >> to_the_right | columns << (32 - to_the_right));
 }
 
-// Each byte times x, as xtime.
+// Each byte times x, as in xtime.
 Bytes times_x(Bytes bytes) {
   constexpr u8 kPolynomial = 0x1B;
   const auto has_top_bit = reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) < 0);
@@ -55,7 +55,7 @@ Bytes times_x(Bytes bytes) {
 
 #if defined(__aarch64__)
 
-// The S-boxes lie in registers, and all of them is read: four table instructions take 64 bytes each.
+// An S-box is loaded into registers and always read whole: each of four table instructions covers 64 bytes.
 Bytes look_up(const Table &box, Bytes bytes) {
   const auto index = reinterpret_cast<uint8x16_t>(bytes);
   uint8x16_t found = vqtbl4q_u8(vld1q_u8_x4(box.data()), index);
@@ -70,7 +70,7 @@ Bytes inverse_substitute(Bytes bytes) { return look_up(kInverseSbox, bytes); }
 
 #else
 
-// The S-boxes are computed, section 5.1.1, for all bytes at once: there is no table to be read at secret places.
+// The S-boxes are computed (section 5.1.1) for all bytes at once: a table would be read at secret indices.
 
 Bytes has_top_bit(Bytes bytes) { return reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) < 0); }
 
@@ -102,7 +102,7 @@ constexpr Linear images_under(Function function) {
   return images;
 }
 
-// Squares of squares are linear over GF(2).
+// Repeated squaring is linear over GF(2).
 template <int kTimes>
 constexpr u8 squared(u8 a) {
   for (int i = 0; i < kTimes; i++) a = product_of(a, a);
@@ -112,7 +112,7 @@ constexpr Linear kPower2 = images_under(squared<1>);
 constexpr Linear kPower4 = images_under(squared<2>);
 constexpr Linear kPower16 = images_under(squared<4>);
 
-// The inverse in the field, and 0 for 0: the power 254.
+// The inverse in the field, or 0 for 0: the 254th power.
 Bytes invert(Bytes a) {
   const Bytes power_2 = map(kPower2, a);
   const Bytes power_3 = multiply(power_2, a);

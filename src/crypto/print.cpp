@@ -1,7 +1,7 @@
 // Bytes in hexadecimal on standard output.
 //
-// Each byte, blank and line feed is a call of printf or putchar of its own: whoever stands between the library and libc
-// is promised these calls. Standard output decides when the text is shown, and nobody could be told of a failure.
+// Each byte, blank and line feed is a separate call of printf or putchar: programs that interpose these functions rely
+// on that. Standard output decides when the text is shown, and a failure could not be reported.
 
 #include <cstdio>
 

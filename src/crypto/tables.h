@@ -9,7 +9,7 @@
 
 namespace tarn::aes {
 
-// The product by x modulo x^8 + x^4 + x^3 + x + 1: section 4.2.1. Without a branch, which would depend on the data.
+// The product by x modulo x^8 + x^4 + x^3 + x + 1: section 4.2.1. Has no branch: it would depend on the data.
 constexpr u8 xtime(u8 a) { return static_cast<u8>((a << 1) ^ ((a >> 7) * 0x1B)); }
 
 using Table = std::array<u8, 256>;
@@ -19,7 +19,7 @@ using Table = std::array<u8, 256>;
 constexpr Table substitution_box() {
   constexpr u8 kAffineConstant = 0x63;
   Table box{};
-  box[0] = kAffineConstant;  // 0 has no inverse and stands for its own
+  box[0] = kAffineConstant;  // 0 has no inverse: 0 is used instead
   Table powers{};
   u8 element = 1;
   for (u8 &power : powers) {

@@ -42,9 +42,9 @@ RoundKeys load_round_keys(const u8 *bytes) {
   return round_keys;
 }
 
-// The round key that follows `key`. Every word of it is the XOR of the words of `key` up to its own place and of
-// SubWord(RotWord(last word)) XOR Rcon. That comes from the last round of the cipher, which is faster than the
-// instruction for key generation: where all columns are equal ShiftRows changes nothing.
+// The round key after `key`. Its word i is the XOR of words 0 to i of `key` and of SubWord(RotWord(word 3)) XOR Rcon.
+// The instruction for the last round computes the latter, because it is faster than the one for key generation:
+// ShiftRows changes nothing when all columns are equal.
 TARN_AES Block next_round_key(Block key, u8 round_constant) {
   const Block rotated_last_word = _mm_set1_epi32(0x0C0F0E0D);
   const Block rotated = _mm_shuffle_epi8(key, rotated_last_word);
@@ -64,7 +64,7 @@ TARN_AES void expand_key(const u8 *key, u8 *round_keys) {
   }
 }
 
-// All of the cipher but its first step, the XOR with round key 0.
+// The cipher without its first step, the XOR with round key 0.
 TARN_AES inline Block encrypt_whitened(const RoundKeys &round_keys, Block state) {
 #pragma GCC unroll 10
   for (size_t round = 1; round < kRounds; round++) state = _mm_aesenc_si128(state, round_keys.keys[round]);
@@ -76,8 +76,8 @@ TARN_AES void encrypt(const u8 *round_keys, const u8 *in, u8 *out) {
   store(out, encrypt_whitened(keys, _mm_xor_si128(load(in), keys.keys[0])));
 }
 
-// The instruction does the equivalent inverse cipher, FIPS 197 section 5.3.5: its inner round keys went through
-// InvMixColumns.
+// The instruction computes the equivalent inverse cipher, FIPS 197 section 5.3.5: it needs inner round keys that went
+// through InvMixColumns.
 TARN_AES void decrypt(const u8 *round_keys, const u8 *in, u8 *out) {
   const RoundKeys keys = load_round_keys(round_keys);
   Block state = _mm_xor_si128(load(in), keys.keys[kRounds]);
@@ -92,7 +92,7 @@ TARN_AES void chain(const u8 *round_keys, u8 *x, const u8 *msg, size_t blocks) {
   const RoundKeys keys = load_round_keys(round_keys);
   Block state = load(x);
   for (; blocks != 0; blocks--, msg += kBlockSize) {
-    // In this order, so that only one XOR waits for the block before.
+    // In this order only one XOR waits for the previous block.
     state = encrypt_whitened(keys, _mm_xor_si128(state, _mm_xor_si128(load(msg), keys.keys[0])));
   }
   store(x, state);
@@ -109,7 +109,7 @@ TARN_AES void encrypt_once(const u8 *key, const u8 *in, u8 *out) {
   store(out, _mm_aesenclast_si128(state, round_key));
 }
 
-// The loader stores the vector registers when a program calls a function for the first time.
+// When a program first calls a function, the loader stores the vector registers.
 void wipe() {
   __asm__ volatile(
       "pxor %%xmm0, %%xmm0\n pxor %%xmm1, %%xmm1\n pxor %%xmm2, %%xmm2\n pxor %%xmm3, %%xmm3\n"
@@ -120,7 +120,7 @@ void wipe() {
       :
       : "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7", "xmm8", "xmm9", "xmm10", "xmm11", "xmm12",
         "xmm13", "xmm14", "xmm15");
-  wipe_stack<512>();  // last, so that it begins where the functions before it began
+  wipe_stack<512>();  // last: its frame begins where those of the earlier functions did
 }
 
 constexpr Path kAesNi = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe};

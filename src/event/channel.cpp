@@ -1,4 +1,4 @@
-// The start of the channel: the event thread and the registry that it feeds. There is no stop.
+// The start of the channel: the event thread and the registry that it feeds. They are never stopped.
 
 #include <pthread.h>
 
@@ -17,16 +17,16 @@ constexpr int kPriority = 80;
 void start_event_thread() {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  (void)pthread_attr_setstacksize(&attributes, kStackSize);  // 64-bit Arm demands more: its default stays in force
+  (void)pthread_attr_setstacksize(&attributes, kStackSize);  // 64-bit Arm requires more: there the default applies
   (void)pthread_attr_setschedpolicy(&attributes, SCHED_RR);
   sched_param parameters = {};
   parameters.sched_priority = kPriority;
   (void)pthread_attr_setschedparam(&attributes, &parameters);
   (void)pthread_attr_setinheritsched(&attributes, PTHREAD_EXPLICIT_SCHED);
-  // By cast: the body takes no argument, so it may be called directly too.
+  // By cast: the body takes no argument, so programs may also call it directly.
   const auto body = reinterpret_cast<mu_thread_entry_t>(reinterpret_cast<void (*)()>(remote_event_process));
   pthread_t thread;
-  // Deliberate: not checked. A process that may not use SCHED_RR runs on without the thread. Held by
+  // Deliberate: not checked. A process that may not use SCHED_RR continues without the thread. Held by
   // EventPlatform.GoesOnWithoutTheThread.
   (void)pthread_create(&thread, &attributes, body, nullptr);
   (void)pthread_attr_destroy(&attributes);
@@ -36,9 +36,9 @@ void start_event_thread() {
 
 void mup_plat_event_init() {
   if (load_acquire(evt_flag) != 0) return;
-  // The thread first: what it receives before the registry is ready is dropped.
+  // The thread starts first: datagrams that it receives before the registry is ready are dropped.
   start_event_thread();
-  (void)mu_event_init(MUP_EVENT_NUM, nullptr, mup_event_cfg_forward);  // without memory there is no registry
+  (void)mu_event_init(MUP_EVENT_NUM, nullptr, mup_event_cfg_forward);  // without memory the registry does not exist
   store_release(evt_flag, u32{1});
   mu_printf("mu-event: init OK (max_event_num %d)\n", MUP_EVENT_NUM);
 }

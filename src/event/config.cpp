@@ -1,5 +1,5 @@
-// Counters and suppression settings. Each call acts on the table, or where a configuration handler is installed becomes
-// a message to that. event_cfg_set is the other end: it turns a message into the call.
+// Counters and suppression settings. Each call acts on the table or, if a configuration handler is installed, becomes a
+// message to the handler. event_cfg_set is the other end: it turns a message into the call.
 
 #include "internal.h"
 
@@ -9,7 +9,7 @@ using namespace tarn::event;
 namespace {
 
 mu_event_msg_t request(mu_event_op op, u32 type) {
-  mu_event_msg_t msg = {};  // whole: no byte of the stack reaches a handler
+  mu_event_msg_t msg = {};  // zeroed: no byte of the stack reaches a handler
   msg.op = op;
   msg.type = type;
   return msg;
@@ -20,11 +20,11 @@ void clear_counters(mu_event_rec &event) {
   store_relaxed(event.suprs_cnt, u32{0});
 }
 
-// Deliberate: kept in units of 10 ms and counted in polls of 500 ms, so a window takes 50 times the period. Held by
+// Deliberate: kept in units of 10 ms and counted in polls of 500 ms, so a window lasts 50 times the period. Held by
 // EventSuppression.RunsTheWorkedCaseToItsEnd.
 u32 to_period(u32 ms) { return ms > MU_TICK_MS ? ms / MU_TICK_MS : 1; }
 
-// The suppression that is on, the window and `count` stay as they are.
+// Does not change a suppression in progress, the window or `count`.
 void configure(mu_event_rec &event, const mu_event_cfg_t &cfg) {
   store_relaxed(event.suprs_cnt, u32{0});
   store_relaxed(event.period, to_period(cfg.period));
@@ -48,7 +48,7 @@ mu_status_t mu_event_counter_get(uint16_t device_id, uint32_t type, uint32_t *co
   mu_event_rec &event = record_of(type);
   *count = load_relaxed(event.count);
   if (clear != 0) store_relaxed(event.count, u32{0});
-  // Deliberate: -1 although the value was delivered; 0 tells that a handler gave it. Held by
+  // Deliberate: -1 although the value was delivered; 0 means that a handler supplied it. Held by
   // EventCounterGet.ReturnsMinusOneWithTheLocalValue.
   return -1;
 }
@@ -62,7 +62,7 @@ mu_status_t mu_event_counter_clear(uint16_t device_id, uint32_t type) {
 }
 
 mu_status_t mu_event_counter_clear_all(uint16_t device_id) {
-  ScopedLock lock(glb_evt.lock);  // before mu_event_init a null lock, and an empty table
+  ScopedLock lock(glb_evt.lock);  // before mu_event_init the lock is null and the table empty
   mu_event_msg_t msg = request(MU_EVENT_OP_COUNTER_CLEAR_ALL, 0);
   if (forward(device_id, msg)) return 0;
   for (mu_event_rec &event : table()) clear_counters(event);
@@ -82,7 +82,7 @@ mu_status_t mu_event_get(uint16_t device_id, int type, mu_event_cfg_t *cfg) {
   if (cfg == nullptr || !in_range_signed(type)) return -1;
   ScopedLock lock(glb_evt.lock);
   mu_event_msg_t msg = request(MU_EVENT_OP_GET, static_cast<u32>(type));
-  put_cfg(msg, *cfg);  // a handler that does not answer leaves the caller's values
+  put_cfg(msg, *cfg);  // the caller's values remain if a handler does not answer
   if (forward(device_id, msg)) {
     *cfg = cfg_of(msg);
     return 0;

@@ -48,7 +48,7 @@ int mu_pal_ioctl(uint32_t cmd, void *arg) {
 void mu_event_dest_set(uint32_t port) {
   Argument argument = {};
   argument.header.destination = port;
-  (void)mu_pal_ioctl(MU_PAL_EVENT_DEST, &argument);  // it has told of its failure
+  (void)mu_pal_ioctl(MU_PAL_EVENT_DEST, &argument);  // it reports its own failure
 }
 
 int mup_event_cfg_forward(uint16_t device_id, mu_event_msg_t *msg) {
@@ -56,8 +56,8 @@ int mup_event_cfg_forward(uint16_t device_id, mu_event_msg_t *msg) {
   argument.header.length = sizeof *msg;
   argument.header.device_id = device_id;
   memcpy(argument.payload, msg, sizeof *msg);
-  // Deliberate: the result is dropped, so configuration calls succeed without the device, and what stands in the
-  // argument is copied back whatever happened. Held by EventForward.SucceedsWithoutTheDevice.
+  // Deliberate: the result is ignored, so configuration calls succeed without the device, and the content of the
+  // argument is always copied back. Held by EventForward.SucceedsWithoutTheDevice.
   (void)mu_pal_ioctl(MU_PAL_EVENT_CFG, &argument);
   memcpy(msg, argument.payload, sizeof *msg);
   return 0;

@@ -14,8 +14,8 @@ struct Occurrence {
   u32 len;
 };
 
-// Drops and counts an occurrence of a suppressed type. The one that finds the window full begins the suppression, and
-// is itself dropped. True if the occurrence was dropped.
+// Drops and counts an occurrence of a suppressed type. The one that finds the window full begins the suppression and is
+// dropped too. True if the occurrence was dropped.
 bool suppress(mu_event_rec &event) {
   if (load_relaxed(event.suprs_en) == 0) return false;
   if (load_relaxed(event.suprs_s) == 0) {
@@ -51,7 +51,7 @@ mu_status_t mu_event_send(uint16_t device_id, int type, void *data, uint32_t len
   const Occurrence occurrence = {device_id, static_cast<u32>(type), data, len};
   run_send_hook(occurrence);
   run_subscribers(load_relaxed(event.cb_list), occurrence);
-  increment(event.period_cnt);  // without suppression too: a window may be turned on at any time
+  increment(event.period_cnt);  // also when suppression is disabled: it may be enabled at any time
   increment(event.count);
   return 0;
 }

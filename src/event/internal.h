@@ -13,8 +13,8 @@ namespace tarn::event {
 
 inline bool is_inited() { return load_acquire(glb_evt.inited) != 0; }
 
-// Deliberate: two checks. The signed one lets negative types through, to the record that many places before the table.
-// Held by EventSend.ANegativeTypeAddressesTheRecordBeforeTheTable and EventRegister.RefusesANegativeType.
+// Deliberate: two checks. The signed one accepts negative types: type -n addresses the record n places before the
+// table. Held by EventSend.ANegativeTypeAddressesTheRecordBeforeTheTable and EventRegister.RefusesANegativeType.
 inline bool in_range_signed(int type) { return is_inited() && type < glb_evt.max_event_num; }
 inline bool in_range_unsigned(u32 type) { return is_inited() && type < static_cast<u32>(glb_evt.max_event_num); }
 
@@ -22,13 +22,13 @@ inline bool in_range_unsigned(u32 type) { return is_inited() && type < static_ca
 inline mu_event_rec &record_of(int type) { return *(glb_evt.events + type); }
 inline mu_event_rec &record_of(u32 type) { return glb_evt.events[type]; }
 
-// The whole table; empty before mu_event_init, which stores the number of records behind the table.
+// The whole table; empty before mu_event_init, which stores the number of records after the pointer.
 inline std::span<mu_event_rec> table() {
   const auto count = static_cast<size_t>(load_acquire(glb_evt.max_event_num));
   return {glb_evt.events, count};
 }
 
-// Only the holder of the lock counts.
+// Only the holder of the lock increments.
 inline void increment(u32 &counter) { store_relaxed(counter, load_relaxed(counter) + 1); }
 
 inline void call_if_set(const mu_event_suprs_cb_t &callback, const u64 &cookie) {

@@ -1,4 +1,4 @@
-// select's set of one descriptor.
+// A set of one descriptor for select.
 #ifndef TARN_EVENT_READ_SET_H
 #define TARN_EVENT_READ_SET_H
 
@@ -10,8 +10,7 @@
 
 namespace tarn::event {
 
-// Made for its descriptor, which may have any number: a daemon with many files open must not be ended by FD_SET, which
-// stops at FD_SETSIZE.
+// Works for any descriptor number. FD_SET stops at FD_SETSIZE, and must not end a daemon that has many files open.
 class ReadSet {
  public:
   explicit ReadSet(int fd) : fd_(fd) {
@@ -26,10 +25,10 @@ class ReadSet {
     }
   }
 
-  // Whether there is memory for it.
+  // False when memory ran out.
   bool exists() const { return words_ != nullptr; }
 
-  // Waits without a timeout. Returns what select does.
+  // Waits without a timeout. Returns the result of select.
   int wait() {
     memset(words_, 0, size_);
     words_[fd_ / NFDBITS] |= bit();

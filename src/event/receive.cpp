@@ -18,8 +18,8 @@ int32_t evt_dest;
 
 namespace {
 
-// After a wait that failed. It would fail again at once when somebody has closed the socket, and the thread, whose
-// priority is a real-time one, would leave its processor to nobody.
+// The pause after a failed wait. If the socket was closed, the next wait fails at once, and without a pause the thread,
+// which has a real-time priority, would occupy its processor.
 constexpr u32 kPauseMs = 100;
 
 int bind_to_port(int sock, u32 port) {
@@ -33,7 +33,8 @@ static_assert(sizeof(sockaddr_nl) == 12);
 void send_to_registry(u8 *datagram) {
   mu_pal_hdr_t header;
   memcpy(&header, datagram, sizeof header);
-  // Deliberate: the length is the header's own, whatever was received. Held by EventChannel.PassesTheLengthOfTheHeader.
+  // Deliberate: the length is the header's, however many bytes were received. Held by
+  // EventChannel.PassesTheLengthOfTheHeader.
   (void)mu_event_send(header.device_id, header.event_type, datagram + sizeof header, header.length);
 }
 
@@ -47,20 +48,20 @@ void send_to_registry(u8 *datagram) {
     if (ready < 1 || !readable.has_descriptor()) continue;
     const ssize_t received =
         recvfrom(sock, datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&sender), &sender_size);
-    // Deliberate: unsigned, so that a failed receive, -1, counts as a long datagram, and what the buffer holds is sent
+    // Deliberate: unsigned, so a failed receive (-1) counts as a long datagram and the content of the buffer is sent
     // again. Held by EventChannel.AFailedReceiveSendsWhatTheBufferHolds.
     if (static_cast<u32>(received) >= sizeof(mu_pal_hdr_t)) send_to_registry(datagram);
   }
 }
 
-void tell_of_failure() { perror("!Create pkt_evt channel failed::\n"); }
+void report_failure() { perror("!Create pkt_evt channel failed::\n"); }
 
 }  // namespace
 
 void *remote_event_process() {
   const int sock = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, MU_PAL_NETLINK);
   if (sock < 0) {
-    tell_of_failure();
+    report_failure();
     return nullptr;
   }
   const auto port = getppid();
@@ -73,7 +74,7 @@ void *remote_event_process() {
   }
   ReadSet readable(sock);
   if (readable.exists()) receive_forever(sock, readable);
-  tell_of_failure();
+  report_failure();
   (void)close(sock);
   return nullptr;
 }

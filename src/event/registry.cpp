@@ -1,5 +1,5 @@
-// The state of the registry, its start, and the subscribers. There is no stop: the table, the lock and the polling
-// timer live as long as the process.
+// The state of the registry, its start, and the subscribers. The table, the lock and the polling timer live as long as
+// the process.
 
 #include <cstring>
 
@@ -13,7 +13,7 @@ mu_event_state_t glb_evt;
 
 namespace {
 
-// `inited` goes first, by an atomic store, so that no sender walks into a state that is being cleared.
+// `inited` is cleared first, by an atomic store, so that no sender uses a state that is being cleared.
 void clear_state() {
   store_release(glb_evt.inited, u32{0});
   store_release(glb_evt.max_event_num, 0);
@@ -57,8 +57,8 @@ void append(mu_list_t *list, u32 type, mu_event_cb_t cb) {
   memset(&subscriber, 0, sizeof subscriber);  // the padding too
   subscriber.type = type;
   subscriber.cb = cb;
-  // Deliberate: not checked. Without memory, or on a type without a list, nothing is added and nobody is told. Held by
-  // EventRegister.SucceedsWithoutAddingWhenMemoryRunsOut and EventAttach.LosesTheListOfSubscribers.
+  // Deliberate: not checked. Without memory, or on a type without a list, nothing is added and no error is reported.
+  // Held by EventRegister.SucceedsWithoutAddingWhenMemoryRunsOut and EventAttach.LosesTheListOfSubscribers.
   (void)mu_list_add(list, &subscriber);
 }
 
@@ -66,7 +66,7 @@ void append(mu_list_t *list, u32 type, mu_event_cb_t cb) {
 
 mu_status_t mu_event_init(int max_event_num, mu_event_hook_t send_hook, mu_event_cfg_handler_t cfg_handler) {
   if (max_event_num == 0) return -1;
-  // Deliberate: a second call is not refused; what the first one made is abandoned. Held by
+  // Deliberate: a second call is not refused; it abandons the objects of the first one. Held by
   // EventInit.ASecondCallStartsAnew.
   clear_state();
   if (!make_table(max_event_num)) return -1;
@@ -95,7 +95,7 @@ mu_status_t mu_event_deregister([[maybe_unused]] uint16_t device_id, uint32_t ty
   ScopedLock lock(glb_evt.lock);
   mu_event_rec &event = record_of(type);
   mu_list_t *list = load_relaxed(event.cb_list);
-  (void)mu_list_delete(list, find(list, cb));  // it may not be there
+  (void)mu_list_delete(list, find(list, cb));  // null, which changes nothing, if not registered
   if (mu_list_count(list) == 0) store_relaxed(event.registered, u8{0});
   return 0;
 }

@@ -1,4 +1,4 @@
-// Suppression: whom it tells, and the poll that ends its windows. It begins in mu_event_send.
+// Suppression: its callbacks, and the poll that ends its windows. mu_event_send begins it.
 
 #include "internal.h"
 
@@ -7,9 +7,9 @@ using namespace tarn::event;
 
 namespace {
 
-// Everything up to the list of subscribers, and that too.
+// Clears everything up to and including the list of subscribers.
 //
-// Deliberate: the type loses its list, and nothing gives it another; the order of attaching and registering makes no
+// Deliberate: the type loses its list and never gets another; the order of attaching and registering makes no
 // difference. Held by EventAttach.LosesTheListOfSubscribers.
 void reset(mu_event_rec &event) {
   store_relaxed(event.registered, u8{0});
@@ -24,7 +24,7 @@ void reset(mu_event_rec &event) {
 }
 
 // Deliberate: the poll that ends a suppression leaves `tick` and `period_cnt` at their limits. An occurrence before the
-// next poll so begins suppression again; without one, that poll begins a new window. Held by
+// next poll therefore begins a new suppression; without one, that poll begins a new window. Held by
 // EventSuppression.RunsTheWorkedCaseToItsEnd and EventSuppression.AlternatesUnderASteadyStream.
 void complete_period(mu_event_rec &event) {
   if (load_relaxed(event.suprs_s) != 0) {

@@ -2,8 +2,8 @@
 //
 //   <jxlog-MM?L?TEXT<jxlog>     MM: module, two digits; L: level, one digit; ?: any character
 //
-// What may still become a frame is held for the next read: a frame whose end has not come, or the last bytes, in which
-// a start marker may begin. A marker counts once a byte stands behind it.
+// Bytes that may still become a frame are held for the next read: a frame whose end has not arrived, or the last bytes,
+// in which a start marker may begin. A marker counts only when a byte follows it.
 
 #include <fcntl.h>
 #include <semaphore.h>
@@ -33,17 +33,16 @@ constexpr size_t kModuleAt = 7;
 constexpr size_t kLevelAt = 10;
 constexpr size_t kTextAt = 12;
 
-// What cannot be told apart is logged as the fourth module's.
+// Bytes that are not a frame are logged under the fourth module if they fill the buffer.
 constexpr u8 kOverflowModule = 3;
 
-// Deliberate: a character that is no digit counts all the same, modulo 256. Held by
-// LogBridge.TakesAnyCharacterForADigit.
+// Deliberate: a character that is not a digit counts too, modulo 256. Held by LogBridge.TakesAnyCharacterForADigit.
 u8 digit(char c) { return static_cast<u8>(c - '0'); }
 
 class Stream {
  public:
-  // A read that gave nothing, or failed, takes nothing in.
-  bool take_in(int file) {
+  // False when nothing was read or the read failed.
+  bool read_more(int file) {
     const ssize_t got = read(file, buffer_ + held_, kReadSize);
     if (got <= 0) return false;
     held_ += static_cast<size_t>(got);
@@ -56,7 +55,7 @@ class Stream {
   }
 
  private:
-  // Logs the frames that are complete and returns where what must be held begins.
+  // Logs the complete frames. Returns the position of the first byte to hold.
   size_t log_complete_frames() {
     const size_t reach = held_ - kMarkerSize;
     size_t next = 0;
@@ -70,12 +69,12 @@ class Stream {
     }
   }
 
-  // The first place of a marker from `from` on that a byte stands behind; npos for none.
+  // The first position of a marker, from `from` on, that a byte follows; npos if there is none.
   size_t find(std::string_view marker, size_t from) const {
     return std::string_view(buffer_, held_ - 1).find(marker, from);
   }
 
-  // Deliberate: of a frame that ends before its text begins, what stands behind its end is logged. Held by
+  // Deliberate: for a frame that ends before its text begins, the bytes after its end are logged. Held by
   // LogBridge.LogsWhatFollowsAFrameTooShortForAText.
   void log_frame(size_t start, size_t end) {
     const char *frame = buffer_ + start;
@@ -91,7 +90,7 @@ class Stream {
     drop(held_);
   }
 
-  // Everything behind what is held stays zero: it ends the texts.
+  // All bytes after the held ones stay zero: they end the texts.
   void drop(size_t size) {
     memmove(buffer_, buffer_ + size, held_ - size);
     memset(buffer_ + held_ - size, 0, size);
@@ -116,7 +115,7 @@ void *log_msg_process(void *started) {
     return nullptr;
   }
   for (Stream stream;;) {
-    if (stream.take_in(file)) stream.log_frames();
+    if (stream.read_more(file)) stream.log_frames();
     mu_sleep(kPauseMs);
   }
 }

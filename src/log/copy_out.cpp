@@ -15,14 +15,14 @@ constexpr size_t kModuleMax = 32;
 
 // Which records are copied.
 struct Filter {
-  char pattern[kModuleMax + sizeof "]:"];  // what follows the level in a record's line; "" lets every line through
+  char pattern[kModuleMax + sizeof "]:"];  // the text after the level in a record's line; "" passes every line
   u8 level_count;
 
   bool lets_through(const char *record) const {
     if (pattern[0] == '\0') return true;
     if (strstr(record, pattern) == nullptr) return false;
     for (u8 level = 0; level < level_count; level++) {
-      // Deliberate: a level's name counts wherever it stands. Held by LogFileGet.FindsALevelAnywhereInTheLine.
+      // Deliberate: a level's name counts anywhere in the line. Held by LogFileGet.FindsALevelAnywhereInTheLine.
       if (strstr(record, mup_log_level_str_get(level)) != nullptr) return true;
     }
     return false;
@@ -54,7 +54,7 @@ mu_status_t mup_log_file_get(const char *out_path, int8_t which, const char *mod
   if (!from || !to) {
     from.reset();
     to.reset();
-    // Deliberate: no failure for the caller. Held by LogFileGet.ReturnsZeroWhenAFileDoesNotOpen.
+    // Deliberate: not a failure for the caller. Held by LogFileGet.ReturnsZeroWhenAFileDoesNotOpen.
     mu_printf("open file fail \n");
     return 0;
   }

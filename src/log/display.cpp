@@ -26,7 +26,7 @@ void show_ring(const Ring &ring) {
 void mu_log2str(const mup_log_rec *rec, char *dst, uint32_t n) {
   if (report_null(rec) || report_null(dst)) return;
   tm utc = {};
-  if (gmtime_r(&rec->time, &utc) == nullptr) utc = {};  // a year that no calendar holds
+  if (gmtime_r(&rec->time, &utc) == nullptr) utc = {};  // the year is out of range
   char number[sizeof " -2147483648"] = "";
   if (rec->line != 0) (void)snprintf(number, sizeof number, " %d", static_cast<int>(rec->line));
   (void)snprintf(dst, n, "[%02d/%02d-%02d:%02d:%02d]-[%s%s]%s: %s\r\n", utc.tm_mon + 1, utc.tm_mday, utc.tm_hour,

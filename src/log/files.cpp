@@ -1,4 +1,4 @@
-// The log with its files: its start, the device's description, and what empties or deletes.
+// The log with its files: its start, the device's description, and the calls that clear a ring or delete the files.
 
 #include <unistd.h>
 
@@ -14,8 +14,8 @@ namespace {
 
 constexpr int kMsPerSecond = 1000;
 
-// The timer table shows the address that the library exports, so the function itself is the callback: the argument that
-// it is called with goes unread.
+// The exported function itself is the callback, because the timer table shows its address. It ignores the timer's
+// argument.
 mu_timer_cb_t save_callback() {
   return reinterpret_cast<mu_timer_cb_t>(reinterpret_cast<void (*)()>(mup_log_usr_savefile));
 }
@@ -23,7 +23,7 @@ mu_timer_cb_t save_callback() {
 }  // namespace
 
 mu_status_t mup_log_usr_init(uint16_t module_num, const char *names) {
-  (void)mup_log_init(0, module_num, names);  // has told what failed; the files are made all the same
+  (void)mup_log_init(0, module_num, names);  // reports its own failure; the files are made anyway
   store_relaxed(control.level_hook, &mup_log_kern_level_set);
   if (!load_files()) {
     mu_printf("Log Malloc fail \n");

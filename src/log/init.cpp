@@ -1,5 +1,4 @@
-// The start of the log. There is no shutdown: the socket, the mutex and the table of modules live as long as the
-// process.
+// The start of the log. The socket, the mutex and the table of modules live as long as the process.
 
 #include <netinet/in.h>
 #include <sys/socket.h>
@@ -13,8 +12,8 @@ using namespace tarn::log;
 
 namespace {
 
-// Everything before the user header, which survives a second start. `inited` goes first, by an atomic store, so that
-// no message walks into a state that is being cleared.
+// Clears everything before the user header, which survives a second start. `inited` is cleared first, by an atomic
+// store, so that no message uses a state that is being cleared.
 void clear_control() {
   store_release(control.inited, u8{0});
   constexpr size_t kBegin = offsetof(mup_log_ctrl, module_num);

@@ -13,8 +13,8 @@ namespace tarn::log {
 constexpr u8 kLevelMax = MUP_LOG_DEBUG;
 constexpr u8 kDefaultLevel = MUP_LOG_ERROR;
 
-// Statuses other than 0, as the header lists them. The functions of the files have one of their own for a log that was
-// not started.
+// Statuses other than 0, as the header lists them. For a log that was not started, the functions of the files return
+// kNotStarted and those of the levels kNotInited.
 constexpr mu_status_t kNoMutex = -1;
 constexpr mu_status_t kNotStarted = 1;
 constexpr mu_status_t kBadArgument = 2;
@@ -28,7 +28,7 @@ constexpr u8 kUsrDirty = 1 << 1;
 constexpr char kSysPath[] = "/overlay/mu_log.txt";
 constexpr char kUsrPath[] = "/overlay/user_log.txt";
 
-// What stands before the first record of a file. The user file's marker ends the device's description.
+// The text before the first record of a file. The user file's marker ends the device's description.
 constexpr std::string_view kSysMarker = "SysLog:\n";
 constexpr std::string_view kUsrMarker = "\n\n";
 
@@ -43,7 +43,7 @@ bool report_null(const void *argument, const char *function = __builtin_FUNCTION
 // The name of a module; "" for one that is not registered.
 const char *module_name(u8 module);
 
-// Of the two that follow: negative, as no id and no level is.
+// The result of the next two functions if nothing is found. No id or level is negative.
 constexpr int kNotFound = -1;
 
 // The id of the first module of that name, or kNotFound.
@@ -52,7 +52,7 @@ int find_module(std::string_view name);
 // The level of that name, or kNotFound.
 int find_level(std::string_view name);
 
-// A ring of the control record: its slots, how many, and the index of the next slot to be written.
+// A ring of the control record: its slots, their number, and the index of the next slot to be written.
 struct Ring {
   mup_log_rec *slots;
   u32 size;
@@ -61,10 +61,11 @@ struct Ring {
   mup_log_rec &oldest(u32 age) const { return slots[(*next + age) & (size - 1)]; }
 };
 
-// Zeroes every text and begins again at the first slot.
+// Zeroes every text. The next record goes into the first slot.
 void clear_ring(const Ring &ring);
 
-// Tells the next save that a file no longer holds what its ring does. The mutex is held; the save looks without it.
+// Marks a file that differs from its ring, for the next save. Called with the mutex held; a save first reads it without
+// the mutex.
 inline void mark_dirty(u8 bit) { store_relaxed(control.dirty, static_cast<u8>(control.dirty | bit)); }
 
 inline Ring system_ring() { return {control.sys_ring, MUP_LOG_SYS_NUM, &control.sys_idx}; }
@@ -74,11 +75,11 @@ static_assert((MUP_LOG_SYS_NUM & (MUP_LOG_SYS_NUM - 1)) == 0 && (MUP_LOG_USR_NUM
               "ring indices are masked");
 
 struct CloseFile {
-  void operator()(FILE *file) const noexcept { (void)fclose(file); }  // nobody could be told of a failure
+  void operator()(FILE *file) const noexcept { (void)fclose(file); }  // a failure could not be reported
 };
 using File = std::unique_ptr<FILE, CloseFile>;
 
-// Reads both log files back into the rings and makes those that cannot be read. False when there is no memory for it.
+// Reads both log files back into the rings and makes those that cannot be opened. False when memory runs out.
 bool load_files();
 
 }  // namespace tarn::log

@@ -1,4 +1,4 @@
-// Changed settings passed on to the kernel's log device.
+// Passes changed settings on to the kernel's log device.
 
 #include <fcntl.h>
 #include <sys/ioctl.h>
@@ -36,6 +36,6 @@ void mup_log_kern_level_set(uint8_t module_index, uint8_t type, uint8_t value) {
     (void)puts("Device open failure /dev/mulog-ioctl-dev");
     return;
   }
-  (void)ioctl(device, kRequest, &message);  // what the kernel refuses stays set in user space
+  (void)ioctl(device, kRequest, &message);  // a setting that the kernel refuses stays set in user space
   (void)close(device);
 }

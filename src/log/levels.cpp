@@ -17,7 +17,7 @@ constexpr u8 kLastModuleOfSet = 20;
 constexpr u8 kFirstUserModule = 16;
 constexpr u8 kLastUserModule = 19;
 
-// 0, or why the settings of no module can be reached by this name.
+// 0, or the status of a call that is refused: the name is null, or the log was not started.
 mu_status_t refusal(const char *module_name, const char *function, int line) {
   if (report_null(module_name, function, line)) return kBadArgument;
   if (is_inited()) return 0;
@@ -25,7 +25,7 @@ mu_status_t refusal(const char *module_name, const char *function, int line) {
   return kNotInited;
 }
 
-// The setting, or null for a type that stands for none.
+// The setting of that type, or null if there is none.
 u8 *setting_of(mup_log_module &module, u8 type) {
   switch (type) {
     case MUP_LOG_SET_PRINT:
@@ -55,7 +55,7 @@ void enable_modules(u8 first, u8 last, bool on) {
   if (!is_inited()) return;
   ScopedLock lock(control.mutex);
   for (u8 id = first; id <= last && id < control.module_num; id++) {
-    // By its name, as the level hook is reached; of two modules with one name the first is changed.
+    // By its name: that calls the level hook. Of two modules with the same name the first is changed.
     (void)mup_log_level_set(0, control.modules[id].name, MUP_LOG_SET_ENABLE, on);
   }
 }
@@ -78,7 +78,7 @@ mu_status_t mup_log_level_set([[maybe_unused]] uint64_t reserved, const char *mo
   const int id = find_module(module_name);
   if (id < 0) return kBadArgument;
   if (u8 *setting = setting_of(control.modules[id], type)) store_relaxed(*setting, value);
-  // Deliberate: an unknown type changes nothing, but the hook hears of it and the call succeeds. Held by
+  // Deliberate: an unknown type changes nothing, but the hook is called and the call succeeds. Held by
   // LogLevelSet.CallsTheHookForAnUnknownType.
   if (mup_log_level_hook hook = load_relaxed(control.level_hook)) hook(static_cast<u8>(id), type, value);
   return 0;

@@ -1,7 +1,7 @@
 // Log files read back into the rings.
 //
-// A file streams through one buffer of two chunks: what is left of the last chunk, always less than a chunk, and the
-// next one behind it.
+// A file streams through one buffer of two chunks: the rest of the previous chunk, always less than a chunk, followed
+// by the next chunk.
 
 #include <unistd.h>
 
@@ -15,19 +15,20 @@ namespace {
 
 constexpr size_t kChunkSize = 512;
 constexpr size_t kBufferSize = 2 * kChunkSize;
-constexpr size_t kLeastSize = 9;  // of a file that can hold anything
+constexpr size_t kLeastSize = 9;  // of a file with content
 constexpr size_t kNameMax = 16;   // of a level's or a module's name
 
 class Parser {
  public:
   Parser(FILE *file, const Ring &ring, char *buffer) : file_(file), ring_(ring), buffer_(buffer) {}
 
-  // Loads the records behind the marker, and returns how many.
+  // Loads the records after the marker. Returns their number.
   u32 run(std::string_view marker, const char *path) {
     const size_t first = read_chunk();
     if (first < kLeastSize || !drop_through(marker)) return 0;
-    // Less than a chunk is all that the file has, and the first round takes it. Deliberate: a file that ends with its
-    // first chunk is not noticed, and nothing of it is taken. Held by LogStoreLoad.TakesNothingFromAFileOf512Bytes.
+    // A first read of less than a chunk is the whole file, and the first round loads it. Deliberate: a file of exactly
+    // one chunk is not recognised as whole, and nothing of it is loaded. Held by
+    // LogStoreLoad.TakesNothingFromAFileOf512Bytes.
     bool is_read = first < kChunkSize;
     while (is_read || read_chunk() > 0) {
       is_read = false;
@@ -52,7 +53,7 @@ class Parser {
     memmove(buffer_, buffer_ + size, held_);
   }
 
-  // Deliberate: a marker that ends where the first chunk does is not found. Held by
+  // Deliberate: a marker at the very end of the first chunk is not found. Held by
   // LogStoreLoad.MissesAMarkerThatEndsWithTheFirstChunk.
   bool drop_through(std::string_view marker) {
     const size_t at = std::string_view(buffer_, held_ - 1).find(marker);
@@ -61,12 +62,12 @@ class Parser {
     return true;
   }
 
-  // Every complete line; false when one of them ends the load.
+  // Loads every complete line. False when one of them ends the load.
   bool take_lines() {
     size_t begin = 0;
     while (char *end = static_cast<char *>(memchr(buffer_ + begin, '\n', held_ - begin))) {
       *end = '\0';
-      if (!take_line(buffer_ + begin)) return false;  // NUL-terminated; a NUL in the line ends it before
+      if (!take_line(buffer_ + begin)) return false;  // NUL-terminated; a NUL in the line ends it earlier
       begin = static_cast<size_t>(end + 1 - buffer_);
     }
     drop(begin);
@@ -88,11 +89,11 @@ class Parser {
     rest = slice(rest, 0, sizeof slot.text - 1);
     copy_text(slot.text, rest);
     memset(slot.text + rest.size(), 0, sizeof slot.text - rest.size());
-    if (!rest.empty()) count_++;  // the next line takes the slot of an empty text
+    if (!rest.empty()) count_++;  // the next line reuses the slot of an empty text
     return true;
   }
 
-  // The name before `closing`, which is dropped with it; without a `closing`, as far as a name can reach.
+  // Returns the name before `closing` and removes both. Without a `closing`, the name has at most kNameMax characters.
   static std::string_view take_name(std::string_view *rest, char closing) {
     const std::string_view reach = slice(*rest, 0, kNameMax);
     const std::string_view name = slice(reach, 0, reach.find(closing));
@@ -108,7 +109,7 @@ class Parser {
   StampReader stamps_;
 };
 
-// `fresh` is what a file holds at first.
+// `fresh` is the content of a new file.
 void load_file(const char *path, std::string_view marker, std::string_view fresh, const Ring &ring, char *buffer) {
   if (const File file{access(path, F_OK) == 0 ? fopen(path, "r") : nullptr}) {
     *ring.next = Parser(file.get(), ring, buffer).run(marker, path) & (ring.size - 1);
@@ -124,7 +125,8 @@ bool load_files() {
   const Owned<char> buffer = allocate<char>(kBufferSize);
   if (!buffer) return false;
   ScopedLock lock(control.mutex);
-  // Deliberate: a fresh system file ends in a NUL, which the first save leaves out. Held by LogStore.MakesMissingFiles.
+  // Deliberate: a new system file ends in a NUL, which the first save does not write. Held by
+  // LogStore.MakesMissingFiles.
   constexpr std::string_view kFreshSystemFile("SysLog:\n", sizeof "SysLog:\n");
   load_file(control.sys_path, kSysMarker, kFreshSystemFile, system_ring(), buffer.get());
   load_file(control.usr_path, kUsrMarker, "", user_ring(), buffer.get());

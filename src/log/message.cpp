@@ -1,7 +1,7 @@
-// The road of a message: filtered, formatted, shown, forwarded, stored.
+// The path of a message: filtered, formatted, shown, forwarded, stored.
 //
-// A message that is dropped costs two comparisons: nothing is formatted or locked for it. The text and the time of the
-// others are made before the lock is taken.
+// A message that is dropped costs two comparisons: nothing is formatted or locked for it. For other messages, the text
+// and the time are made before the lock is taken.
 
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -52,7 +52,7 @@ void forward(std::string_view text, int sock) {
   if (sent < 0) mu_printf("Error writing buffer");
 }
 
-// A full ring drops its oldest record: the one in the slot that comes next.
+// A full ring drops its oldest record, which is in the next slot.
 void store(const Message &message) {
   const bool system = message.module < MUP_LOG_USR_FIRST;
   const Ring ring = system ? system_ring() : user_ring();
@@ -73,7 +73,7 @@ void store(const Message &message) {
 void mup_log_msg([[maybe_unused]] uint64_t reserved, uint8_t module_id, uint8_t level, int32_t line, const char *fmt,
                  ...) {
   if (fmt == nullptr || !is_inited()) return;
-  // Deliberate: an id equal to the number of modules is not reported, though no record stands behind it; it is dropped
+  // Deliberate: an id equal to the number of modules is not reported, although no module has it; the message is dropped
   // below. Held by LogMsg.AcceptsAndDropsAnIdEqualToTheNumberOfModules.
   const u8 module_num = control.module_num;
   if (module_id > module_num) {

@@ -1,4 +1,4 @@
-// The rings written to their files: each file whole and in place, in blocks of lines.
+// Writes the rings to their files: each file whole and in place, in blocks of lines.
 
 #include <algorithm>
 #include <cstring>
@@ -12,10 +12,10 @@ namespace {
 
 constexpr size_t kLineMax = 511;
 
-// The log mutex is held by whoever saves. Too large for the timer thread's stack.
+// Guarded by the log mutex, which every save holds. Too large for the timer thread's stack.
 char block[16384];
 
-// A file that is written, a block of lines at a time.
+// A file that is written in blocks of lines.
 class LineFile {
  public:
   explicit LineFile(const char *path) : file_(fopen(path, "w")) {
@@ -27,7 +27,7 @@ class LineFile {
 
   bool is_open() const { return file_ != nullptr; }
 
-  // Room for one more line is kept at all times.
+  // The block always has room for one more line.
   void put(std::string_view text) {
     copy_text(block + used_, text);
     used_ += text.size();
@@ -38,9 +38,8 @@ class LineFile {
   }
 
  private:
-  // After a block that was not taken whole nothing more is written, even if there is room again: a later block would
-  // join the broken line, and a load would take the two for one record. So the file is always a prefix of what it
-  // should hold.
+  // After a short write nothing more is written, even if there is room again: a later block would continue the broken
+  // line, and a load would read the two as one record. The file is therefore always a prefix of the full content.
   void flush() {
     if (file_ && !is_cut_) is_cut_ = fwrite(block, 1, used_, file_.get()) != used_;
     used_ = 0;

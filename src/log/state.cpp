@@ -1,4 +1,4 @@
-// The state of the log, and what every source of it asks.
+// The state of the log, and the look-ups that its sources share.
 
 #include <cstring>
 

@@ -22,7 +22,7 @@ char *put_two_digits(char *out, int number) {
 
 int two_digits(std::string_view line, size_t at) { return (line[at] - '0') * 10 + (line[at + 1] - '0'); }
 
-// Whether `line` begins with a time of the written form, digit for digit.
+// Whether `line` begins with a time in exactly the written form.
 bool is_plain_stamp(std::string_view line) {
   if (line.size() < kShape.size()) return false;
   for (size_t i = 0; i < kShape.size(); i++) {
@@ -32,7 +32,7 @@ bool is_plain_stamp(std::string_view line) {
   return true;
 }
 
-// Reads a time, blanks and signs included, as sscanf reads "%4d-%2d-%2d %2d:%2d:%2d". False when a number is missing.
+// Reads a time as sscanf reads "%4d-%2d-%2d %2d:%2d:%2d", including blanks and signs. False when a number is missing.
 bool read_stamp(const char *line, tm *fields) {
   *fields = {};
   // NOLINTNEXTLINE(cert-err34-c): no number has more than four digits
@@ -52,8 +52,8 @@ bool read_slowly(std::string_view line, time_t *time) {
   return true;
 }
 
-// The day count of the proleptic Gregorian calendar. A year begins with March here, so that the leap day is its last,
-// and 367 * month / 12 sums the days of the months before.
+// The day count of the proleptic Gregorian calendar. A year begins with March here, so the leap day is its last day,
+// and 367 * month / 12 sums the days of the earlier months.
 time_t utc_seconds(const tm &fields) {
   i64 year = i64{fields.tm_year} + 1900;
   i64 month = fields.tm_mon + 1 - 2;
@@ -73,7 +73,7 @@ bool has_dashes(std::string_view line) { return line.size() > 7 && line[4] == '-
 void StampWriter::write(time_t time) {
   time_ = time;
   tm utc = {};
-  if (gmtime_r(&time, &utc) == nullptr) utc = {};  // a year that no calendar holds
+  if (gmtime_r(&time, &utc) == nullptr) utc = {};  // the year is out of range
   const i64 year = i64{utc.tm_year} + 1900;
   char *rest = text_;
   if (year >= 0 && year <= 9999) {
@@ -98,14 +98,14 @@ void StampWriter::write(time_t time) {
 bool StampReader::read(std::string_view line, time_t *time) {
   const int minute = is_plain_stamp(line) ? two_digits(line, 14) : kMinutes;
   const int second = minute < kMinutes ? two_digits(line, 17) : kSeconds;
-  if (second >= kSeconds) return read_slowly(line, time);  // no plain time, or a minute or second of 60 and above
+  if (second >= kSeconds) return read_slowly(line, time);  // another form, or a minute or second above 59
   if (slice(line, 0, sizeof hour_) != std::string_view(hour_, sizeof hour_)) enter_hour(line);
   if (!is_even_) return read_slowly(line, time);
   *time = start_ + static_cast<time_t>(minute) * kSeconds + second;
   return true;
 }
 
-// An hour in which the clock was not set has a last second 3599 after its first.
+// In an hour without a change of the clock, the last second is 3599 after the first.
 void StampReader::enter_hour(std::string_view line) {
   copy_text(hour_, slice(line, 0, sizeof hour_));
   char text[kStampLength + 1] = "";

@@ -1,5 +1,5 @@
-// The time that a record line begins with, "YYYY-MM-DD hh:mm:ss": written by a save, read by a load, and put into local
-// time by a copy for a reader.
+// The time at the start of a record line, "YYYY-MM-DD hh:mm:ss". A save writes it, a load reads it, and a copy for a
+// reader converts it to local time.
 #ifndef TARN_LOG_TIME_STAMP_H
 #define TARN_LOG_TIME_STAMP_H
 
@@ -14,13 +14,13 @@ constexpr size_t kStampLength = sizeof "YYYY-MM-DD hh:mm:ss" - 1;
 // Room for the time of any time_t, whose years have up to ten digits and a sign.
 constexpr size_t kStampSize = 32;
 
-// Whether the 5th and the 8th character are the dashes of a date. A shorter line has none.
+// Whether the 5th and the 8th character are the dashes of a date. A shorter line does not have them.
 bool has_dashes(std::string_view line);
 
-// Times of many records, of which many have the second of the one before. Written in UTC.
+// Writes the times of many records in UTC. Many of them have the same second as the previous record.
 class StampWriter {
  public:
-  // Stands until the next call.
+  // The result is valid until the next call.
   std::string_view of(time_t time) {
     if (length_ == 0 || time != time_) write(time);
     return {text_, length_};
@@ -34,12 +34,12 @@ class StampWriter {
   char text_[kStampSize] = {};
 };
 
-// Times of many lines, most of them in the hour of the line before. Times in the file are UTC, but mktime is what turns
-// them into seconds. Deliberate: so each restart moves a record by the zone's offset. Held by
+// Reads the times of many lines, most of them in the same hour as the previous line. Deliberate: times in the file are
+// UTC, but mktime reads them as local time, so each restart moves a record by the zone's offset. Held by
 // LogStore.ReadsTheTimesBackAsLocalTime.
 class StampReader {
  public:
-  // False when the line begins with no time. A NUL must follow the line.
+  // False when the line does not begin with a time. A NUL must follow the line.
   bool read(std::string_view line, time_t *time);
 
  private:
@@ -50,7 +50,7 @@ class StampReader {
   bool is_even_ = false;
 };
 
-// Puts local time over the time that a record line begins with. False for a line that is not a record.
+// Replaces the time at the start of a record line with local time. False for a line that is not a record.
 bool localise(char *line);
 
 }  // namespace tarn::log

@@ -1,4 +1,4 @@
-// Files: descriptors as libc has them, and the size and the copy of whole files through buffered streams.
+// Files: libc's descriptors, and the size and the copy of whole files through buffered streams.
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -27,7 +27,7 @@ long OS_FILE_READ(int file, void *buffer, int length) { return read(file, buffer
 long OS_FILE_WRITE(int file, const void *buffer, int length) { return write(file, buffer, widened(length)); }
 
 long OS_FILE_SIZE(FILE *stream) {
-  (void)fseek(stream, 0, SEEK_END);  // where this fails, ftell tells
+  (void)fseek(stream, 0, SEEK_END);  // if this fails, ftell fails too
   const long end = ftell(stream);
   rewind(stream);
   // Deliberate: cut to 32 bits, so a file of 2 GiB or more reports a wrong size.

@@ -1,4 +1,4 @@
-// Mutexes, and spin locks, which are mutexes under another name: nothing in the layer waits busily.
+// Mutexes, and spin locks, which are mutexes under another name: nothing in this layer waits in a loop.
 
 #include <cstdlib>
 #include <cstring>

@@ -1,4 +1,4 @@
-// POSIX message queues. They live in the system under their names, and outlive the process that made them.
+// POSIX message queues. The system keeps them under their names, and they outlive the process that made them.
 
 #include <fcntl.h>
 #include <mqueue.h>

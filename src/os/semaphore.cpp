@@ -1,4 +1,4 @@
-// Counting semaphores. A wait never tells how it ended.
+// Counting semaphores. A wait does not report how it ended.
 
 #include <semaphore.h>
 #include <sys/time.h>
@@ -61,5 +61,5 @@ void OS_SEM_WAIT(mu_sem_t sem, int timeout_ms) {
   }
 }
 
-// Deliberate: a null handle goes on to libc, as the header warns; every other call tolerates one.
+// Deliberate: a null handle is passed on to libc, as the header warns; every other call tolerates one.
 void OS_SEM_POST(mu_sem_t sem) { sem_post(&sem->posix); }

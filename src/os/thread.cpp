@@ -19,10 +19,10 @@ long OS_THREAD_CREATE(pthread_t *thread, [[maybe_unused]] const char *name, mu_t
   // Deliberate: the attributes are not destroyed; for libc they hold no memory.
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
-  // A size that the system rejects leaves its default in force.
+  // If the system rejects the size, its default applies.
   (void)pthread_attr_setstacksize(&attributes, stack_size >= kMinStackSize ? stack_size : kMinStackSize);
 
-  // The handle is built apart, so that a failure leaves the caller's variable as it was.
+  // A separate handle, so that a failure does not change the caller's variable.
   auto *handle = static_cast<pthread_t *>(malloc(sizeof(pthread_t)));
   if (handle == nullptr) return -1;
   *handle = {};

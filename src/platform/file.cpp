@@ -1,4 +1,4 @@
-// Files: the OS layer's, under the platform's names.
+// The files of the OS layer, under the platform's names.
 
 #include "tarn/os.h"
 #include "tarn/platform.h"

@@ -1,4 +1,4 @@
-// Division: the OS layer's, under the platform's name.
+// The division of the OS layer, under the platform's name.
 
 #include "tarn/os.h"
 #include "tarn/platform.h"

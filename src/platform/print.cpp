@@ -12,6 +12,6 @@ void mu_printf(const char *format, ...) {
   va_start(args, format);
   (void)vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  // Standard output decides when the text is shown, and nobody could be told of a failure.
+  // Standard output decides when the text is shown, and a failure could not be reported.
   (void)printf("%s", text);
 }

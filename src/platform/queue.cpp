@@ -1,4 +1,4 @@
-// Message queues: the OS layer's, under the platform's names.
+// The message queues of the OS layer, under the platform's names.
 
 #include "tarn/os.h"
 #include "tarn/platform.h"

@@ -9,7 +9,7 @@ int mu_sem_init(mu_sem_t *sem, [[maybe_unused]] const char *name, uint32_t count
 }
 
 int mu_sem_destroy(mu_sem_t sem) {
-  (void)OS_SEM_DESTROY(sem);  // -1 for a null handle, which is none here
+  (void)OS_SEM_DESTROY(sem);  // -1 for a null handle, which is not a failure here
   return 0;
 }
 

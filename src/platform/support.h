@@ -1,5 +1,5 @@
-// What the sources of every subsystem above the OS layer share: short names of the fixed-width types, scoped locks
-// over the mutex handles, and owned blocks of mu_malloc.
+// Shared by every subsystem above the OS layer: short names of the fixed-width types, scoped locks over the mutex
+// handles, and owned blocks of mu_malloc.
 #ifndef TARN_PLATFORM_SUPPORT_H
 #define TARN_PLATFORM_SUPPORT_H
 
@@ -51,8 +51,8 @@ struct Free {
 template <typename T>
 using Owned = std::unique_ptr<T, Free>;
 
-// Zeroed room for `count` objects of `size` bytes; null when memory runs out or all of them pass the int that mu_malloc
-// takes.
+// Zeroed room for `count` objects of `size` bytes; null when memory runs out or the total exceeds the int that
+// mu_malloc accepts.
 inline void *allocate_bytes(u64 count, u64 size) {
   if (count > INT_MAX / size) return nullptr;
   return mu_malloc(static_cast<int>(count * size));
@@ -63,8 +63,8 @@ Owned<T> allocate(u64 count = 1) {
   return Owned<T>(static_cast<T *>(allocate_bytes(count, sizeof(T))));  // NOLINT(bugprone-sizeof-expression): a pointer
 }
 
-// The part of `text` from `begin` on, at most `length` characters; what lies beyond the end is not there. For substr
-// and copy of the standard view: they throw, so unless a compiler proves the range they need the C++ run-time library.
+// The part of `text` from `begin` on, at most `length` characters, cut at its end. Replaces substr and copy of the
+// standard view: they throw, and need the C++ run-time library unless the compiler proves the range.
 constexpr std::string_view slice(std::string_view text, size_t begin, size_t length = std::string_view::npos) {
   const size_t from = begin < text.size() ? begin : text.size();
   const size_t rest = text.size() - from;
@@ -77,7 +77,7 @@ inline char *copy_text(char *to, std::string_view text) {
   return to + text.size();
 }
 
-// Fields that are read or written without their lock. The public records keep their plain types, so their layout.
+// Fields that are read or written without their lock. The public records keep plain types and therefore their layout.
 template <typename T>
 T load_relaxed(const T &field) {
   return __atomic_load_n(&field, __ATOMIC_RELAXED);
@@ -87,7 +87,7 @@ void store_relaxed(T &field, T value) {
   __atomic_store_n(&field, value, __ATOMIC_RELAXED);
 }
 
-// Flags that tell other threads that data is ready.
+// Flags that show other threads that data is ready.
 template <typename T>
 T load_acquire(const T &flag) {
   return __atomic_load_n(&flag, __ATOMIC_ACQUIRE);

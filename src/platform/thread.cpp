@@ -1,4 +1,4 @@
-// Threads, and the work queues that run nothing: the OS layer's, under the platform's names.
+// The threads of the OS layer, and its work queues that run nothing, under the platform's names.
 
 #include "tarn/os.h"
 #include "tarn/platform.h"

@@ -1,4 +1,4 @@
-// Clocks and delays: the OS layer's, under the platform's names.
+// The clocks and delays of the OS layer, under the platform's names.
 
 #include "tarn/os.h"
 #include "tarn/platform.h"

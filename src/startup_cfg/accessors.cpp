@@ -1,4 +1,4 @@
-// Numbers at any address, in the processor's own order: the byte order of an image is the callers' affair.
+// Numbers at any address, in the processor's own order: callers convert to the byte order of an image.
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-// What every append of a field to an image does, whatever its size.
+// The steps of every append of a field to an image, whatever the field's size.
 
 #include "internal.h"
 
@@ -18,7 +18,7 @@ tlv_field *put_field_head(u8 *image, u32 size, u16 type, u16 max_len) {
 void finish_append(tlv_inst &inst, u32 size) {
   tlv_hdr &header = header_of(inst.base);
   put_be32(header.cfg_len, size);
-  put_be16(header.crc, 0);  // has tlv_load seal the image
+  put_be16(header.crc, 0);  // makes tlv_load seal the image
   // Deliberate: an image that has become too long for tlv_load stays unsealed and unindexed, yet is saved. Held by
   // TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
   (void)tlv_load(&inst);

@@ -1,5 +1,5 @@
-// The checks of an image, in the order magic, checksum, records. None of them looks at the size of a buffer: that is
-// for tlv_load to do.
+// The checks of an image, in the order magic, checksum, records. None of them checks the size of a buffer: tlv_load
+// does that.
 
 #include "internal.h"
 
@@ -25,7 +25,7 @@ int32_t tlv_field_check(const uint8_t *image) {
   u32 left = records_size(image);
   i32 count = 0;
   while (left != 0) {
-    // A record whose very head would cross the end overruns it too: no byte behind the image is read.
+    // A record whose head crosses the end is refused too: no byte after the image is read.
     if (left < kFieldHeadSize) return complain_length();
     const u32 max_len = get_be16(record + offsetof(tlv_field, max_len));
     if (max_len == 0) {
@@ -50,7 +50,7 @@ int32_t tlv_check(uint8_t *image) {
     return -1;
   }
   if (get_be16(header.crc) == 0) {
-    // Not yet computed. Filled in before the records are walked, so an image with bad records is sealed too.
+    // Not yet computed. Stored before the records are checked, so an image with bad records is sealed too.
     seal(image, records_size(image) + kHeaderSize);
   } else if (tlv_crc_check(image) != 0) {
     mu_printf("\r\n Startup-cfg CRC doesn't match.");

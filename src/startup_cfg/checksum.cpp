@@ -1,8 +1,8 @@
 // The image's checksum: RFC 1071 over big-endian 16-bit words.
 //
-// The words are added up in 32 bits and folded at the end. That sum equals 256 times the sum of the first bytes of all
-// pairs plus the sum of the second bytes, also where it wraps, so the two kinds of bytes are added apart, sixteen bytes
-// at a time.
+// The words are added in 32 bits and folded at the end. This sum equals 256 times the sum of the first bytes of all
+// words plus the sum of the second bytes, even when it wraps. First and second bytes are therefore added separately,
+// sixteen bytes at a time.
 
 #include <algorithm>
 #include <bit>
@@ -17,7 +17,7 @@ namespace {
 using Pairs = u16 __attribute__((vector_size(16)));  // eight byte pairs, each in the processor's order
 
 constexpr size_t kVectorSize = sizeof(Pairs);
-// A 16-bit lane takes 257 bytes of 255 before it overflows.
+// A 16-bit lane holds the sum of 257 bytes of 255.
 constexpr size_t kVectorsPerBlock = 256;
 constexpr size_t kLanes = kVectorSize / sizeof(u16);
 
@@ -58,7 +58,7 @@ u32 sum_words(const u8 *data, size_t len) {
   return sum;
 }
 
-// All ones in the high half: the complement is that of a 16-bit value widened to 32 bits.
+// The high half is all ones: the 16-bit value is widened to 32 bits before the complement.
 u32 fold_and_complement(u32 sum) {
   while (sum > 0xFFFF) sum = (sum & 0xFFFF) + (sum >> 16);
   return ~sum;

@@ -7,7 +7,7 @@ using namespace tarn::cfg;
 
 namespace {
 
-// The header, where there is an image; complains where the instance has none.
+// The header of the image; null, with a message, if the instance has none.
 tlv_hdr *header_for(const tlv_inst *inst) {
   if (inst == nullptr || !require_base(*inst)) return nullptr;
   return &header_of(inst->base);

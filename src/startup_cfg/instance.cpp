@@ -37,7 +37,7 @@ tlv_inst *tlv_inst_duplicate(const tlv_inst *src) {
   copy->base = image.release();
   copy->field_tbl = table.release();
   copy->field_num = src->field_num;
-  // Deliberate: the source's, though the copy's buffer holds its image and no more. Held by
+  // Deliberate: the source's size, although the copy's buffer has room only for the image. Held by
   // TlvInstDuplicate.KeepsTheMaxSizeOfItsSource.
   copy->max_size = src->max_size;
   return copy.release();

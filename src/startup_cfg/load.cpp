@@ -1,4 +1,4 @@
-// Loading: the image is checked, and an index of its records is built so that look-ups need not walk them.
+// Loading: checks the image and builds an index of its records for the look-ups.
 
 #include <cstring>
 
@@ -41,7 +41,7 @@ int32_t tlv_load(tlv_inst *inst) {
     mu_printf("\r\n The base address of startup configuration is NULL.");
     return -1;
   }
-  // Deliberate: blanked before it is measured, so 16 bytes are written whatever `max_size` says. Held by
+  // Deliberate: formatted before its size is checked, so 16 bytes are written whatever `max_size` is. Held by
   // TlvLoadBlank.FormatsABufferBeforeItMeasuresIt.
   if (get_be32(header_of(inst->base).magic) != TLV_MAGIC) format_blank(inst->base);
   if (inst->max_size < u64{records_size(inst->base)} + kHeaderSize) return -1;

@@ -1,4 +1,4 @@
-// The look-up of fields, and what readers and writers ask first.
+// The look-up of fields, and the checks that readers and writers make first.
 
 #include "internal.h"
 

@@ -9,7 +9,7 @@ using namespace tarn::cfg;
 
 namespace {
 
-// The field, where the instance is loaded and the caller can take a value; complains where that is not so.
+// The field, or null. Prints a message if the instance is not loaded or the caller has no room for a value.
 const tlv_field *field_for(const tlv_inst *inst, u16 type, bool has_output) {
   if (inst == nullptr || !require_index(*inst)) return nullptr;
   if (!has_output) {
@@ -36,7 +36,7 @@ int32_t tlv_read_short(const tlv_inst *inst, uint16_t type, uint16_t *out) {
   const tlv_field *field = field_for(inst, type, out != nullptr);
   if (field == nullptr) return -1;
   if (max_len_of(*field) != sizeof *out) {
-    // This text alone has no full stop.
+    // Only this message has no full stop.
     mu_printf("\r\n Attempt to read a cfg which length is %d into a short(type = %d )", max_len_of(*field), type);
     return -1;
   }

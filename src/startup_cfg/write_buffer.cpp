@@ -19,7 +19,7 @@ i32 complain_parameter() {
   return -1;
 }
 
-// The data, and zeros up to the end of the value area.
+// Writes the data, and zeros up to the end of the value area.
 void put_value(tlv_field *field, u32 max_len, const Data &data) {
   u8 *value = value_of(field);
   memset(value, 0, max_len);
@@ -28,8 +28,8 @@ void put_value(tlv_field *field, u32 max_len, const Data &data) {
 
 i32 append(tlv_inst &inst, u16 type, u32 max_len, const Data &data) {
   const u32 size = records_size(inst.base);
-  // Deliberate: the limit is measured against the record area alone, where tlv_load measures the whole image.
-  // Held by TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
+  // Deliberate: the limit applies to the record area only; in tlv_load it applies to the whole image. Held by
+  // TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
   const u64 new_size = u64{size} + kFieldHeadSize + max_len;
   if (new_size > inst.max_size) {
     mu_printf("new cfg len %d > max len %d \n", static_cast<int>(new_size), static_cast<int>(inst.max_size));
@@ -41,13 +41,13 @@ i32 append(tlv_inst &inst, u16 type, u32 max_len, const Data &data) {
   return 0;
 }
 
-// Moves the records behind `field` so that they start behind a value area of `max_len` bytes. False: no memory, and
-// nothing has moved.
+// Moves the records after `field` so that they start after a value area of `max_len` bytes. False when memory runs out;
+// then nothing has moved.
 bool move_tail(const tlv_inst &inst, tlv_field *field, u32 size, u32 max_len) {
   const u32 old_len = max_len_of(*field);
   const u8 *old_end = value_of(field) + old_len;
   const auto before_tail = static_cast<u32>(old_end - records_of(inst.base));
-  // Deliberate: modulo 65536, so of a longer tail only so many bytes move. Held by
+  // Deliberate: modulo 65536, so only that many bytes of a longer tail move. Held by
   // TlvResizeLarge.MovesOnlyTheRestModulo64KiBOfALongerTail.
   const auto tail_size = static_cast<u16>(size - before_tail);
   if (tail_size == 0) return true;
@@ -58,8 +58,8 @@ bool move_tail(const tlv_inst &inst, tlv_field *field, u32 size, u32 max_len) {
   return true;
 }
 
-// Deliberate, and the reason why a field's `max_len` is not to be changed so: the capacity is not checked, the index is
-// not rebuilt, and of the image's new length only the upper half is stored. Held by the tests TlvResize.*
+// Deliberate, and the reason why callers must not change a field's `max_len` in this way: the capacity is not checked,
+// the index is not rebuilt, and only the upper half of the image's new length is stored. Held by the tests TlvResize.*
 // and TlvResizeLarge.*.
 i32 resize(tlv_inst &inst, tlv_field *field, u32 max_len, const Data &data) {
   if (max_len > kMaxFieldSize) return complain_parameter();

@@ -25,8 +25,8 @@ i32 write_fixed(tlv_inst *inst, u16 type, Value value) {
     save(*inst, size + kHeaderSize);
     return 0;
   }
-  // Deliberate: the limit is measured against the record area alone, where tlv_load measures the whole image.
-  // Held by TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
+  // Deliberate: the limit applies to the record area only; in tlv_load it applies to the whole image. Held by
+  // TlvAppend.ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed.
   const u64 new_size = u64{size} + kFieldHeadSize + sizeof value;
   if (new_size > inst->max_size) return -1;
   put_value(value_of(put_field_head(inst->base, size, type, sizeof value)), value);

@@ -9,7 +9,7 @@ namespace {
 
 enum TimerType : u32 { kOneShot = 0, kCircular = 1 };
 
-// The next id that no timer has, deleted ones that are not yet freed included; never 0. Called with the mutex held.
+// The next id that no timer has, not even a deleted one that is not yet freed; never 0. Called with the mutex held.
 u32 mu_timer_alloc_id() {
   u32 id = timer_info.last_id;
   do {
@@ -29,8 +29,8 @@ u32 append(TimerType type, int interval_ms, mu_timer_cb_t callback, void *arg) {
   timer.arg = arg;
   timer.type = type;
   timer.id = mu_timer_alloc_id();
-  // Deliberate: the id is returned even if there was no memory for the node; the timer then does not exist. Held by
-  // TimerAdd.ReturnsAnIdWithoutATimerWhenMemoryRunsOut.
+  // Deliberate: the id is returned even if there was no memory for the node; in that case the timer does not exist.
+  // Held by TimerAdd.ReturnsAnIdWithoutATimerWhenMemoryRunsOut.
   (void)mu_list_add(timer_info.list, &timer);
   return timer.id;
 }

@@ -7,8 +7,8 @@
 
 namespace tarn::timer {
 
-// Milliseconds to ticks, truncated, with a floor of one tick. The adds convert signed intervals, so that negative ones
-// give one tick; a re-arm converts an unsigned one.
+// Milliseconds to ticks, truncated, with a floor of one tick. The adds convert signed intervals, so a negative one
+// becomes one tick; mu_timer_restart converts an unsigned one.
 template <typename Milliseconds>
 constexpr u32 to_ticks(Milliseconds ms) {
   constexpr auto tick_ms = static_cast<Milliseconds>(MU_TICK_MS);

@@ -17,7 +17,7 @@ mu_timer_rec_t *find(u32 id) {
   return node == nullptr ? nullptr : &timer_of(node);
 }
 
-// Whether the callback is running and the caller could wait for its end: the timer thread itself never could.
+// Whether the callback is running and the caller can wait for its end. The timer thread itself cannot wait.
 u32 runs_elsewhere(const mu_timer_rec_t &timer) {
   return OS_CURRENT_THREAD() != load_relaxed(tmr_tid) && load_acquire(timer.running) != 0;
 }

@@ -1,7 +1,7 @@
 // The timer thread: one scan every 10 ms over the list of timers.
 //
-// A scan counts the elapsed ticks off each timer and runs the callbacks of those that ran out. The timer mutex is
-// released around each callback, so a callback may add, stop or delete timers, its own included. Only this thread
+// A scan subtracts the elapsed ticks from each timer and runs the callbacks of those that expire. The timer mutex is
+// released around each callback, so a callback may add, stop or delete timers, including its own. Only this thread
 // removes nodes, so the successor that was read before a callback is still there after it.
 
 #include "internal.h"
@@ -11,14 +11,14 @@ namespace tarn::timer {
 
 namespace {
 
-// Runs the callback with the mutex released. Returns its run time in ticks, the wait for the mutex included.
+// Runs the callback with the mutex released. Returns its run time in ticks, including the wait for the mutex.
 u32 run_callback(mu_timer_rec_t &timer) {
   const u64 started = mu_current_tick();
   store_relaxed(timer.running, u32{1});
   {
     ScopedUnlock released(timer_info.mutex);
     timer.callback(timer.arg);
-    store_release(timer.running, u32{0});  // whoever sees it may free what the callback used
+    store_release(timer.running, u32{0});  // a thread that reads 0 may free what the callback used
   }
   return static_cast<u32>(mu_current_tick() - started);
 }
@@ -40,14 +40,14 @@ u32 expire(mu_list_node_t *node) {
   const u32 ticks = run_callback(timer);
   note_drain(timer, ticks);
   if (timer.type != 0) {
-    timer.remain = timer.interval;  // ticks by which it overshot are dropped
+    timer.remain = timer.interval;  // the overshoot is dropped
   } else if (timer.remain == 0) {
     mu_list_delete(timer_info.list, node);  // unless its callback armed it again
   }
   return ticks;
 }
 
-// Returns the ticks that a callback took, by which the timers behind this one are charged too.
+// Returns the ticks that a callback took, which also count as elapsed for the timers after this one.
 u32 visit(mu_list_node_t *node, u64 elapsed) {
   mu_timer_rec_t &timer = timer_of(node);
   if (timer.deleted != 0) {
@@ -62,7 +62,7 @@ u32 visit(mu_list_node_t *node, u64 elapsed) {
 void scan() {
   ScopedLock lock(timer_info.mutex);
   // Deliberate, twice. `last_tick` starts at 0, so the first scan counts the whole age of the clock as elapsed: timers
-  // added before it run out at once. `last_drain` is never cleared, so every scan counts the latest callback's run time
+  // added before it expire at once. `last_drain` is never cleared, so every scan adds the latest callback's run time
   // again until another callback runs. Held by TimerFirstScan.CountsTheAgeOfTheClock and
   // TimerScan.AddsTheLatestRunTimeToEveryScan.
   u64 elapsed = timer_info.last_drain + mu_current_tick() - timer_info.last_tick;

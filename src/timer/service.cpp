@@ -1,4 +1,4 @@
-// The state of the timer service and its start. There is no stop: the thread runs as long as the process.
+// The state of the timer service and its start. The thread runs as long as the process.
 
 #include <cstring>
 
@@ -26,7 +26,7 @@ constexpr int kPriority = 3;
 
 void mu_timer_init(u32 max_num) {
   if (load_acquire(timer_initialized) != 0) return;
-  // A start that failed before is begun anew; what it had made is abandoned.
+  // After a failed start, the next one begins from the start and abandons the objects of the failed one.
   memset(&timer_info, 0, sizeof timer_info);
   (void)mu_mutex_init(&timer_info.mutex, "Tarn_Timer");  // without a mutex the service runs unlocked
   timer_info.list = mu_list_create(sizeof(mu_timer_rec_t), mu_timer_compare);

@@ -10,7 +10,7 @@ using namespace tarn::timer;
 namespace {
 
 void show_row(int row, const mu_timer_rec_t &timer) {
-  // The literal "0x" stands before the pointer although libc prints a prefix of its own.
+  // The literal "0x" comes before the pointer although libc prints its own prefix.
   mu_printf("%-4d%-10d%-7d%-9d%-8s%-6d0x%p\r\n", row, static_cast<int>(timer.id), static_cast<int>(timer.remain),
             static_cast<int>(timer.interval), timer.type == 1 ? "Circle" : "OneShot", static_cast<int>(timer.drain),
             reinterpret_cast<void *>(timer.callback));
