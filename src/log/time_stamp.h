@@ -34,9 +34,7 @@ class StampWriter {
   char text_[kStampSize] = {};
 };
 
-// Reads the times of many lines, most of them in the same hour as the previous line. Deliberate: times in the file are
-// UTC, but mktime reads them as local time, so each restart moves a record by the zone's offset. Held by
-// LogStore.ReadsTheTimesBackAsLocalTime.
+// Reads the times of many lines, most of them in the same hour as the previous line.
 class StampReader {
  public:
   // False when the line does not begin with a time. A NUL must follow the line.

@@ -30,7 +30,7 @@ long OS_FILE_SIZE(FILE *stream) {
   (void)fseek(stream, 0, SEEK_END);  // if this fails, ftell fails too
   const long end = ftell(stream);
   rewind(stream);
-  // Deliberate: cut to 32 bits, so a file of 2 GiB or more reports a wrong size.
+  // Deliberate: cut to 32 bits, so a file of 2 GiB or more reports a wrong size. Held by OsFile.SizeIsCutTo32Bits.
   return static_cast<int32_t>(end);
 }
 

@@ -28,7 +28,8 @@ long OS_QUEUE_CREATE(long *queue, const char *name, uint32_t max_messages, uint3
   return 0;
 }
 
-// Deliberate: the name is not unlinked, so a later OS_QUEUE_CREATE finds the queue and its messages again.
+// Deliberate: the name is not unlinked, so a later OS_QUEUE_CREATE finds the queue and its messages again. Held by
+// OsQueue.OutlivesItsDescriptorWithItsSizesAndMessages.
 long OS_QUEUE_DELETE(long queue) {
   (void)mq_close(descriptor(queue));
   return 0;

@@ -16,7 +16,7 @@ long OS_CURRENT_THREAD() { return gettid(); }
 
 long OS_THREAD_CREATE(pthread_t *thread, [[maybe_unused]] const char *name, mu_thread_entry_t entry, void *arg,
                       uint32_t stack_size, [[maybe_unused]] int priority, [[maybe_unused]] uint32_t flags) {
-  // Deliberate: the attributes are not destroyed; for libc they hold no memory.
+  // The attributes are not destroyed: they have no memory of their own.
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
   // If the system rejects the size, its default applies.

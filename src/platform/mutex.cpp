@@ -19,7 +19,8 @@ int mu_mutex_lock(mu_mutex_t mutex) {
   return 0;
 }
 
-// Deliberate: 1 for a null handle, where OS_MUTEX_TRYLOCK returns -1.
+// Deliberate: 1 for a null handle, where OS_MUTEX_TRYLOCK returns -1. Held by
+// MuMutex.ANullHandleGivesOneFromTheLocksAndZeroFromTheRest.
 int mu_mutex_trylock(mu_mutex_t mutex) {
   if (mutex == nullptr) return 1;
   return OS_MUTEX_TRYLOCK(mutex);
@@ -35,7 +36,7 @@ int mu_spin_lock_init(mu_spinlock_t *lock, uint32_t flags) {
   return *lock == nullptr;
 }
 
-// Deliberate: 0 for a null handle too, where mu_mutex_lock returns 1.
+// Deliberate: 0 for a null handle too, where mu_mutex_lock returns 1. Held by MuSpinLock.ANullHandleGivesZeroFromAll.
 int mu_spin_lock(mu_spinlock_t lock) {
   OS_SPINLOCK_LOCK(lock);
   return 0;

@@ -9,7 +9,8 @@ uint64_t mu_current_tick() { return OS_TICK_GET(); }
 
 void mu_udelay(uint32_t us) { OS_DELAY(us); }
 
-// Deliberate: the product wraps at 32 bits, as in OS_SLEEP; unlike mu_sleep, 0 makes a system call.
+// Deliberate: the product wraps at 32 bits, as in OS_SLEEP; unlike mu_sleep, 0 makes a system call. Held by
+// MuDelay.WaitsOnce.
 void mu_mdelay(uint32_t ms) { OS_DELAY(ms * 1000u); }
 
 void mu_sleep(uint32_t ms) { OS_SLEEP(ms); }
