@@ -75,15 +75,20 @@ INSTANTIATE_TEST_SUITE_P(Descriptors, EventReceiveHighDescriptorContract,
 
 }  // namespace
 
+namespace {
+
+const std::string kOpened = "socket 16 " + std::to_string(SOCK_RAW | SOCK_CLOEXEC) + " 19";
+
+}  // namespace
+
 // ---- Set-up ---------------------------------------------------------------------------------------------------------
 
 TEST(EventChannelContract, OpensTellsItsPortAndBinds) {
   Channel channel(77, 4321);
   Console console;
   channel.start();
-  EXPECT_EQ(channel.take_calls(),
-            (Calls{"socket 16 3 19", "getppid", "ioctl 88 4302 " + destination(4321) + " evt_dest 4321", "close 88",
-                   "bind 77 " + bound_address(4321)}));
+  EXPECT_EQ(channel.take_calls(), (Calls{kOpened, "getppid", "ioctl 88 4302 " + destination(4321) + " evt_dest 4321",
+                                         "close 88", "bind 77 " + bound_address(4321)}));
   EXPECT_EQ(evt_dest, 4321);
   EXPECT_EQ(console.take(), "");
 }
@@ -106,7 +111,7 @@ TEST(EventChannelContract, EndsWithoutASocket) {
   EXPECT_EQ(testing::internal::GetCapturedStderr(),
             std::string("!Create pkt_evt channel failed::\n: ") + strerror(EPROTONOSUPPORT) + "\n");
   EXPECT_EQ(console.take(), "");
-  EXPECT_EQ(channel.take_calls(), Calls{"socket 16 3 19"});
+  EXPECT_EQ(channel.take_calls(), Calls{kOpened});
   EXPECT_EQ(evt_dest, 5);
 }
 
@@ -144,7 +149,7 @@ TEST(EventChannelContract, GoesOnWithoutTheDevice) {
   const Replace no_device(libc::open, [](const char *, int, mode_t) { return -1; });
   Console console;
   channel.start();
-  EXPECT_EQ(channel.take_calls(), (Calls{"socket 16 3 19", "getppid", "bind 77 " + bound_address(4321)}));
+  EXPECT_EQ(channel.take_calls(), (Calls{kOpened, "getppid", "bind 77 " + bound_address(4321)}));
   EXPECT_EQ(console.take(), "Device open failure /dev/mu_pal_ioctl\n");
   EXPECT_EQ(channel.selected().size(), 1u);
 }
