@@ -10,7 +10,7 @@ using namespace tarn_test;
 
 namespace {
 
-using LogFileGet = LogStoreTest;
+using LogFileGetFailure = LogStoreTest;
 
 // What was there when a file was closed.
 struct Close {
@@ -43,7 +43,7 @@ auto only(const char *mode, Close &close) {
 
 }  // namespace
 
-TEST_F(LogFileGet, ClosesTheFileThatOpenedThenPrintsThenUnlocks) {
+TEST_F(LogFileGetFailure, ClosesTheFileThatOpenedThenPrintsThenUnlocks) {
   start();
   for (const char *mode : {"r", "w"}) {
     SCOPED_TRACE(mode);
