@@ -5,7 +5,8 @@
 need gcc g++ clang clang++
 count=0
 for header in include/tarn/*.h; do
-  for compiler in 'gcc -std=c11 -x c' 'clang -std=c11 -x c' 'g++ -std=c++17 -x c++' 'clang++ -std=c++17 -x c++'; do
+  for compiler in 'gcc -std=c99 -x c' 'gcc -std=c11 -x c' 'clang -std=c99 -x c' 'clang -std=c11 -x c' \
+    'g++ -std=c++98 -x c++' 'g++ -std=c++17 -x c++' 'clang++ -std=c++98 -x c++' 'clang++ -std=c++17 -x c++'; do
     echo "$header: $compiler"
     read -ra command <<<"$compiler"
     "${command[@]}" -Wall -Wextra -Wpedantic -Werror -Iinclude -fsyntax-only - <<<"#include \"tarn/${header##*/}\""
