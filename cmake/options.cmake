@@ -52,7 +52,7 @@ set(tarn_library_flags
     -fno-builtin-malloc
     -ffunction-sections
     -fdata-sections)
-# Tables alone: code without exceptions has no personality routine, so the unwinder passes through its frames without
+# Only the tables: code without exceptions has no personality routine, so the unwinder passes through its frames without
 # running anything of them. They take about a tenth of the file.
 set(tarn_unwind_tables -fasynchronous-unwind-tables)
 if(TARN_UNWIND_TABLES)

@@ -4,7 +4,7 @@
     optimisation_levels.py SOURCE_FOLDER WORK_FOLDER
 
 What a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the shared
-library must need libc alone, and a C program must link with all of the static library by `cc` alone, and run. Prints
+library must need only libc, and a C program must link with all of the static library by `cc`, without more, and run. Prints
 a line a build; the exit code is 1 if there was a fault, 77 if neither compiler is there.
 """
 
@@ -72,7 +72,7 @@ def check(source, build, name, c_compiler, type_):
     run("cmake", "--build", build, "--config", type_, "--target", "tarn", "tarn_static", "--parallel", os.cpu_count())
     (build / type_ / "program.c").write_text(PROGRAM)
     faults = list(faults_of(source, build, type_, c_compiler))
-    print(f"{name} {type_} ({BUILD_TYPES[type_]}): {'; '.join(faults) if faults else 'libc alone'}", flush=True)
+    print(f"{name} {type_} ({BUILD_TYPES[type_]}): {'; '.join(faults) if faults else 'only libc'}", flush=True)
     return not faults
 
 

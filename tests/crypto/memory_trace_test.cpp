@@ -45,8 +45,8 @@ bool has_operand_byte(const uint8_t *opcode, bool is_extended) {
 
 void mix(uint64_t &hash, uint64_t value) { hash = (hash ^ value) * 0x100000001B3; }
 
-// Notes the operand in memory of an instruction, where it has one. What is relative to the instruction pointer is told
-// by the instruction's own address.
+// Notes the operand in memory of an instruction, where it has one. What is relative to the instruction pointer
+// follows from the instruction's own address.
 void note_step(const uint8_t *code, greg_t *registers) {
   mix(g_trace.way, std::bit_cast<uint64_t>(code));
   while (*code == 0x66 || *code == 0xF2 || *code == 0xF3) code++;

@@ -53,7 +53,7 @@ TEST_F(LogStoreSave, WritesNothingAfterAShortWrite) {
   Disk whole;
   save_to(whole);
   mup_log_show(0, 1);          // the same records once more
-  ASSERT_GE(whole.writes, 4);  // there are blocks behind the short one
+  ASSERT_GE(whole.writes, 4);  // there are blocks after the short one
   Disk disk;
   disk.short_write = 2;
   disk.fitting = 1000;

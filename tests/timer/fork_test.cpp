@@ -25,7 +25,7 @@ int number_of_threads() {
 
 enum { kAsDocumented = 0, kNotRunning, kNoTimer, kThreadsInTheChild };
 
-// What a child finds that the header tells of.
+// Whether a child finds what the header says.
 int look_around() {
   if (timer_initialized != 1) return kNotRunning;
   int never = 0;

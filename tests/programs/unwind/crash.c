@@ -18,7 +18,7 @@
 
 enum { FRAMES = 64, STATUS = 3 };
 
-// Exported, like every function that a backtrace should show: backtrace_symbols_fd knows these alone.
+// Exported, like every function that a backtrace should show: backtrace_symbols_fd knows only these.
 void culprit(void);
 void handle_crash(int number);
 

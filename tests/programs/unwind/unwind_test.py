@@ -34,7 +34,7 @@ class UnwindTest(programs.ProgramTest):
     subprocess.run([os.environ['TARN_TEST_STRIP'], '-o', self.library, os.environ['TARN_TEST_LIBRARY']], check=True)
 
   def assert_reaches(self, names, backtrace):
-    """Each name stands in a frame of its own, in this order."""
+    """Each name has a frame of its own, in this order."""
     found = [name for name in re.findall(r'\b(culprit|main|' + '|'.join(names) + r')\b', backtrace)]
     places = [found.index(name) if name in found else -1 for name in names]
     self.assertNotIn(-1, places, backtrace)
@@ -64,7 +64,7 @@ class CrashHandler(UnwindTest):
       with self.subTest(place):
         backtrace = self.backtrace(place)
         self.assert_reaches(['culprit'], backtrace)
-        # The last frames are libc's, behind the library's where its thread ran the callback.
+        # The last frames are libc's, after the library's where its thread ran the callback.
         self.assertIn('libc.so', backtrace.splitlines()[-1], backtrace)
 
 
@@ -95,7 +95,7 @@ class Debugger(UnwindTest):
     return core
 
   def emulated_core(self, place):
-    """The emulator writes cores by itself. Without signed return addresses: its cores lack the mask that tells gdb of them."""
+    """The emulator writes cores by itself. Return addresses are not signed: its cores lack the mask by which gdb knows."""
     emulator, *rest, program = self.command
     preload = 'LD_PRELOAD=' + self.library
     limit = (resource.RLIM_INFINITY, resource.RLIM_INFINITY)
