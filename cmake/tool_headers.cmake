@@ -1,22 +1,38 @@
-# What the command-line programs are built with: CLI11 and nlohmann-json. Both are headers alone, so a cross build takes
-# this machine's. They are linked into a folder of their own: the other headers beside them are not for another processor.
+# What the command-line programs are built with: CLI11 and nlohmann-json. Both consist of headers only, so a cross build
+# takes those of this machine. They are linked into a folder of their own: the other headers beside them are not for
+# another processor.
 #
 #   tool_include  the folder
 #   tool_missing  what was not found, a list; empty when all is there
+#
+# A build that was asked for with ON and cannot be made is an error. AUTO builds what can be built.
 
 set(tool_include ${PROJECT_BINARY_DIR}/tool_headers)
 file(MAKE_DIRECTORY ${tool_include})
 set(tool_missing "")
-foreach(header CLI/CLI.hpp nlohmann/json.hpp)
+foreach(needed "CLI/CLI.hpp|CLI11 (Debian: libcli11-dev)"
+               "nlohmann/json.hpp|nlohmann-json (Debian: nlohmann-json3-dev)")
+  string(REGEX REPLACE "[|].*" "" header "${needed}")
+  string(REGEX REPLACE ".*[|]" "" package "${needed}")
   cmake_path(GET header PARENT_PATH name)
   find_path(TARN_${name}_DIR ${header} NO_CMAKE_FIND_ROOT_PATH)
   mark_as_advanced(TARN_${name}_DIR)
   if(TARN_${name}_DIR)
     file(CREATE_LINK ${TARN_${name}_DIR}/${name} ${tool_include}/${name} SYMBOLIC)
   else()
-    list(APPEND tool_missing ${header})
+    list(APPEND tool_missing "${package}")
   endif()
 endforeach()
+
+if(tool_missing)
+  list(JOIN tool_missing ", " packages)
+  foreach(option TARN_BUILD_SIM TARN_BUILD_TOOLS)
+    if(${option} AND NOT "${${option}}" STREQUAL "AUTO")
+      message(FATAL_ERROR "${option} is ${${option}}, but this was not found: ${packages}. "
+                          "Install it, or configure with -D${option}=AUTO or OFF.")
+    endif()
+  endforeach()
+endif()
 
 # The installed programs find the library of their own installation, wherever that is moved to.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR}
