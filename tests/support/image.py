@@ -16,8 +16,8 @@ MAX_SIZE = 4080
 
 
 def checksum(data):
-  """RFC 1071: the complement of the one's complement sum of the 16-bit words."""
-  total = sum(struct.unpack('>%dH' % ((len(data) + 1) // 2), data + b'\0' * (len(data) % 2)))
+  """RFC 1071: the complement of the one's complement sum of the 16-bit words, which the library adds in 32 bits."""
+  total = sum(struct.unpack('>%dH' % ((len(data) + 1) // 2), data + b'\0' * (len(data) % 2))) % (1 << 32)
   while total > 0xFFFF:
     total = (total & 0xFFFF) + (total >> 16)
   return total ^ 0xFFFF

@@ -4,6 +4,7 @@ Usage: FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM
 """
 
 import os
+import pty
 import re
 import shlex
 import shutil
@@ -64,6 +65,27 @@ def copy_for_others(test, *paths):
   return copies
 
 
+def needed_libraries(program):
+  """The libraries that a program loads, but for the system's own."""
+  shown = subprocess.run(['ldd', program], stdout=subprocess.PIPE, text=True, check=True).stdout
+  paths = re.findall(r'=> (/\S+)', shown)
+  return [path for path in paths if not path.startswith(('/lib', '/usr/'))]
+
+
+def read_terminal(ours):
+  """All that programs print on a terminal, up to the end of the last of them; `ours` is closed."""
+  output = b''
+  while True:
+    try:
+      piece = os.read(ours, 65536)
+    except OSError:  # no program has the other end any more
+      piece = b''
+    if not piece:
+      os.close(ours)
+      return output
+    output += piece
+
+
 class ProgramTest(unittest.TestCase):
   """A folder of its own, and ways to run the program in it. `command` is the list that main has filled."""
 
@@ -106,6 +128,37 @@ class ProgramTest(unittest.TestCase):
       popen.setdefault('stdin', subprocess.DEVNULL)
     done = subprocess.run(self.line(args, preload), cwd=self.folder, env=env, check=False, **popen)
     return done.returncode, done.stdout, done.stderr
+
+  def as_other_user(self, user):
+    """Arguments of run_program that run it as a user whom permissions bind, though the tests are root's; none where they
+    are not. What that user needs is copied to where everybody reads: the program may be in a folder of root's."""
+    if os.geteuid() != 0:
+      return {}
+    if len(self.command) > 1:
+      self.skipTest('an emulated program is not run as another user')
+    open_folder = tempfile.mkdtemp(prefix='tarn-')
+    self.addCleanup(shutil.rmtree, open_folder, ignore_errors=True)
+    os.chmod(open_folder, 0o755)
+    program = shutil.copy(self.command[-1], open_folder)
+    for library in needed_libraries(self.command[-1]):
+      shutil.copy(library, open_folder)
+    self.command = [program]
+    os.chmod(self.folder, 0o777)
+    other = {'user': user, 'group': user, 'extra_groups': [], 'env': {'LD_LIBRARY_PATH': open_folder}}
+    try:
+      status, _, errors = self.run_program('--version', **other)
+    except OSError as error:
+      status, errors = 1, error
+    if status != 0:
+      self.skipTest('the program cannot be run as another user: %s' % errors)
+    return other
+
+  def open_terminal(self):
+    """A pseudo terminal: our end, and the one for a program. Skips where there are none."""
+    try:
+      return pty.openpty()
+    except OSError as error:
+      return self.skipTest('no pseudo terminal: %s' % error)
 
   def on_the_path(self, name):
     """The environment of a shell that finds the program as `name`."""
