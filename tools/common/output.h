@@ -1,0 +1,18 @@
+// What the tools print on standard output.
+#ifndef TARN_TOOLS_COMMON_OUTPUT_H
+#define TARN_TOOLS_COMMON_OUTPUT_H
+
+#include <string>
+
+namespace tarn_tools {
+
+// A failure shows when the output is flushed.
+void print(const std::string &text);
+void print_line(const std::string &line);
+
+// Writes what was printed. Throws a Failure where that does not work: standard output may be a file on a full disk.
+void flush_output();
+
+}  // namespace tarn_tools
+
+#endif
