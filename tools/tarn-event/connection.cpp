@@ -10,7 +10,7 @@
 #include <cstring>
 #include <utility>
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 namespace {
 
@@ -90,4 +90,4 @@ std::vector<std::string> Connection::ask(const std::string &line) {
   }
 }
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event

@@ -3,22 +3,23 @@
 #define TARN_TOOLS_EVENT_CONNECTION_H
 
 #include <cstddef>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
-namespace tarn_event {
+#include "common/report.h"
+
+namespace tarn_tools::event {
 
 // No simulation there, or it has gone.
-class NoSimulation : public std::runtime_error {
+class NoSimulation : public Failure {
  public:
-  using std::runtime_error::runtime_error;
+  using Failure::Failure;
 };
 
 // The simulation does not take a line: why.
-class Refusal : public std::runtime_error {
+class Refusal : public Failure {
  public:
-  using std::runtime_error::runtime_error;
+  using Failure::Failure;
 };
 
 class Connection {
@@ -43,6 +44,6 @@ class Connection {
   int sock_;
 };
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event
 
 #endif

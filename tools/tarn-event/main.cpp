@@ -1,32 +1,44 @@
 // tarn-event: events and kernel messages for a daemon that runs under tarn-sim.
 
 #include <csignal>
-#include <cstdio>
-#include <exception>
 #include <iostream>
 #include <string>
 
+#include "common/output.h"
+#include "common/program.h"
+#include "common/status.h"
 #include "connection.h"
 #include "options.h"
-#include "output.h"
-#include "status.h"
 #include "watch.h"
-
-using namespace tarn_event;
 
 namespace {
 
+using namespace tarn_tools;
+using namespace tarn_tools::event;
+
 // What the simulation answers before "ok" is for the user.
 void send(Connection *connection, const std::string &line) {
-  for (const std::string &part : connection->ask(line)) print(part + "\n");
+  for (const std::string &part : connection->ask(line)) print_line(part);
 }
 
-// The lines before one that is refused have been done.
-int send_all(Connection *connection, const Options &options) {
-  if (!options.from_input) {
+// A refusal names the column of the line. A line that was made here is not known to the user, so the column is left
+// out.
+std::string without_column(const std::string &refusal) {
+  constexpr char kColumn[] = "column ";
+  const std::size_t colon = refusal.find(": ");
+  return refusal.rfind(kColumn, 0) == 0 && colon != std::string::npos ? refusal.substr(colon + 2) : refusal;
+}
+
+void send_lines(Connection *connection, const Options &options) {
+  try {
     for (const std::string &line : options.lines) send(connection, line);
-    return flush_output() ? kDone : kWrong;
+  } catch (const Refusal &refusal) {
+    if (options.are_typed) throw;
+    throw Refusal(without_column(refusal.what()));
   }
+}
+
+void send_input(Connection *connection) {
   std::string line;
   for (unsigned long number = 1; std::getline(std::cin, line); number++) {
     try {
@@ -35,26 +47,24 @@ int send_all(Connection *connection, const Options &options) {
       throw Refusal("standard input: line " + std::to_string(number) + ": " + refusal.what());
     }
   }
-  return flush_output() ? kDone : kWrong;
 }
 
-int run(const Options &options) {
-  Connection connection(options.control);
-  if (options.command == Command::kStatus) return show(&connection, options);
-  if (options.command == Command::kWatch) return watch(&connection, options);
-  return send_all(&connection, options);
+int run(int argc, char **argv) {
+  (void)signal(SIGPIPE, SIG_IGN);  // it becomes an error of the write
+  const auto options = parse_options(argc, argv);
+  if (!options) return kDone;
+  Connection connection(options->control);
+  if (options->action == Action::kStatus) return show(&connection, *options);
+  if (options->action == Action::kWatch) return watch(&connection, *options);
+  // The lines before one that is refused have been done.
+  if (options->from_input) {
+    send_input(&connection);
+  } else {
+    send_lines(&connection, *options);
+  }
+  return kDone;
 }
 
 }  // namespace
 
-int main(int argc, char **argv) {
-  try {
-    (void)signal(SIGPIPE, SIG_IGN);  // it becomes an error of the write
-    int status = kDone;
-    const auto options = parse_options(argc, argv, &status);
-    return options ? run(*options) : status;
-  } catch (const std::exception &error) {  // no simulation, a refusal, no memory
-    tell(error.what());
-    return kWrong;
-  }
-}
+int main(int argc, char **argv) { return run_program("tarn-event", argc, argv, run); }

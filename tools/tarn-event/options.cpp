@@ -1,19 +1,19 @@
 #include "options.h"
 
-#include <CLI/CLI.hpp>
-#include <cstdio>
 #include <cstdlib>
 
-#include "output.h"
+#include "common/command_line.h"
+#include "common/words.h"
 #include "request.h"
-#include "status.h"
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 namespace {
 
-constexpr std::uint64_t kStormTimes = 100;
+constexpr std::uint32_t kStormTimes = 100;
+constexpr std::uint32_t kTimesMost = 1000000000;  // what a simulation takes
 constexpr char kStormEvery[] = "10ms";
+constexpr char kStandardInput[] = "-";
 constexpr unsigned kLastModule = 99;
 constexpr unsigned kLastLevel = 8;
 
@@ -24,7 +24,7 @@ Talks to a gateway that runs under tarn-sim.
 
 Commands:
   send TYPE [EVENT OPTION]...    send an event; TYPE is its number or its name
-  storm TYPE [EVENT OPTION]...   send 100 of them, one each 10 ms, unless told otherwise
+  storm TYPE [EVENT OPTION]...   send 100 of them, one each 10 ms, unless given otherwise
   kmsg MODULE LEVEL TEXT         a kernel driver logs TEXT, as a module 0 to 99 at a level 0 to 8
   kmsg TEXT                      a line of the kernel's log that belongs to no module
   run [LINE]...                  lines as in a script of tarn-sim; those of standard input without a LINE or for -
@@ -62,34 +62,14 @@ struct Words {
   EventRequest event;
   std::vector<std::string> kernel;
   std::vector<std::string> lines;
-  double interval_s = 1;
+  std::string command;
 };
-
-[[noreturn]] void refuse(const std::string &what, const std::string &word, const std::string &why) {
-  throw CLI::ValidationError(what, "\"" + word + "\" " + why);
-}
-
-unsigned number_of(const std::string &what, const std::string &word, unsigned last) {
-  const bool is_short = !word.empty() && word.size() <= 3 && word.find_first_not_of("0123456789") == std::string::npos;
-  const unsigned long number = is_short ? strtoul(word.c_str(), nullptr, 10) : last + 1UL;
-  if (number > last) refuse(what, word, "is no number from 0 to " + std::to_string(last));
-  return static_cast<unsigned>(number);
-}
 
 std::string kernel_line(const std::vector<std::string> &words) {
   if (words.size() == 1) return line_of(KernelRequest{std::nullopt, std::nullopt, words[0]});
-  if (words.size() != 3) throw CLI::ArgumentMismatch("kmsg takes MODULE LEVEL TEXT, or TEXT alone");
-  return line_of(
-      KernelRequest{number_of("MODULE", words[0], kLastModule), number_of("LEVEL", words[1], kLastLevel), words[2]});
-}
-
-std::string event_line(const EventRequest &event) {
-  if (!is_word(event.type)) refuse("TYPE", event.type, "is no number and no name");
-  if (event.every && !is_word(*event.every)) refuse("--every", *event.every, "is no time");
-  if (event.data && event.data->find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
-    refuse("--data", *event.data, "is not hexadecimal");
-  }
-  return line_of(event);
+  if (words.size() != 3) throw UsageError("kmsg takes MODULE LEVEL TEXT, or only TEXT");
+  return line_of(KernelRequest{number_of("MODULE", words[0], 0, kLastModule),
+                               number_of("LEVEL", words[1], 0, kLastLevel), words[2]});
 }
 
 std::string variable(const char *name) {
@@ -106,91 +86,104 @@ std::string control_of(const Words &words) {
   if (!control.empty()) return control;
   const std::string root = variable("TARN_SIM_ROOT");
   if (!root.empty()) return in_root(root);
-  throw CLI::RequiredError("--control or --root");
+  throw UsageError("--control or --root is required");
+}
+
+// One word of a line. `what` and `why` are for the message.
+Take word_into(std::string *text, const char *what, const char *why) {
+  return [text, what, why](const std::string &word) {
+    if (!is_word(word)) refuse(what, word, why);
+    *text = word;
+  };
+}
+
+std::string hexadecimal(const std::string &word) {
+  if (word.find_first_not_of("0123456789abcdefABCDEF") != std::string::npos) {
+    refuse("--data", word, "is not hexadecimal");
+  }
+  if (word.size() % 2 != 0) refuse("--data", word, "is not pairs of hexadecimal digits");
+  return word;
 }
 
 // A line of its own for each line: one that holds a line end would be two.
-std::vector<std::string> checked_lines(const std::vector<std::string> &lines) {
-  for (const std::string &line : lines) {
-    if (line.find('\n') != std::string::npos) refuse("LINE", line, "is more than one line");
-  }
-  return lines;
+std::string one_line(const std::string &line) {
+  if (line.find('\n') != std::string::npos) refuse("LINE", line, "is more than one line");
+  return line;
 }
 
-void add_event_options(CLI::App *command, Words *words) {
-  command->add_option("TYPE", words->event.type)->required();
-  command->add_option("-p,--port,--device", words->event.device)->type_name("N");
-  auto *data = command->add_option("--data", words->event.data)->type_name("HEX");
-  command->add_option("--text", words->event.text)->type_name("TEXT")->excludes(data);
-  command->add_option("-n,--times", words->event.times)->type_name("N")->check(CLI::PositiveNumber);
-  command->add_option("--every", words->event.every)->type_name("TIME");
+void add_event_options(Command command, EventRequest *event) {
+  command.needed_argument("TYPE", "", word_into(&event->type, "TYPE", "is neither a number nor a name"));
+  command.option("-p,--port,--device", "N", "", [event](const std::string &word) {
+    event->device = static_cast<std::uint16_t>(number_of("--port", word, 0, UINT16_MAX));
+  });
+  command.option("--data", "HEX", "", [event](const std::string &word) { event->data = hexadecimal(word); });
+  command.option("--text", "TEXT", "", [event](const std::string &word) { event->text = word; });
+  command.exclude("--text", "--data");
+  command.option("-n,--times", "N", "",
+                 [event](const std::string &word) { event->times = number_of("--times", word, 1, kTimesMost); });
+  command.option("--every", "TIME", "", [event](const std::string &word) {
+    word_into(&event->every.emplace(), "--every", "is not a time")(word);
+  });
 }
 
-void add_state_options(CLI::App *command, Options *options) {
-  command->add_flag("--all", options->all);
-  command->add_flag("--json", options->json);
+void add_state_options(Command command, Options *options) {
+  command.flag("--all", "", &options->all);
+  command.flag("--json", "", &options->json);
 }
 
-void add_commands(CLI::App *app, Words *words, Options *options) {
-  add_event_options(app->add_subcommand("send"), words);
-  add_event_options(app->add_subcommand("storm"), words);
-  app->add_subcommand("kmsg")->add_option("TEXT", words->kernel)->required();
-  app->add_subcommand("run")->add_option("LINE", words->lines);
-  app->add_subcommand("dump");
-  app->add_subcommand("stop");
-  add_state_options(app->add_subcommand("status"), options);
-  auto *watch = app->add_subcommand("watch");
+void add_commands(CommandLine *line, Words *words, Options *options) {
+  const auto add = [&](const char *name) { return line->command(name, "", [words, name] { words->command = name; }); };
+  const auto append_to = [](std::vector<std::string> *list) {
+    return [list](const std::string &word) { list->push_back(word); };
+  };
+  add_event_options(add("send"), &words->event);
+  add_event_options(add("storm"), &words->event);
+  add("kmsg").arguments("TEXT", "", append_to(&words->kernel));
+  add("run").arguments("LINE", "", [words](const std::string &word) { words->lines.push_back(one_line(word)); });
+  (void)add("dump");
+  (void)add("stop");
+  add_state_options(add("status"), options);
+  Command watch = add("watch");
   add_state_options(watch, options);
-  watch->add_option("--interval", words->interval_s)->check(CLI::Range(0.01, 3600.0));
-  watch->add_option("--count", options->looks)->check(CLI::PositiveNumber);
+  watch.option("--interval", "S", "",
+               [options](const std::string &word) { options->interval_ms = milliseconds_of("--interval", word); });
+  watch.option("--count", "N", "",
+               [options](const std::string &word) { options->looks = number_of("--count", word, 1, UINT32_MAX); });
 }
 
-void understand(const CLI::App &app, Words *words, Options *options) {
-  options->interval_ms = static_cast<int>(words->interval_s * 1000);
-  if (app.got_subcommand("status")) options->command = Command::kStatus;
-  if (app.got_subcommand("watch")) options->command = Command::kWatch;
-  if (app.got_subcommand("storm")) {
-    if (!words->event.every) words->event.every = kStormEvery;
-    if (!words->event.times) words->event.times = kStormTimes;
+void finish(Words *words, Options *options) {
+  EventRequest &event = words->event;
+  const std::string &command = words->command;
+  if (command == "storm") {
+    if (!event.every) event.every = kStormEvery;
+    if (!event.times) event.times = kStormTimes;
   }
-  if (app.got_subcommand("send") || app.got_subcommand("storm")) options->lines = {event_line(words->event)};
-  if (app.got_subcommand("kmsg")) options->lines = {kernel_line(words->kernel)};
-  if (app.got_subcommand("dump")) options->lines = {"dump"};
-  if (app.got_subcommand("stop")) options->lines = {"stop"};
-  if (app.got_subcommand("run")) {
-    options->lines = checked_lines(words->lines);
-    options->from_input = options->lines.empty() || options->lines == std::vector<std::string>{"-"};
+  if (command == "status") options->action = Action::kStatus;
+  if (command == "watch") options->action = Action::kWatch;
+  if (command == "send" || command == "storm") options->lines = {line_of(event)};
+  if (command == "kmsg") options->lines = {kernel_line(words->kernel)};
+  if (command == "dump" || command == "stop") options->lines = {command};
+  if (command == "run") {
+    options->lines = words->lines;
+    options->are_typed = true;
+    options->from_input = options->lines.empty() || options->lines == std::vector<std::string>{kStandardInput};
   }
   options->control = control_of(*words);
 }
 
 }  // namespace
 
-std::optional<Options> parse_options(int argc, const char *const *argv, int *status) {
-  CLI::App app("", "tarn-event");
-  app.set_version_flag("--version", "tarn-event " TARN_TOOLS_VERSION);
-  app.require_subcommand(1);
-  app.fallthrough();  // the options of all commands may also stand behind the command
+std::optional<Options> parse_options(int argc, const char *const *argv) {
+  CommandLine line("tarn-event", "");
+  line.set_help(kHelp);
   Words words;
   std::optional<Options> options(std::in_place);
-  app.add_option("-c,--control", words.control)->type_name("SOCKET");
-  app.add_option("--root", words.root)->type_name("DIR");
-  add_commands(&app, &words, &*options);
-  try {
-    app.parse(argc, argv);
-    understand(app, &words, &*options);
-    return options;
-  } catch (const CLI::CallForHelp &) {
-    print(kHelp);
-  } catch (const CLI::CallForVersion &version) {
-    print(std::string(version.what()) + "\n");
-  } catch (const CLI::ParseError &error) {
-    tell(std::string(error.what()) + "; see tarn-event --help");
-    *status = kWrong;
-    return std::nullopt;
-  }
-  *status = flush_output() ? kDone : kWrong;
-  return std::nullopt;
+  line.program().option("-c,--control", "SOCKET", "", into(&words.control));
+  line.program().option("--root", "DIR", "", into(&words.root));
+  add_commands(&line, &words, &*options);
+  if (!line.parse(argc, argv)) return std::nullopt;
+  finish(&words, &*options);
+  return options;
 }
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event

@@ -7,24 +7,25 @@
 #include <string>
 #include <vector>
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
-enum class Command : std::uint8_t { kLines, kStatus, kWatch };
+enum class Action : std::uint8_t { kSend, kStatus, kWatch };
 
 struct Options {
   std::string control;  // the socket's path
-  Command command = Command::kLines;
-  std::vector<std::string> lines;  // kLines: to be sent, one after another
-  bool from_input = false;         // kLines: those of standard input instead
+  Action action = Action::kSend;
+  std::vector<std::string> lines;  // kSend: to be sent, one after another
+  bool are_typed = false;          // kSend: as the user has written them, and not made from arguments
+  bool from_input = false;         // kSend: those of standard input instead
   bool json = false;
   bool all = false;
   int interval_ms = 1000;
-  unsigned long looks = 0;  // 0: without end
+  std::uint32_t looks = 0;  // 0: without end
 };
 
-// Nothing when the program is to end with `status`: the help was shown, or what is wrong with the command line.
-std::optional<Options> parse_options(int argc, const char *const *argv, int *status);
+// Nothing when the help or the version was asked for and is printed. Throws a UsageError.
+std::optional<Options> parse_options(int argc, const char *const *argv);
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event
 
 #endif

@@ -3,7 +3,7 @@
 #include <array>
 #include <cstdio>
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 std::string quoted(const std::string &text) {
   std::string quoted = "\"";
@@ -48,4 +48,4 @@ std::string line_of(const KernelRequest &request) {
   return line + quoted(request.text);
 }
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event

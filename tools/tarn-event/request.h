@@ -6,7 +6,7 @@
 #include <optional>
 #include <string>
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 // An event, or a storm of them.
 struct EventRequest {
@@ -15,7 +15,7 @@ struct EventRequest {
   std::optional<std::string> data;   // hexadecimal
   std::optional<std::string> text;   // in place of `data`
   std::optional<std::string> every;  // a time
-  std::optional<std::uint64_t> times;
+  std::optional<std::uint32_t> times;
 };
 
 // A line of the kernel's log, framed where there are a module and a level.
@@ -27,12 +27,12 @@ struct KernelRequest {
 std::string line_of(const EventRequest &request);
 std::string line_of(const KernelRequest &request);
 
-// In double quotes, with escapes for what cannot stand there.
+// In double quotes, with escapes for what cannot be written there.
 std::string quoted(const std::string &text);
 
 // Whether it is one word of a line: not empty, without blanks, quotes and control characters, and no comment.
 bool is_word(const std::string &text);
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event
 
 #endif

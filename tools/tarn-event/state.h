@@ -1,4 +1,4 @@
-// What a simulation tells of itself.
+// What a simulation says about itself.
 #ifndef TARN_TOOLS_EVENT_STATE_H
 #define TARN_TOOLS_EVENT_STATE_H
 
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 struct EventState {
   unsigned type = 0;
@@ -40,9 +40,9 @@ struct State {
   std::vector<ModuleState> modules;  // those that the daemon has set
 };
 
-// Throws std::runtime_error when it is not what a simulation tells.
+// Throws a Failure when it is not the state of a simulation.
 State parse_state(const std::string &json);
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event
 
 #endif

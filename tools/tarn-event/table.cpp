@@ -2,7 +2,7 @@
 
 #include <array>
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 namespace {
 
@@ -101,4 +101,4 @@ std::string table(const State &now, const State *before, bool all) {
   return head(now) + events(now, before, all) + modules(now);
 }
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event

@@ -6,12 +6,12 @@
 
 #include "state.h"
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 // Lines of text. `before`, unless null, is an earlier state: what has come since is shown as "+N". Events that were
-// never sent, named nor configured are left out unless `all`.
+// neither sent nor named nor configured are left out unless `all`.
 std::string table(const State &now, const State *before, bool all);
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event
 
 #endif

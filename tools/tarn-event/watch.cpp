@@ -3,15 +3,14 @@
 #include <poll.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <optional>
 
-#include "output.h"
+#include "common/output.h"
+#include "common/status.h"
 #include "state.h"
-#include "status.h"
 #include "table.h"
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 namespace {
 
@@ -56,10 +55,10 @@ int watch(Connection *connection, const Options &options) {
       watch.look(connection);
     } catch (const NoSimulation &gone) {
       if (look == 1) throw;
-      tell(gone.what());  // it was watched to its end
-      return flush_output() ? kDone : kWrong;
+      report(gone.what());  // it was watched to its end
+      return kDone;
     }
-    if (!flush_output()) return kWrong;
+    flush_output();
     if (look == options.looks || !wait(options.interval_ms)) return kDone;
   }
 }
@@ -68,8 +67,7 @@ int show(Connection *connection, const Options &options) {
   const std::string json = ask_state(connection);
   const State now = parse_state(json);
   print(options.json ? json + "\n" : table(now, nullptr, options.all));
-  if (!flush_output()) return kWrong;
-  return now.bound ? kDone : kNotListening;
+  return now.bound ? kDone : kNotSo;
 }
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event

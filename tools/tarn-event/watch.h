@@ -5,15 +5,15 @@
 #include "connection.h"
 #include "options.h"
 
-namespace tarn_event {
+namespace tarn_tools::event {
 
 // Until the simulation ends, `options.looks` is reached, or nobody reads standard output any more. On a terminal each
-// look stands in place of the one before. Returns the exit status.
+// look takes the place of the one before. Returns the exit status.
 int watch(Connection *connection, const Options &options);
 
 // One look. Returns the exit status.
 int show(Connection *connection, const Options &options);
 
-}  // namespace tarn_event
+}  // namespace tarn_tools::event
 
 #endif
