@@ -9,15 +9,17 @@
 #include <cstring>
 #include <map>
 
+#include "common/report.h"
 #include "levels.h"
-#include "message.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
-constexpr std::size_t kPlainColumns = 80;  // of a terminal that does not tell
+constexpr std::size_t kPlainColumns = 80;  // of a terminal that does not say
 constexpr std::size_t kBarMin = 8;
+constexpr std::size_t kGap = 2;     // before each column
+constexpr std::size_t kMargin = 1;  // at the right
 
 std::size_t widest_name(const Counts::List &list) {
   std::size_t widest = 0;
@@ -42,7 +44,7 @@ std::string bar(std::size_t length) {
 std::string table(const char *title, const Counts::List &list, std::size_t name_width, std::size_t columns) {
   const std::size_t largest = most(list);
   const std::size_t count_width = std::to_string(largest).size();
-  const std::size_t used = 2 + name_width + 2 + count_width + 2 + 1;
+  const std::size_t used = 3 * kGap + name_width + count_width + kMargin;
   const std::size_t bar_width = std::max(columns > used ? columns - used : 0, kBarMin);
   std::string text = std::string(title) + "\n";
   for (const auto &[name, count] : list) {
@@ -50,7 +52,7 @@ std::string table(const char *title, const Counts::List &list, std::size_t name_
     const std::string number = std::to_string(count);
     text.append("  ")
         .append(shown)
-        .append(name_width - shown.size() + 2 + count_width - number.size(), ' ')
+        .append(name_width - shown.size() + kGap + count_width - number.size(), ' ')
         .append(number);
     if (columns > 0) text.append("  ").append(bar(std::max<std::size_t>(count * bar_width / largest, 1)));
     text += "\n";
@@ -80,7 +82,7 @@ Counts count(const std::vector<Entry> &entries) {
 }
 
 std::string counts_table(const Counts &counts, std::size_t columns) {
-  std::string text = std::to_string(counts.total) + (counts.total == 1 ? " record\n" : " records\n");
+  std::string text = counted(counts.total, "record") + "\n";
   if (counts.total == 0) return text;
   const std::size_t name_width = std::max(widest_name(counts.levels), widest_name(counts.modules));
   return text + "\n" + table("By level", counts.levels, name_width, columns) + "\n" +
@@ -94,4 +96,4 @@ std::size_t terminal_columns() {
   return size.ws_col;
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

@@ -9,7 +9,7 @@
 
 #include "entries.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 struct Counts {
   using List = std::vector<std::pair<std::string, std::size_t>>;
@@ -27,6 +27,6 @@ std::string counts_table(const Counts &counts, std::size_t columns);
 // The width of the terminal at standard output; 0 when it is none.
 std::size_t terminal_columns();
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

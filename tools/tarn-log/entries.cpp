@@ -1,6 +1,6 @@
 #include "entries.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 std::vector<Entry> merge(const std::vector<std::vector<Entry>> &files) {
   std::vector<std::size_t> next(files.size(), 0);
@@ -26,4 +26,4 @@ void keep_last(std::vector<Entry> *entries, std::optional<std::size_t> count) {
   entries->erase(entries->begin(), entries->end() - static_cast<std::ptrdiff_t>(*count));
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

@@ -8,9 +8,9 @@
 
 #include "log_file.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
-// A line that is a record, and the file that it stands in. Both outlive it.
+// A line that is a record, and the file that it is in. Both outlive it.
 struct Entry {
   const std::string *path;
   const Line *line;
@@ -21,9 +21,9 @@ struct Entry {
 // Merges the files by time. The records of one file keep their order, also where the gateway's clock was set back.
 std::vector<Entry> merge(const std::vector<std::vector<Entry>> &files);
 
-// Leaves the last `count` alone.
+// Keeps only the last `count`.
 void keep_last(std::vector<Entry> *entries, std::optional<std::size_t> count);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

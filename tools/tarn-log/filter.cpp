@@ -4,7 +4,7 @@
 #include <array>
 #include <cstring>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
@@ -45,4 +45,4 @@ bool Filter::passes(const Record &record) const {
          one_of(patterns, [&record](const auto &pattern) { return pattern->is_in(record.text); });
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

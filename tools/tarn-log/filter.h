@@ -13,12 +13,12 @@
 #include "levels.h"
 #include "log_file.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 // A POSIX extended regular expression.
 class Pattern {
  public:
-  // Null when the expression makes no sense; then `error` says why.
+  // Null when the expression is not valid; then `error` says why.
   static std::unique_ptr<Pattern> compile(const std::string &expression, bool ignore_case, std::string *error);
 
   ~Pattern();
@@ -48,6 +48,6 @@ struct Filter {
   bool passes(const Record &record) const;
 };
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

@@ -1,22 +1,21 @@
 // The files are read whole at each look: the daemon writes them whole, at the latest after three seconds, and they are
-// small. Their times would not do to see a change: two writes may have the same.
+// small. Their times would not show every change: two writes may have the same.
 
 #include "follow.h"
 
 #include <poll.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <utility>
 
+#include "common/output.h"
+#include "common/status.h"
+#include "faults.h"
 #include "input.h"
-#include "message.h"
 #include "news.h"
 #include "printer.h"
-#include "status.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
@@ -25,18 +24,18 @@ class Followed {
  public:
   explicit Followed(std::string path) : path_(std::move(path)) {}
 
-  // Looks at the file and returns its new records; they last until the next look. Faults in new lines are told.
+  // Looks at the file and returns its new records; they last until the next look. Faults in new lines are reported.
   std::vector<Entry> look(const Filter &filter, const Printer &printer) {
-    int error = 0;
-    std::optional<std::string> content = read_settled(path_, &error);
-    if (!content) {
-      tell_once(error);
-      return {};
-    }
-    error_ = 0;
-    if (*content == content_) return {};
-    content_ = std::move(*content);
+    Content content = read_settled(path_);
+    if (content.reading == Reading::kChanging) return {};
+    if (content.reading == Reading::kFailed) return report_once(content.problem + "; waiting for it");
+    if (content.reading == Reading::kTooLarge) return report_once(content.problem);
+    if (file_.is_log) problem_.clear();
+    if (content.bytes == content_) return {};
+    content_ = std::move(content.bytes);
     file_ = parse_log(content_, LastLine::kMayGrow);
+    if (!file_.is_log) return report_once(kNotALog);
+    problem_.clear();
     print_description(printer);
     return entries(news_.take(file_.lines), filter);
   }
@@ -44,18 +43,18 @@ class Followed {
   bool is_faulty() const { return is_faulty_; }
 
  private:
-  // A file that is not there may come.
-  void tell_once(int error) {
-    if (error == error_ || error == 0) return;
-    error_ = error;
-    tell(shown_name(path_) + ": " + strerror(error) + "; waiting for it");
+  // A file that is not there may come, and one that is not a log may become one.
+  std::vector<Entry> report_once(const std::string &problem) {
+    if (problem != problem_) report_problem(path_, problem);
+    problem_ = problem;
+    return {};
   }
 
   // The head is written in one piece, before any record.
   void print_description(const Printer &printer) {
     if (file_.lines.empty() && file_.description.empty()) return;
     if (file_.head_faults.size() != head_faults_) {
-      for (const Fault &fault : file_.head_faults) tell_fault(path_, fault);
+      for (const Fault &fault : file_.head_faults) report_fault(path_, fault);
       head_faults_ = file_.head_faults.size();
       is_faulty_ = is_faulty_ || head_faults_ > 0;
     }
@@ -69,7 +68,7 @@ class Followed {
     for (const std::size_t i : fresh) {
       const Line &line = file_.lines[i];
       if (!line.record) {
-        tell_fault(path_, {line.number, line.offset, line.reason});
+        report_fault(path_, {line.number, line.offset, line.reason});
         is_faulty_ = true;
       } else if (filter.passes(*line.record)) {
         entries.push_back({&path_, &line});
@@ -84,7 +83,7 @@ class Followed {
   News news_;
   Description description_;
   std::size_t head_faults_ = 0;
-  int error_ = 0;
+  std::string problem_;
   bool is_faulty_ = false;
 };
 
@@ -110,16 +109,12 @@ int follow(const Options &options) {
     keep_last(&entries, last);
     last.reset();  // what comes later is shown, all of it
     for (const Entry &entry : entries) printer.print(entry);
-    const int error = flush_output();
-    if (error != 0) {
-      tell(std::string("standard output: ") + strerror(error));
-      return kWrong;
-    }
+    flush_output();
   } while (wait(options.interval_ms));
   for (const Followed &file : files) {
-    if (options.strict && file.is_faulty()) return kFaulty;
+    if (options.strict && file.is_faulty()) return kNotSo;
   }
   return kDone;
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

@@ -4,11 +4,11 @@
 
 #include "options.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 // Ends when nobody reads what is printed, with the program's exit status; else the program is interrupted.
 int follow(const Options &options);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

@@ -1,16 +1,27 @@
 #include "input.h"
 
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <array>
 #include <cerrno>
+#include <cstring>
+#include <ctime>
+#include <optional>
 
-namespace tarn_log {
+#include "common/report.h"
+
+namespace tarn_tools::log {
 
 namespace {
 
 constexpr int kReadsMax = 8;
+constexpr int kRestMs = 50;     // a daemon that writes a file needs less from its first byte to its last
+constexpr int kLooksMax = 100;  // five seconds
+constexpr std::int64_t kNsPerMs = 1000000;
+constexpr std::int64_t kMsPerS = 1000;
 
 // A file that closes itself; standard input stays open.
 class Input {
@@ -30,39 +41,74 @@ class Input {
   int fd_;
 };
 
-}  // namespace
-
-std::string shown_name(const std::string &path) { return path == kStandardInput ? "(standard input)" : path; }
-
-std::optional<std::string> read_all(const std::string &path, int *error) {
+Content read_once(const std::string &path) {
   const Input input(path);
-  if (input.fd() < 0) {
-    *error = errno;
-    return std::nullopt;
-  }
-  std::string content;
+  if (input.fd() < 0) return {Reading::kFailed, "", strerror(errno)};
+  Content content;
   std::array<char, 65536> piece;
   for (;;) {
     const ssize_t got = read(input.fd(), piece.data(), piece.size());
     if (got == 0) return content;
-    if (got > 0) {
-      content.append(piece.data(), static_cast<std::size_t>(got));
-    } else if (errno != EINTR) {
-      *error = errno;
-      return std::nullopt;
+    if (got < 0 && errno == EINTR) continue;
+    if (got < 0) return {Reading::kFailed, "", strerror(errno)};
+    if (content.bytes.size() + static_cast<std::size_t>(got) > kContentMax) {
+      return {Reading::kTooLarge, "", "not a log file: larger than " + counted(kContentMax, "byte")};
     }
+    content.bytes.append(piece.data(), static_cast<std::size_t>(got));
   }
 }
 
-std::optional<std::string> read_settled(const std::string &path, int *error) {
-  std::optional<std::string> last = read_all(path, error);
-  for (int reads = 1; last && reads < kReadsMax; reads++) {
-    std::optional<std::string> again = read_all(path, error);
-    if (again == last) return last;
+std::optional<struct stat> regular_file(const std::string &path) {
+  struct stat status;
+  if (path == kStandardInput || stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  return status;
+}
+
+// A time in the future is no rest: the clock was set, or the file is on another machine.
+bool has_rested(const struct stat &status) {
+  timespec now = {};
+  (void)clock_gettime(CLOCK_REALTIME, &now);
+  const std::int64_t age_ms = (std::int64_t{now.tv_sec} - status.st_mtim.tv_sec) * kMsPerS +
+                              (std::int64_t{now.tv_nsec} - status.st_mtim.tv_nsec) / kNsPerMs;
+  return age_ms >= kRestMs;
+}
+
+bool is_unchanged(const struct stat &before, const std::optional<struct stat> &after) {
+  return after && before.st_ino == after->st_ino && before.st_size == after->st_size &&
+         before.st_mtim.tv_sec == after->st_mtim.tv_sec && before.st_mtim.tv_nsec == after->st_mtim.tv_nsec;
+}
+
+}  // namespace
+
+std::string shown_name(const std::string &path) { return path == kStandardInput ? "(standard input)" : path; }
+
+Content read_settled(const std::string &path) {
+  Content last = read_once(path);
+  for (int reads = 1; last.reading == Reading::kDone && reads < kReadsMax; reads++) {
+    Content again = read_once(path);
+    if (again.reading == Reading::kDone && again.bytes == last.bytes) return last;
     last = std::move(again);
   }
-  if (last) *error = 0;
-  return std::nullopt;
+  if (last.reading != Reading::kDone) return last;
+  return {Reading::kChanging, "", "it is written without a pause, and cannot be read"};
 }
 
-}  // namespace tarn_log
+Content read_at_rest(const std::string &path) {
+  std::optional<Content> last;
+  for (int looks = 0; looks < kLooksMax; looks++) {
+    const std::optional<struct stat> before = regular_file(path);
+    if (!before) return read_once(path);
+    Content content = read_settled(path);
+    if (content.reading != Reading::kDone && content.reading != Reading::kChanging) return content;
+    if (content.reading == Reading::kDone) {
+      if (has_rested(*before) && is_unchanged(*before, regular_file(path))) return content;
+      if (last && last->reading == Reading::kDone && last->bytes == content.bytes)
+        return content;  // a rest lies between
+    }
+    last = std::move(content);
+    (void)poll(nullptr, 0, kRestMs);
+  }
+  return {Reading::kChanging, "", "it is written without a pause, and cannot be read"};
+}
+
+}  // namespace tarn_tools::log

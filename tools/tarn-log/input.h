@@ -1,26 +1,44 @@
 // The bytes of a log file.
+//
+// The daemon writes its files anew, whole and in place, so whoever reads one may find it empty or half written.
 #ifndef TARN_TOOLS_LOG_INPUT_H
 #define TARN_TOOLS_LOG_INPUT_H
 
-#include <optional>
+#include <cstdint>
 #include <string>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 // The name that stands for standard input.
 constexpr char kStandardInput[] = "-";
 
+// Eight times what the daemon's larger file can have: 1024 lines of 511 characters, and its head.
+constexpr std::size_t kContentMax = std::size_t{4} << 20;
+
 // The name of a file as messages show it.
 std::string shown_name(const std::string &path);
 
-// All that a file, or standard input, holds. Nothing when it cannot be read; then `error` is an errno.
-std::optional<std::string> read_all(const std::string &path, int *error);
+enum class Reading : std::uint8_t {
+  kDone,
+  kFailed,
+  kTooLarge,  // more than kContentMax: not a log file
+  kChanging,  // the file was never twice the same
+};
 
-// The same of a file that may be written just now: read until it was twice the same. What the daemon has not finished
-// yet is missing, but no line of one state stands behind one of another. Nothing, with an `error` of 0, while the file
-// does not stand still.
-std::optional<std::string> read_settled(const std::string &path, int *error);
+struct Content {
+  Reading reading = Reading::kDone;
+  std::string bytes;    // kDone
+  std::string problem;  // the others: the reason, for people
+};
 
-}  // namespace tarn_log
+// A file that may be written just now: what it held when it was read twice with the same result. What the daemon has
+// not finished yet is missing, but no line of one state comes after one of another.
+Content read_settled(const std::string &path);
+
+// What a file holds that has not been written for a moment, however long that has to be waited for. Standard input, and
+// what is not a regular file, is read as it comes.
+Content read_at_rest(const std::string &path);
+
+}  // namespace tarn_tools::log
 
 #endif

@@ -1,52 +1,43 @@
 #include "json.h"
 
-#include <nlohmann/json.hpp>
+#include <utility>
 
+#include "common/json.h"
 #include "levels.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
-using Json = nlohmann::ordered_json;
-
-std::string one_line(const Json &json) { return json.dump(-1, ' ', false, Json::error_handler_t::replace); }
-
 Json named_counts(const Counts::List &counts) {
-  Json json = Json::object();
-  for (const auto &[name, count] : counts) json[name] = count;
+  Json::Object json;
+  for (const auto &[name, count] : counts) json.emplace_back(name, count);
   return json;
 }
+
+std::string one_line(Json::Object members) { return dump_json(std::move(members), Layout::kOneLine); }
 
 }  // namespace
 
 std::string record_json(const std::string &path, std::size_t line, const Record &record, Zone zone) {
-  Json json;
-  json["file"] = path;
-  json["line"] = line;
-  json["time"] = rfc3339_time(record.time, zone);
-  json["level"] = level_name(record.level);
-  json["severity"] = record.level;
-  json["module"] = record.module;
-  json["text"] = record.text;
-  return one_line(json);
+  return one_line({{"file", path},
+                   {"line", line},
+                   {"time", rfc3339_time(record.time, zone)},
+                   {"level", level_name(record.level)},
+                   {"severity", static_cast<unsigned>(record.level)},
+                   {"module", record.module},
+                   {"text", record.text}});
 }
 
 std::string description_json(const std::string &path, const Description &description) {
-  Json fields = Json::object();
-  for (const auto &[name, value] : description) fields[name] = value;
-  Json json;
-  json["file"] = path;
-  json["device"] = std::move(fields);
-  return one_line(json);
+  Json::Object fields;
+  for (const auto &[name, value] : description) fields.emplace_back(name, value);
+  return one_line({{"file", path}, {"device", std::move(fields)}});
 }
 
 std::string counts_json(const Counts &counts) {
-  Json json;
-  json["records"] = counts.total;
-  json["levels"] = named_counts(counts.levels);
-  json["modules"] = named_counts(counts.modules);
-  return one_line(json);
+  return one_line(
+      {{"records", counts.total}, {"levels", named_counts(counts.levels)}, {"modules", named_counts(counts.modules)}});
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

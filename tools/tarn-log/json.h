@@ -1,5 +1,5 @@
-// Records as JSON, one object a line. Bytes that are no UTF-8, such as those of a letter that a text was cut in, become
-// U+FFFD.
+// Records as JSON, one object a line. Bytes that are not UTF-8, such as those of a letter that a text was cut in,
+// become U+FFFD.
 #ifndef TARN_TOOLS_LOG_JSON_H
 #define TARN_TOOLS_LOG_JSON_H
 
@@ -9,12 +9,12 @@
 #include "log_file.h"
 #include "times.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 std::string record_json(const std::string &path, std::size_t line, const Record &record, Zone zone);
 std::string description_json(const std::string &path, const Description &description);
 std::string counts_json(const Counts &counts);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

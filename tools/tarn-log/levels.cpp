@@ -2,7 +2,7 @@
 
 #include <strings.h>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 std::string_view level_name(int level) { return mup_log_level_str_get(static_cast<uint8_t>(level)); }
 
@@ -26,4 +26,4 @@ std::optional<int> guess_level(std::string_view text) {
   return found;
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

@@ -7,19 +7,19 @@
 
 #include "tarn/log.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 constexpr int kLevelCount = MUP_LOG_DEBUG + 1;
 
 // "Off" to "Debug".
 std::string_view level_name(int level);
 
-// The level that stands under exactly this name in a file.
+// The level that has exactly this name in a file.
 std::optional<int> find_level(std::string_view name);
 
 // What a person calls a level: its number, or its name or an unmistakable beginning of it, in any case.
 std::optional<int> guess_level(std::string_view text);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

@@ -8,7 +8,7 @@
 #include "levels.h"
 #include "times.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
@@ -36,14 +36,14 @@ std::optional<Record> parse_record(std::string_view line, std::string *reason) {
   line.remove_prefix(kStampLength);
   const auto bracket = line.find(']');
   if (line.empty() || line[0] != '[' || bracket == std::string_view::npos)
-    return refuse("no \"[LEVEL]\" behind the time");
+    return refuse("no \"[LEVEL]\" after the time");
   const std::string_view level = line.substr(1, bracket - 1);
   const auto number = find_level(level);
   if (!number) return refuse("unknown level " + quoted(level));
   record.level = *number;
   line.remove_prefix(bracket + 1);
   const auto colon = line.find(':');
-  if (colon == std::string_view::npos) return refuse("no \":\" behind the module");
+  if (colon == std::string_view::npos) return refuse("no \":\" after the module");
   if (colon == 0) return refuse("a module without a name");
   if (colon > kModuleMax) return refuse("a module's name of more than 15 bytes");
   record.module = line.substr(0, colon);
@@ -61,20 +61,31 @@ class Parser {
     file_.lines.push_back(std::move(line));
   }
 
-  // Behind the last line.
-  LogFile finish() { return std::move(file_); }
+  // The last line, which does not end.
+  void take_cut_off(Line line) { file_.lines.push_back(std::move(line)); }
+
+  // After the last line.
+  LogFile finish() {
+    const bool has_record =
+        std::any_of(file_.lines.begin(), file_.lines.end(), [](const Line &l) { return l.record.has_value(); });
+    const bool is_empty = file_.lines.empty() && file_.head_faults.empty();
+    file_.is_log = has_system_head_ || !file_.description.empty() || has_record || is_empty;
+    return std::move(file_);
+  }
 
  private:
-  // False when the head is over and the line stands behind it.
+  // False when the head is over and the line comes after it.
   bool take_head(const Line &line) {
     if (line.number == 1 && line.raw == kSystemHead) {
       in_head_ = false;
+      has_system_head_ = true;
       return true;
     }
     if (line.raw.empty()) {
       in_head_ = false;
       if (file_.description.size() != kFields.size()) {
-        fault(line, "the device's description has " + std::to_string(file_.description.size()) + " of 6 fields");
+        fault(line, "the device's description has " + std::to_string(file_.description.size()) + " of " +
+                        std::to_string(kFields.size()) + " fields");
       }
       return true;
     }
@@ -85,7 +96,7 @@ class Parser {
       return true;
     }
     fault(line, line.number == 1 ? "neither \"SysLog:\" nor the device's description before the records"
-                                 : "no empty line behind the device's description");
+                                 : "no empty line after the device's description");
     in_head_ = false;
     return false;
   }
@@ -105,6 +116,7 @@ class Parser {
 
   LogFile file_;
   bool in_head_ = true;
+  bool has_system_head_ = false;
 };
 
 }  // namespace
@@ -120,12 +132,11 @@ LogFile parse_log(std::string_view content, LastLine last_line) {
     parser.take({std::string(content.substr(offset, end - offset)), number, offset, std::nullopt, ""});
     offset = end + 1;
   }
-  LogFile file = parser.finish();
   if (offset < content.size() && last_line == LastLine::kMustEnd) {
-    file.lines.push_back(
+    parser.take_cut_off(
         {std::string(content.substr(offset)), number, offset, std::nullopt, "cut off: no line feed at its end"});
   }
-  return file;
+  return parser.finish();
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

@@ -1,4 +1,4 @@
-// A log file taken apart: what stands before the records, and the lines of the records.
+// A log file taken apart: what comes before the records, and the lines of the records.
 #ifndef TARN_TOOLS_LOG_LOG_FILE_H
 #define TARN_TOOLS_LOG_LOG_FILE_H
 
@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 struct Record {
   std::int64_t time = 0;  // seconds since the Unix epoch
@@ -18,20 +18,20 @@ struct Record {
   std::string text;
 };
 
-// Where a line stands in its file, and what is wrong with it.
+// Where a line is in its file, and what is wrong with it.
 struct Fault {
   std::size_t line = 0;    // from 1
   std::size_t offset = 0;  // of the line's first byte, from 0
   std::string reason;
 };
 
-// A line behind the head: a record, or a fault.
+// A line after the head: a record, or a fault.
 struct Line {
   std::string raw;  // without its line feed
   std::size_t number = 0;
   std::size_t offset = 0;
   std::optional<Record> record;
-  std::string reason;  // why it is no record
+  std::string reason;  // why it is not a record
 };
 
 // The device's description: names and values in the order of the file.
@@ -41,6 +41,8 @@ struct LogFile {
   Description description;
   std::vector<Fault> head_faults;
   std::vector<Line> lines;
+  // Whether anything in it is of a log file; an empty file is one. Without that its faults say nothing.
+  bool is_log = true;
 };
 
 // Whether a last line without a line feed is a fault, or still being written: then it is left out.
@@ -48,6 +50,6 @@ enum class LastLine : std::uint8_t { kMustEnd, kMayGrow };
 
 LogFile parse_log(std::string_view content, LastLine last_line);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

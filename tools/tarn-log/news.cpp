@@ -1,5 +1,5 @@
 // The daemon writes its whole ring each time: the present state is the last one without some lines at its beginning,
-// and with new ones at its end. So the longest end of the last state is searched that the present one begins with.
+// and with new ones at its end. So the longest end of the last state is looked for that the present one begins with.
 // Where the present state is shorter than that end, the daemon has not written all of it yet.
 //
 // Lines may be alike, so a set of lines would not do: a line that is said again in the same second is news. Where
@@ -13,7 +13,7 @@
 #include <numeric>
 #include <optional>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
@@ -85,4 +85,4 @@ std::vector<std::size_t> News::take(const std::vector<Line> &now) {
   return fresh;
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

@@ -6,7 +6,7 @@
 
 #include "log_file.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 // Remembers the lines of a file's last state.
 class News {
@@ -19,6 +19,6 @@ class News {
   std::vector<Line> seen_;
 };
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

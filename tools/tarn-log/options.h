@@ -10,7 +10,7 @@
 #include "filter.h"
 #include "times.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 enum class Colour : std::uint8_t { kAuto, kAlways, kNever };
 
@@ -29,9 +29,9 @@ struct Options {
   bool strict = false;
 };
 
-// Nothing when the program is to end with `status`: the help was shown, or what is wrong with the command line.
-std::optional<Options> parse_options(int argc, const char *const *argv, int *status);
+// Nothing when the help or the version was asked for and is printed. Throws a UsageError.
+std::optional<Options> parse_options(int argc, const char *const *argv);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

@@ -3,16 +3,15 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 
+#include "common/output.h"
+#include "common/report.h"
 #include "json.h"
 #include "levels.h"
-#include "message.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
@@ -37,7 +36,7 @@ constexpr std::array<const char *, kLevelCount> kColours = {
 
 bool is_empty(const char *value) { return value == nullptr || *value == '\0'; }
 
-// A word on the command line goes before the environment, see no-color.org.
+// A word on the command line has precedence over the environment, see no-color.org.
 bool wants_colour(Colour choice) {
   if (choice != Colour::kAuto) return choice == Colour::kAlways;
   const char *terminal = getenv("TERM");
@@ -79,15 +78,4 @@ void Printer::print(const Entry &entry) const {
   print_line(kFaint + time + kPlain + " " + (*colour == '\0' ? level : colour + level + kPlain) + rest);
 }
 
-void print_line(const std::string &line) {
-  // A failure shows when all is flushed.
-  (void)fwrite(line.data(), 1, line.size(), stdout);
-  (void)fputc('\n', stdout);
-}
-
-int flush_output() {
-  if (fflush(stdout) != 0) return errno;
-  return ferror(stdout) != 0 ? EIO : 0;
-}
-
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

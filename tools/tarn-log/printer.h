@@ -7,7 +7,7 @@
 #include "entries.h"
 #include "options.h"
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 class Printer {
  public:
@@ -24,11 +24,6 @@ class Printer {
   Zone zone_;
 };
 
-void print_line(const std::string &line);
-
-// Brings all that was printed on its way. Nothing when that worked, else an errno.
-int flush_output();
-
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

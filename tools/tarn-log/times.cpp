@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <ctime>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 namespace {
 
@@ -43,7 +43,7 @@ class Scanner {
     return true;
   }
 
-  // As far as the characters are digits, or are none.
+  // As far as the characters are digits, or are not.
   std::string_view take_while(bool digits) {
     std::size_t size = 0;
     while (size < rest_.size() && is_digit(rest_[size]) == digits) size++;
@@ -206,4 +206,4 @@ std::string rfc3339_time(std::int64_t time, Zone zone) {
   return format(fields, 'T') + (zone == Zone::kUtc ? "Z" : format_offset(fields));
 }
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log

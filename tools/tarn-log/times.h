@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-namespace tarn_log {
+namespace tarn_tools::log {
 
 enum class Zone : std::uint8_t { kUtc, kLocal };
 
@@ -23,12 +23,12 @@ std::optional<std::int64_t> parse_stamp(std::string_view text);
 //   a duration before now: "90s", "10min" or "10m", "2h", "3d", "1w", and sums: "1d12h".
 std::optional<std::int64_t> parse_time(std::string_view text, std::int64_t now, Zone zone);
 
-// "2026-01-02 03:04:05", in local time with its offset behind it: "2026-01-02 05:04:05+02:00".
+// "2026-01-02 03:04:05", in local time with its offset after it: "2026-01-02 05:04:05+02:00".
 std::string show_time(std::int64_t time, Zone zone);
 
 // RFC 3339: "2026-01-02T03:04:05Z" or "2026-01-02T05:04:05+02:00".
 std::string rfc3339_time(std::int64_t time, Zone zone);
 
-}  // namespace tarn_log
+}  // namespace tarn_tools::log
 
 #endif

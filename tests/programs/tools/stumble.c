@@ -1,6 +1,9 @@
 // Preloaded into a program that writes a file: counts its calls for files, writes one byte a call, and stumbles at the
 // call that TARN_STUMBLE_AT numbers. TARN_STUMBLE names how: "kill" ends the program before the call, "fail" lets the
 // call fail with EIO. Without these, TARN_STUMBLE_LOG takes the calls' names, a line each.
+//
+// In a program that reads a file: once the file TARN_STUMBLE_REWRITE was read to its end, it gets the bytes of the file
+// TARN_STUMBLE_REWRITE_AS, as if somebody had been writing it. Both are in the program's folder.
 #define _GNU_SOURCE
 
 #include <dlfcn.h>
@@ -55,6 +58,33 @@ int openat(int folder, const char *path, int flags, ...) {
 ssize_t write(int file, const void *bytes, size_t size) {
   if (file <= STDERR_FILENO) return syscall(SYS_write, file, bytes, size);
   return stumbles("write") ? -1 : syscall(SYS_write, file, bytes, size != 0 ? 1 : size);
+}
+
+// Puts the bytes of one file into another, in place.
+static void rewrite(const char *path, const char *source) {
+  static char bytes[1 << 20];
+  const long from = syscall(SYS_openat, AT_FDCWD, source, O_RDONLY);
+  const long to = syscall(SYS_openat, AT_FDCWD, path, O_WRONLY | O_TRUNC);
+  const long size = syscall(SYS_read, from, bytes, sizeof bytes);
+  if (from < 0 || to < 0 || size < 0 || syscall(SYS_write, to, bytes, size) != size) abort();
+  if (syscall(SYS_close, from) != 0 || syscall(SYS_close, to) != 0) abort();
+}
+
+static int is_same_file(int file, const char *path) {
+  struct stat one;
+  struct stat other;
+  return fstat(file, &one) == 0 && stat(path, &other) == 0 && one.st_dev == other.st_dev && one.st_ino == other.st_ino;
+}
+
+ssize_t read(int file, void *bytes, size_t size) {
+  static int is_rewritten;
+  const char *path = getenv("TARN_STUMBLE_REWRITE");
+  const ssize_t got = syscall(SYS_read, file, bytes, size);
+  if (path != NULL && got == 0 && !is_rewritten && is_same_file(file, path)) {
+    is_rewritten = 1;
+    rewrite(path, getenv("TARN_STUMBLE_REWRITE_AS"));
+  }
+  return got;
 }
 
 int fsync(int file) { return stumbles("fsync") ? -1 : (int)syscall(SYS_fsync, file); }
