@@ -1,23 +1,24 @@
 // diff: the header's values, then the fields by key. Of several fields with one key the first is compared with the
-// first, the second with the second. Checksums and what stands behind the images do not count.
+// first, the second with the second. Checksums and what comes after the images do not count.
 
 #include "diff.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <map>
 #include <utility>
 
 #include "commands.h"
+#include "common/output.h"
+#include "common/report.h"
 #include "json.h"
 #include "open.h"
 #include "value.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 namespace {
 
-// A field by its key and how many with that key stand before it.
+// A field by its key and how many with that key come before it.
 using Name = std::pair<uint16_t, size_t>;
 
 struct Fields {
@@ -45,10 +46,10 @@ std::vector<Name> common(const Fields &fields, const Fields &others) {
 }
 
 void compare_headers(const Survey &a, const Survey &b, std::vector<Difference> &found) {
-  for (const char *name : {"active", "flag", "version"}) {
-    const uint32_t before = read_header(a.header, header_value(name));
-    const uint32_t after = read_header(b.header, header_value(name));
-    if (before != after) found.push_back({name, std::to_string(before), std::to_string(after)});
+  for (const HeaderValue value : kHeaderValues) {
+    const uint32_t before = read_header(a.header, value);
+    const uint32_t after = read_header(b.header, value);
+    if (before != after) found.push_back({name_of(value), std::to_string(before), std::to_string(after)});
   }
 }
 
@@ -73,10 +74,10 @@ std::string keys(const std::vector<Name> &names) {
   return text;
 }
 
-void print(const Difference &difference) {
+void print_difference(const Difference &difference) {
   const char sign = !difference.after ? '-' : !difference.before ? '+' : '!';
-  printf("%c %s: %s%s%s\n", sign, difference.what.c_str(), difference.before.value_or("").c_str(),
-         sign == '!' ? " -> " : "", difference.after.value_or("").c_str());
+  print_line(std::string(1, sign) + " " + difference.what + ": " + difference.before.value_or("") +
+             (sign == '!' ? " -> " : "") + difference.after.value_or(""));
 }
 
 }  // namespace
@@ -98,11 +99,11 @@ int diff(const Options &options) {
   const Opened b = open_sound(options.other);
   const std::vector<Difference> found = differences(a.found, b.found);
   if (options.json) {
-    (void)fputs(differences_json(found).c_str(), stdout);
+    print(differences_json(found));
   } else {
-    for (const Difference &difference : found) print(difference);
+    for (const Difference &difference : found) print_difference(difference);
   }
   return found.empty() ? kDone : kNotSo;
 }
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg

@@ -1,10 +1,10 @@
 // What distinguishes two images.
-#ifndef TARN_CFG_DIFF_H
-#define TARN_CFG_DIFF_H
+#ifndef TARN_TOOLS_CFG_DIFF_H
+#define TARN_TOOLS_CFG_DIFF_H
 
 #include "image.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 // One that has only `after` was added, one that has only `before` removed.
 struct Difference {
@@ -14,6 +14,6 @@ struct Difference {
 
 std::vector<Difference> differences(const Survey &a, const Survey &b);
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg
 
 #endif

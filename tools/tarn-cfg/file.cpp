@@ -6,7 +6,6 @@
 
 #include "file.h"
 
-#include <err.h>
 #include <fcntl.h>
 #include <sys/file.h>
 #include <unistd.h>
@@ -17,9 +16,9 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "commands.h"
+#include "common/report.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 namespace {
 
@@ -30,9 +29,9 @@ Bytes read_all(const std::string &path, int file) {
     const ssize_t got = read(file, block, sizeof block);
     if (got == 0) return bytes;
     if (got < 0 && errno == EINTR) continue;
-    if (got < 0) err(kWrong, "%s: at 0x%zx: cannot be read", path.c_str(), bytes.size());
+    if (got < 0) fail_with_errno("%s: at 0x%zx: cannot be read", path.c_str(), bytes.size());
     bytes.insert(bytes.end(), block, block + got);
-    if (bytes.size() > kMaxFileSize) errx(kWrong, "%s: larger than %u bytes", path.c_str(), kMaxFileSize);
+    if (bytes.size() > kMaxFileSize) fail("%s: larger than %s", path.c_str(), counted(kMaxFileSize, "byte").c_str());
   }
 }
 
@@ -68,10 +67,10 @@ std::string resolved(const std::string &path) {
 
 Bytes read_file(const std::string &path) {
   const int file = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // does not wait at a pipe
-  if (file < 0) err(kWrong, "%s: cannot be opened", path.c_str());
+  if (file < 0) fail_with_errno("%s: cannot be opened", path.c_str());
   struct stat status;
-  if (fstat(file, &status) != 0) err(kWrong, "%s: cannot be read", path.c_str());
-  if (!S_ISREG(status.st_mode)) errx(kWrong, "%s: is no regular file", path.c_str());
+  if (fstat(file, &status) != 0) fail_with_errno("%s: cannot be read", path.c_str());
+  if (!S_ISREG(status.st_mode)) fail("%s: is not a regular file", path.c_str());
   Bytes bytes = read_all(path, file);
   (void)close(file);  // read only: nothing to lose
   return bytes;
@@ -86,31 +85,31 @@ Place::Place(std::string path) : path_(std::move(path)) {
   const size_t slash = real.rfind('/');
   folder_path_ = slash == std::string::npos ? "" : real.substr(0, slash + 1);
   name_ = slash == std::string::npos ? real : real.substr(slash + 1);
-  if (name_.empty()) errx(kWrong, "%s: names no file", path_.c_str());
+  if (name_.empty()) fail("%s: does not name a file", path_.c_str());
   temporary_ = name_ + ".tarn-cfg";
   const char *folder = folder_path_.empty() ? "." : folder_path_.c_str();
   folder_ = open(folder, O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (folder_ < 0) err(kWrong, "%s: folder %s", path_.c_str(), folder);
+  if (folder_ < 0) fail_with_errno("%s: folder %s", path_.c_str(), folder);
   while (flock(folder_, LOCK_EX) != 0) {
-    if (errno != EINTR) err(kWrong, "%s: folder %s cannot be locked", path_.c_str(), folder);
+    if (errno != EINTR) fail_with_errno("%s: folder %s cannot be locked", path_.c_str(), folder);
   }
 }
 
 Place::~Place() { (void)close(folder_); }  // and with it the lock goes
 
-bool Place::exists() const { return faccessat(folder_, name_.c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0; }
+bool Place::exists() const { return has_beside(""); }
 
 void Place::give_up(const char *what) const {
   const int error = errno;
   (void)unlinkat(folder_, temporary_.c_str(), 0);
   errno = error;
-  err(kWrong, "%s: not written: %s", path_.c_str(), what);
+  fail_with_errno("%s: not written: %s", path_.c_str(), what);
 }
 
 void Place::write_temporary(View bytes, Like like) const {
   (void)unlinkat(folder_, temporary_.c_str(), 0);  // what a killed run left
   const int file = openat(folder_, temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (file < 0) err(kWrong, "%s: not written: the temporary file %s", path_.c_str(), temporary_.c_str());
+  if (file < 0) fail_with_errno("%s: not written: the temporary file %s", path_.c_str(), temporary_.c_str());
   int error = like == nullptr ? 0 : take_after(file, *like);
   if (error != 0) {
     errno = error;
@@ -118,7 +117,7 @@ void Place::write_temporary(View bytes, Like like) const {
   }
   error = write_all(file, bytes);
   if (error == 0 && fsync(file) != 0) error = errno;
-  if (close(file) != 0 && error == 0) error = errno;  // some file systems tell only here that a write failed
+  if (close(file) != 0 && error == 0) error = errno;  // some file systems report only here that a write failed
   if (error != 0) {
     errno = error;
     give_up("the temporary file");
@@ -127,15 +126,15 @@ void Place::write_temporary(View bytes, Like like) const {
 
 struct stat Place::status() const {
   struct stat status;
-  if (fstatat(folder_, name_.c_str(), &status, 0) != 0) err(kWrong, "%s: cannot be read", path_.c_str());
+  if (fstatat(folder_, name_.c_str(), &status, 0) != 0) fail_with_errno("%s: cannot be read", path_.c_str());
   return status;
 }
 
 void Place::replace(View bytes) const {
   const struct stat like = status();
-  if (!S_ISREG(like.st_mode)) errx(kWrong, "%s: is no regular file", path_.c_str());  // a device would be lost
-  // A rename asks the folder alone for permission.
-  if (faccessat(folder_, name_.c_str(), W_OK, AT_EACCESS) != 0) err(kWrong, "%s: not written", path_.c_str());
+  if (!S_ISREG(like.st_mode)) fail("%s: is not a regular file", path_.c_str());  // a device would be lost
+  // A rename needs permission only for the folder.
+  if (faccessat(folder_, name_.c_str(), W_OK, AT_EACCESS) != 0) fail_with_errno("%s: not written", path_.c_str());
   write_temporary(bytes, &like);
   if (renameat(folder_, temporary_.c_str(), folder_, name_.c_str()) != 0) give_up("rename");
   sync_folder();
@@ -154,17 +153,20 @@ bool Place::make_as(View bytes, const std::string &name, Like like) const {
 
 bool Place::make(View bytes) const { return make_as(bytes, name_, nullptr); }
 
+bool Place::has_beside(const std::string &suffix) const {
+  return faccessat(folder_, (name_ + suffix).c_str(), F_OK, AT_SYMLINK_NOFOLLOW) == 0;
+}
+
 std::string Place::keep(View bytes, const std::string &suffix) const {
   const struct stat like = status();
-  std::string tail = suffix;
-  for (int number = 2; !make_as(bytes, name_ + tail, &like); number++) tail = suffix + "." + std::to_string(number);
-  return folder_path_ + name_ + tail;
+  if (!make_as(bytes, name_ + suffix, &like)) fail("%s%s: is there", path_.c_str(), suffix.c_str());
+  return folder_path_ + name_ + suffix;
 }
 
 void Place::sync_folder() const {
   // EINVAL: a file system whose folders need no such call.
   if (fsync(folder_) != 0 && errno != EINVAL)
-    err(kWrong, "%s: written, but a loss of power may undo it", path_.c_str());
+    fail_with_errno("%s: written, but a loss of power may undo it", path_.c_str());
 }
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg

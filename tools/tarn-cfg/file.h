@@ -1,16 +1,17 @@
 // Files that a loss of power leaves as they were, or as they are to be.
-#ifndef TARN_CFG_FILE_H
-#define TARN_CFG_FILE_H
+#ifndef TARN_TOOLS_CFG_FILE_H
+#define TARN_TOOLS_CFG_FILE_H
 
 #include <sys/stat.h>
 
 #include "image.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 constexpr uint32_t kMaxFileSize = uint32_t{64} << 20;
 
-// A whole regular file. Ends the program where it cannot be read, is larger than kMaxFileSize, or is no regular file.
+// A whole regular file. Throws a Failure where it cannot be read, is larger than kMaxFileSize, or is not a regular
+// file.
 Bytes read_file(const std::string &path);
 
 // Standard input up to its end for "-", else a file.
@@ -20,7 +21,7 @@ Bytes read_input(const std::string &path);
 // Symbolic links are followed, so that the file that is meant is the one that is replaced.
 class Place {
  public:
-  // Ends the program where the folder cannot be opened.
+  // Throws a Failure where the folder cannot be opened.
   explicit Place(std::string path);
   ~Place();
   Place(const Place &) = delete;
@@ -29,13 +30,15 @@ class Place {
   [[nodiscard]] const std::string &path() const { return path_; }
   [[nodiscard]] bool exists() const;
 
-  // Both end the program where they fail, and the file is then as it was.
+  // They throw a Failure where they do not work, and the file is then as it was.
   // Puts `bytes` in the place of the file that is there; mode and owner stay.
   void replace(View bytes) const;
-  // Makes a file that its owner alone can read. False: one with this name is there, and stays.
+  // Makes a file that only its owner can read. False: one with this name is there, and stays.
   [[nodiscard]] bool make(View bytes) const;
-  // Puts `bytes` into a new file beside it, with `suffix` at its name or a number behind that, and with its mode and
-  // owner. Returns the new path.
+  // Whether a file beside it has its name with that suffix.
+  [[nodiscard]] bool has_beside(const std::string &suffix) const;
+  // Puts `bytes` into a new file beside it with its name and that suffix, and with its mode and owner. Returns the new
+  // path.
   [[nodiscard]] std::string keep(View bytes, const std::string &suffix) const;
 
  private:
@@ -55,6 +58,6 @@ class Place {
   int folder_;
 };
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg
 
 #endif

@@ -1,45 +1,29 @@
-// The survey of a file. It trusts no number in it, and goes on behind a fault as far as that makes sense; the library's
-// own check stops at the first and does not tell where.
+// The survey of a file. It trusts no number in it, and goes on after a fault as far as that makes sense; the library's
+// own check stops at the first and does not say where.
 
 #include "image.h"
 
-#include <err.h>
-
 #include <algorithm>
 #include <cinttypes>
-#include <cstdarg>
-#include <cstdio>
 #include <cstring>
 #include <map>
 
-#include "commands.h"
+#include "common/report.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 namespace {
-
-// NOLINTNEXTLINE(cert-dcl50-cpp): the compiler checks the arguments
-[[gnu::format(printf, 1, 2)]] std::string format(const char *pattern, ...) {
-  char text[160];
-  va_list arguments;
-  va_start(arguments, pattern);
-  (void)vsnprintf(text, sizeof text, pattern, arguments);
-  va_end(arguments);
-  return text;
-}
 
 void look_at_magic(Survey &found) {
   const uint32_t magic = get32(found.header.magic);
   if (magic == TLV_MAGIC) return;
-  found.faults.push_back(
-      {offsetof(tlv_hdr, magic), format("no image: magic number 0x%08" PRIx32 ", not 0x%08" PRIx32, magic, TLV_MAGIC)});
+  found.faults.push_back({offsetof(tlv_hdr, magic),
+                          format("not an image: magic number 0x%08" PRIx32 ", not 0x%08" PRIx32, magic, TLV_MAGIC)});
 }
 
 void look_at_checksum(View file, Survey &found) {
   if (found.image_size > file.size()) return;
-  Bytes image(file.begin(), file.begin() + static_cast<ptrdiff_t>(found.image_size));
-  put16(image.data() + offsetof(tlv_hdr, crc), 0);
-  const auto right = static_cast<uint16_t>(tlv_crc_calc(image.data(), static_cast<int32_t>(image.size())));
+  const uint16_t right = right_checksum(file.first(static_cast<size_t>(found.image_size)));
   const uint16_t stored = found.stored_checksum();
   found.right_checksum = right;
   if (stored == right) return;
@@ -53,19 +37,9 @@ void look_at_checksum(View file, Survey &found) {
 
 void look_at_length(View file, Survey &found) {
   if (found.image_size <= file.size()) return;
-  found.faults.push_back(
-      {offsetof(tlv_hdr, cfg_len), format("cfg_len states %" PRIu32 " bytes of records, %zu are there",
-                                          get32(found.header.cfg_len), file.size() - kHeaderSize)});
-}
-
-// What is wrong with the record at `offset`, of which `left` bytes are there; empty for nothing.
-std::string record_fault(const uint8_t *record, size_t left) {
-  if (left < kHeadSize) return format("%zu bytes are left, which is no record", left);
-  const uint16_t key = get16(record);
-  const uint16_t max_len = get16(record + offsetof(tlv_field, max_len));
-  if (max_len == 0) return format("the record of key 0x%04x has length 0", key);
-  if (left - kHeadSize >= max_len) return {};
-  return format("the record of key 0x%04x has length %u, %zu bytes are left", key, max_len, left - kHeadSize);
+  found.faults.push_back({offsetof(tlv_hdr, cfg_len), "cfg_len states " + counted(get32(found.header.cfg_len), "byte") +
+                                                          " of records; the file has " +
+                                                          std::to_string(file.size() - kHeaderSize)});
 }
 
 void walk(View file, Survey &found) {
@@ -85,7 +59,7 @@ void walk(View file, Survey &found) {
   found.records_end = offset;
 }
 
-void look_for_twins(Survey &found) {
+void look_for_repeated_keys(Survey &found) {
   std::map<uint16_t, size_t> first;
   for (const Record &record : found.records) {
     const auto [place, is_first] = first.emplace(record.key, record.offset);
@@ -109,12 +83,28 @@ void put32(uint8_t *p, uint32_t value) {
 
 std::string key_name(uint16_t key) { return format("0x%04x", key); }
 
+std::string record_fault(const uint8_t *record, size_t left) {
+  if (left < kHeadSize) return counted(left, "byte") + " left, too few for a record";
+  const uint16_t key = get16(record);
+  const uint16_t max_len = get16(record + offsetof(tlv_field, max_len));
+  if (max_len == 0) return format("the record of key 0x%04x has length 0", key);
+  if (left - kHeadSize >= max_len) return {};
+  return format("the record of key 0x%04x has length %u, with %s left", key, max_len,
+                counted(left - kHeadSize, "byte").c_str());
+}
+
+uint16_t right_checksum(View image) {
+  Bytes copy(image.begin(), image.end());
+  put16(copy.data() + offsetof(tlv_hdr, crc), 0);
+  return static_cast<uint16_t>(tlv_crc_calc(copy.data(), static_cast<int32_t>(copy.size())));
+}
+
 const Record *Survey::find(uint16_t key) const {
   const auto at = std::find_if(records.begin(), records.end(), [&](const Record &record) { return record.key == key; });
   return at == records.end() ? nullptr : &*at;
 }
 
-Behind behind(View file, size_t size) {
+Tail tail_after(View file, size_t size) {
   if (size >= file.size()) return {0, {}};
   const View rest = file.subspan(size);
   const bool alike = std::all_of(rest.begin(), rest.end(), [&](uint8_t byte) { return byte == rest[0]; });
@@ -134,11 +124,11 @@ Survey survey(View file) {
   look_at_checksum(file, found);
   look_at_length(file, found);
   walk(file, found);
-  look_for_twins(found);
-  found.behind = behind(file, std::min<uint64_t>(found.image_size, file.size()));
-  if (found.behind.size != 0 && !found.behind.fill) {
+  look_for_repeated_keys(found);
+  found.tail = tail_after(file, std::min<uint64_t>(found.image_size, file.size()));
+  if (found.tail.size != 0 && !found.tail.fill) {
     found.notes.push_back({static_cast<size_t>(found.image_size),
-                           format("%zu bytes behind the image that are no padding", found.behind.size)});
+                           counted(found.tail.size, "byte") + " after the image, which are not padding"});
   }
   return found;
 }
@@ -146,7 +136,7 @@ Survey survey(View file) {
 void require_sound(const std::string &path, const Survey &found) {
   if (found.faults.empty()) return;
   const Finding &first = found.faults.front();
-  errx(kWrong, "%s: at 0x%zx: %s", path.c_str(), first.offset, first.text.c_str());
+  fail("%s: at 0x%zx: %s", path.c_str(), first.offset, first.text.c_str());
 }
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg

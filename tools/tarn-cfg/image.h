@@ -1,6 +1,6 @@
-// What a file with a configuration image holds: header, records, what stands behind them, and what is wrong.
-#ifndef TARN_CFG_IMAGE_H
-#define TARN_CFG_IMAGE_H
+// What a file with a configuration image holds: header, records, what comes after them, and what is wrong.
+#ifndef TARN_TOOLS_CFG_IMAGE_H
+#define TARN_TOOLS_CFG_IMAGE_H
 
 #include <cstddef>
 #include <cstdint>
@@ -11,14 +11,14 @@
 
 #include "tarn/startup_cfg.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 using Bytes = std::vector<uint8_t>;
 using View = std::span<const uint8_t>;
 
 constexpr size_t kHeaderSize = sizeof(tlv_hdr);
 constexpr size_t kHeadSize = sizeof(tlv_field);
-constexpr uint32_t kMaxValueSize = 0xFFFF;
+constexpr uint32_t kMaxValueSize = UINT16_MAX;
 
 // Big-endian numbers at any address.
 constexpr uint16_t get16(const uint8_t *p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
@@ -26,21 +26,21 @@ constexpr uint32_t get32(const uint8_t *p) { return uint32_t{get16(p)} << 16 | g
 void put16(uint8_t *p, uint16_t value);
 void put32(uint8_t *p, uint32_t value);
 
-// A whole record. The value stands in the bytes that were surveyed.
+// A whole record. The value refers to the bytes that were surveyed.
 struct Record {
   size_t offset;  // of the record's head in the file
   uint16_t key;
   View value;
 };
 
-// Something worth telling, and where in the file it stands.
+// Something worth reporting, and where in the file it is.
 struct Finding {
   size_t offset;
   std::string text;
 };
 
-// The bytes behind an image. Those that are all alike are padding, into which the image may grow.
-struct Behind {
+// The bytes after an image. Those that are all alike are padding, into which the image may grow.
+struct Tail {
   size_t size;
   std::optional<uint8_t> fill;
 };
@@ -53,7 +53,7 @@ struct Survey {
   std::optional<uint16_t> right_checksum;  // none where the file ends before the image
   std::vector<Record> records;             // the whole ones
   size_t records_end = 0;                  // where the last whole one ends
-  Behind behind = {0, {}};
+  Tail tail = {0, {}};
   std::vector<Finding> faults;  // what keeps the image from being loaded, by offset within each kind
   std::vector<Finding> notes;   // what does not, and is still worth knowing
 
@@ -66,15 +66,21 @@ struct Survey {
 // The survey refers to `file`, which has to stay.
 Survey survey(View file);
 
-// Ends the program where `found` has a fault. `path` is for the message.
+// Throws a Failure where `found` has a fault. `path` is for the message.
 void require_sound(const std::string &path, const Survey &found);
 
-// What stands from `size` on.
-Behind behind(View file, size_t size);
+// The fault of the record at `record`, of which `left` bytes are there; empty for a whole one.
+std::string record_fault(const uint8_t *record, size_t left);
+
+// What comes from `size` on.
+Tail tail_after(View file, size_t size);
+
+// The checksum that is right for an image, whatever it states.
+uint16_t right_checksum(View image);
 
 // "0x0102".
 std::string key_name(uint16_t key);
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg
 
 #endif

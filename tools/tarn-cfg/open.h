@@ -1,11 +1,11 @@
 // A file as a command finds it, and as it leaves it.
-#ifndef TARN_CFG_OPEN_H
-#define TARN_CFG_OPEN_H
+#ifndef TARN_TOOLS_CFG_OPEN_H
+#define TARN_TOOLS_CFG_OPEN_H
 
 #include "file.h"
 #include "image.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 struct Opened {
   Bytes bytes;
@@ -17,24 +17,16 @@ struct Opened {
 
 // Reads a file; whatever it holds.
 Opened open_any(const std::string &path);
-// Reads a file; ends the program where its image is damaged.
+// Reads a file; throws a Failure where its image is damaged.
 Opened open_sound(const std::string &path);
 
-// Puts `image` in the place of the file's image, with room as `max_size` says. What would change no byte is not
+// Puts `image`, which may have `max_size` bytes, in the place of the file's image. What would change no byte is not
 // written.
-void save(const Place &place, const Opened &old, View image, const std::string &max_size);
+void save(const Place &place, const Opened &old, View image, size_t max_size);
 
-// The header's values as keys.
-enum class HeaderValue { kNone, kActive, kFlag, kVersion };
-HeaderValue header_value(const std::string &key);
-const char *type_of(HeaderValue value);
-uint32_t read_header(const tlv_hdr &header, HeaderValue value);
+// The field; null, after a report, where it is not there.
+const Record *find_or_report(const std::string &path, const Survey &found, uint16_t key);
 
-// The key of a field; one that is none ends the program. `or_header`: the header's values may stand there, too.
-uint16_t parse_key(const std::string &key, bool or_header);
-// The field; null, after a line on standard error, where it is not there.
-const Record *find_or_say(const std::string &path, const Survey &found, uint16_t key);
-
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg
 
 #endif

@@ -1,148 +1,166 @@
-// The command line.
+// The command line, word by word. Whatever does not depend on the file is checked here.
 
-#include <err.h>
-
-#include <CLI/CLI.hpp>
-#include <csignal>
-#include <cstdio>
+#include "options.h"
 
 #include "commands.h"
+#include "common/command_line.h"
+#include "common/words.h"
+#include "file.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 namespace {
 
-constexpr const char *kVersion = TARN_TOOLS_VERSION;
+constexpr char kKeyHelp[] = "The field's key, 0 to 65535 or 0x0 to 0xffff; or active, flag, version, in the header";
 
-const char *const kKeyHelp = "The field's key, 0 to 65535 or 0x0 to 0xffff; or active, flag, version, in the header";
+// A command line under construction. The commands write where their options are to be.
+struct Parser {
+  CommandLine line{"tarn-cfg", "Reads, changes, checks and repairs startup configuration images."};
+  Request request;
+  std::string value;  // set: its type decides what it means
 
-// An option's empty word is no number; later, it would look like an option that is not given.
-std::string not_empty(const std::string &word) { return word.empty() ? "a number is needed" : ""; }
-
-// A command line under construction. The commands write where their options are to stand.
-struct Line {
-  CLI::App app{"Reads, changes, checks and repairs startup configuration images.", "tarn-cfg"};
-  Options options;
-  Command command = nullptr;
-
-  CLI::App *add(const char *name, const char *what, Command run) {
-    CLI::App *sub = app.add_subcommand(name, what);
-    sub->callback([this, run] { command = run; });
-    return sub;
+  tarn_tools::Command add(const char *name, const char *help, cfg::Command run) {
+    return line.command(name, help, [this, run] { request.command = run; });
   }
-  void file(CLI::App *sub, const char *what = "The image file") {
-    sub->add_option("FILE", options.file, what)->required();
+  void file(tarn_tools::Command &command, const char *help = "The image file") {
+    command.needed_argument("FILE", help, into(&request.options.file));
   }
-  void max_size(CLI::App *sub) {
-    sub->add_option("--max-size", options.max_size, "The longest image, in bytes, that its reader takes")
-        ->check(not_empty);
+  void key(tarn_tools::Command &command, const char *help, Key (*read)(const std::string &word)) {
+    command.needed_argument("KEY", help, [this, read](const std::string &word) { request.options.key = read(word); });
   }
-  void json(CLI::App *sub) { sub->add_flag("--json", options.json, "Print JSON"); }
-  void force(CLI::App *sub) {
-    sub->add_flag("--force", options.force, "Replace a file that is there; its mode and owner stay");
+  void max_size(tarn_tools::Command &command) {
+    command.option("--max-size", "N", "The longest image, in bytes, that its reader takes",
+                   [this](auto &word) { request.options.max_size = number_of("--max-size", word, 0, UINT32_MAX); });
+  }
+  void json(tarn_tools::Command &command) { command.flag("--json", "Print JSON", &request.options.json); }
+  void force(tarn_tools::Command &command) {
+    command.flag("--force", "Replace a file that is there; its mode and owner stay", &request.options.force);
+  }
+  // A field's length.
+  Take length(const char *name) {
+    return [this, name](auto &word) { request.options.length = number_of(name, word, 1, kMaxValueSize); };
+  }
+  Take type(const char *name, std::vector<std::pair<const char *, ValueType>> choices) {
+    return [this, name, choices](auto &word) { request.options.type = choice_of(name, word, choices); };
   }
 };
 
-void add_readers(Line &line) {
-  CLI::App *sub = line.add("show", "Show the header and every record; 1 where something is wrong with them", show);
-  line.file(sub);
-  line.json(sub);
-
-  sub = line.add("get", "Print one value; 1 where it is not there", get);
-  line.file(sub);
-  sub->add_option("KEY", line.options.key, kKeyHelp)->required();
-  sub->add_option("--as", line.options.type, "What to take the value for; 1 where it is none")
-      ->check(CLI::IsMember({"char", "short", "int", "buffer", "text", "raw"}));
-
-  sub = line.add("check", "Tell every fault with its offset; 1 where there is one", check);
-  line.file(sub);
-  line.max_size(sub);
-  line.json(sub);
-
-  sub = line.add("diff", "Tell what distinguishes two images; 1 where something does", diff);
-  sub->add_option("A", line.options.file, "An image file")->required();
-  sub->add_option("B", line.options.other, "Another one")->required();
-  line.json(sub);
+std::vector<std::pair<const char *, ValueType>> types(bool with_raw) {
+  std::vector<std::pair<const char *, ValueType>> choices;
+  for (const ValueType type :
+       {ValueType::kChar, ValueType::kShort, ValueType::kInt, ValueType::kBuffer, ValueType::kText}) {
+    choices.emplace_back(name_of(type), type);
+  }
+  if (with_raw) choices.emplace_back(name_of(ValueType::kRaw), ValueType::kRaw);
+  return choices;
 }
 
-void add_writers(Line &line) {
-  CLI::App *sub = line.add("set", "Change or add a field, or change a value of the header", set);
-  line.file(sub);
-  sub->add_option("KEY", line.options.key, kKeyHelp)->required();
-  sub->add_option("TYPE", line.options.type, "char, short and int have 1, 2 and 4 bytes; buffer: hexadecimal; text")
-      ->required()
-      ->check(CLI::IsMember({"char", "short", "int", "buffer", "text"}));
-  sub->add_option("VALUE", line.options.value, "The value; one that begins with a dash stands behind --")->required();
-  sub->add_option("--length", line.options.length, "Bytes of a new buffer or text, with zeros at its end")
-      ->check(not_empty);
-  line.max_size(sub);
+void add_readers(Parser &parser) {
+  auto command = parser.add("show", "Show the header and every record; 1 where something is wrong with them", show);
+  parser.file(command);
+  parser.json(command);
 
-  sub = line.add("unset", "Take every field of a key away; 1 where there is none", unset);
-  line.file(sub);
-  sub->add_option("KEY", line.options.key, "The fields' key")->required();
+  command = parser.add("get", "Print one value; 1 where it is not there", get);
+  parser.file(command);
+  parser.key(command, kKeyHelp, field_or_header_key);
+  command.option("--as", "TYPE", "What the value is taken for; 1 where it is not that",
+                 parser.type("--as", types(true)));
 
-  sub = line.add("resize", "Change the length of a field; 1 where it is not there", resize);
-  line.file(sub);
-  sub->add_option("KEY", line.options.key, "The field's key")->required();
-  sub->add_option("LENGTH", line.options.length, "Its new length, 1 to 65535 bytes")->required();
-  sub->add_flag("--cut", line.options.cut, "Cut a value that is longer");
-  line.max_size(sub);
+  command = parser.add("check", "Report every fault with its offset; 1 where there is one", check);
+  parser.file(command);
+  parser.max_size(command);
+  parser.json(command);
 
-  sub = line.add("create", "Make a blank image", create);
-  line.file(sub, "The new file");
-  line.force(sub);
-  sub->add_option("--size", line.options.length, "Bytes of the file, with padding behind the image")->check(not_empty);
-  sub->add_option("--fill", line.options.fill, "The padding's byte, 0 to 255; 0 unless given")->check(not_empty);
-
-  sub = line.add("repair", "Cut an image behind its last whole record, and seal it", repair);
-  line.file(sub);
-  sub->add_flag("--dry-run", line.options.dry_run, "Only tell what would be done; 1 where that is something");
-  sub->add_flag("--magic", line.options.magic, "Take a file without the magic number for an image");
+  command = parser.add("diff", "Print what distinguishes two images; 1 where something does", diff);
+  command.needed_argument("A", "An image file", into(&parser.request.options.file));
+  command.needed_argument("B", "Another one", into(&parser.request.options.other));
+  parser.json(command);
 }
 
-void add_json(Line &line) {
-  CLI::App *sub = line.add("export", "Print the file as JSON", export_json);
-  line.file(sub);
+void add_editors(Parser &parser) {
+  auto command = parser.add("set", "Change or add a field, or change a value of the header", set);
+  parser.file(command);
+  parser.key(command, kKeyHelp, field_or_header_key);
+  command.needed_argument("TYPE", "char, short and int have 1, 2 and 4 bytes; buffer: hexadecimal; text",
+                          parser.type("TYPE", types(false)));
+  command.needed_argument("VALUE", "The value; one that begins with a dash comes after --", into(&parser.value));
+  command.option("--length", "N", "Bytes of a new buffer or text, with zeros at its end", parser.length("--length"));
+  parser.max_size(command);
 
-  sub = line.add("import", "Make a file of what export has printed", import_json);
-  sub->add_option("JSON", line.options.other, "The JSON file; - is standard input")->required();
-  line.file(sub, "The new image file");
-  line.force(sub);
-  line.max_size(sub);
+  command = parser.add("unset", "Remove every field of a key; 1 where there is none", unset);
+  parser.file(command);
+  parser.key(command, "The fields' key", field_key);
+
+  command = parser.add("resize", "Change the length of a field; 1 where it is not there", resize);
+  parser.file(command);
+  parser.key(command, "The field's key", field_key);
+  command.needed_argument("LENGTH", "Its new length, 1 to 65535 bytes", parser.length("LENGTH"));
+  command.flag("--cut", "Cut a value that is longer", &parser.request.options.cut);
+  parser.max_size(command);
+}
+
+void add_makers(Parser &parser) {
+  Options &options = parser.request.options;
+  auto command = parser.add("create", "Make a blank image", create);
+  parser.file(command, "The new file");
+  parser.force(command);
+  command.option("--size", "N", "Bytes of the file, with padding after the image",
+                 [&options](auto &word) { options.file_size = number_of("--size", word, kHeaderSize, kMaxFileSize); });
+  command.option("--fill", "BYTE", "The padding's byte, 0 to 255; 0 unless given", [&options](auto &word) {
+    options.fill = static_cast<uint8_t>(number_of("--fill", word, 0, UINT8_MAX));
+  });
+
+  command = parser.add("repair", "Make a sound image of what is whole; 3 where something was lost", repair);
+  parser.file(command);
+  command.flag("--dry-run", "Only print what would be done; 1 or 3 where that is something", &options.is_dry_run);
+  command.flag("--magic", "Take a file without the magic number for an image", &options.takes_any_magic);
+
+  command = parser.add("export", "Print the file as JSON", export_json);
+  parser.file(command);
+
+  command = parser.add("import", "Make a file of what export has printed", import_json);
+  command.needed_argument("JSON", "The JSON file; - is standard input", into(&options.other));
+  parser.file(command, "The new image file");
+  parser.force(command);
+  parser.max_size(command);
+}
+
+// The bytes of a value of the type that stands before it.
+Bytes value_of(const std::string &word, ValueType type) {
+  if (type == ValueType::kText) return bytes_of_text(word);
+  if (const size_t size = size_of(type))
+    return bytes_of_number(number_of("value", word, 0, largest_number(size)), size);
+  std::optional<Bytes> bytes = bytes_from_hex(word);
+  if (!bytes) refuse("value", word, "is not pairs of hexadecimal digits");
+  return *bytes;
+}
+
+void check_together(const Options &options) {
+  if (options.key.in_header && options.type && *options.type != type_of(*options.key.in_header)) {
+    throw UsageError(std::string(name_of(*options.key.in_header)) + " is of type " +
+                     name_of(type_of(*options.key.in_header)));
+  }
+  if (options.length && options.type && size_of(*options.type) != 0) {
+    throw UsageError("--length is for buffer and text");
+  }
+  if (options.fill && !options.file_size) throw UsageError("--fill needs --size");
 }
 
 }  // namespace
 
-void flush_output() {
-  if (fflush(stdout) != 0 || ferror(stdout) != 0) err(kWrong, "standard output");
+Request parse_command_line(int argc, const char *const *argv) {
+  Parser parser;
+  parser.line.set_footer(
+      "Exit status: 0 done, 1 the thing asked about is not so, 2 wrong use or input, 3 repair: something was lost.\n"
+      "tarn-cfg COMMAND --help describes a command; tarn-cfg(1) describes them all.");
+  add_readers(parser);
+  add_editors(parser);
+  add_makers(parser);
+  if (!parser.line.parse(argc, argv)) return {};
+  Options &options = parser.request.options;
+  check_together(options);
+  if (parser.request.command == set && options.type) options.value = value_of(parser.value, *options.type);
+  return parser.request;
 }
 
-int run(int argc, char **argv) {
-  // A file that grows beyond a limit is told as any other that cannot be written.
-  (void)signal(SIGXFSZ, SIG_IGN);
-  Line line;
-  line.app.set_version_flag("--version", std::string("tarn-cfg ") + kVersion);
-  line.app.set_help_flag("-h,--help", "Show this and end");
-  line.app.require_subcommand(1);
-  line.app.failure_message([](const CLI::App *, const CLI::Error &error) {
-    return "tarn-cfg: " + std::string(error.what()) + "\ntarn-cfg: see tarn-cfg --help\n";
-  });
-  line.app.footer(
-      "Exit codes: 0 done, 1 the thing asked about is not so, 2 wrong use or input.\n"
-      "tarn-cfg COMMAND --help tells about a command; tarn-cfg(1) about all.");
-  add_readers(line);
-  add_writers(line);
-  add_json(line);
-  try {
-    line.app.parse(argc, argv);
-  } catch (const CLI::ParseError &error) {
-    if (line.app.exit(error) != 0) return kWrong;
-    flush_output();  // the help
-    return kDone;
-  }
-  const int result = line.command(line.options);
-  flush_output();
-  return result;
-}
-
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg

@@ -1,27 +1,30 @@
 // Images that the library opens, and images that are built anew.
 //
-// The library changes fields and appends them. It takes none away, and a change of a buffer field's length in place
-// breaks the image: for these the records are put together here, and the library seals them.
+// The library changes fields and appends them. It removes none, and a change of a buffer field's length in place breaks
+// the image: for these the records are put together here, and the library seals them.
 
 #include "store.h"
-
-#include <err.h>
 
 #include <algorithm>
 #include <cstring>
 
-#include "commands.h"
+#include "common/report.h"
 #include "file.h"
 #include "tarn/platform.h"
-#include "value.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
+
+namespace {
+
+constexpr size_t kLeastPadding = 1;
+
+}  // namespace
 
 Store::Store(View image, size_t room)
     : buffer_(room + kHeaderSize), instance_(tlv_inst_init(buffer_.data(), static_cast<uint32_t>(room), nullptr)) {
   std::copy(image.begin(), image.end(), buffer_.begin());
   // Nothing that a file may hold: images are surveyed before they come here.
-  if (instance_ == nullptr || tlv_load(instance_) != 0) errx(kWrong, "internal: the image does not load");
+  if (instance_ == nullptr || tlv_load(instance_) != 0) fail("internal: the image does not load");
 }
 
 Store::~Store() {
@@ -36,17 +39,14 @@ Bytes Store::image() const {
 
 void require_room(const std::string &path, size_t size, size_t room) {
   if (size <= room) return;
-  errx(kWrong, "%s: at 0x%zx: no room: the image would take %zu bytes, there are %zu", path.c_str(), room, size, room);
-}
-
-size_t room_of(const std::string &max_size) {
-  return max_size.empty() ? SIZE_MAX : parse_number("--max-size", max_size, UINT32_MAX);
+  fail("%s: at 0x%zx: no room: the image would take %s, there are %zu", path.c_str(), room,
+       counted(size, "byte").c_str(), room);
 }
 
 Bytes put_in_file(const std::string &path, View file, size_t old_size, View image, size_t room) {
-  const Behind old = behind(file, old_size);
+  const Tail old = tail_after(file, old_size);
   room = std::min<size_t>(room, kMaxFileSize);
-  if (old.size != 0) room = std::min(room, old.fill ? file.size() : old_size);
+  if (old.size != 0) room = std::min(room, old.fill ? file.size() - kLeastPadding : old_size);
   require_room(path, image.size(), room);
   if (old.size == 0) return {image.begin(), image.end()};
   Bytes bytes(file.begin(), file.end());
@@ -83,4 +83,4 @@ Bytes Builder::sealed() const {
   return Store(image, image.size()).image();
 }
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg

@@ -1,10 +1,10 @@
 // The library's view of an image: an instance over a private copy.
-#ifndef TARN_CFG_STORE_H
-#define TARN_CFG_STORE_H
+#ifndef TARN_TOOLS_CFG_STORE_H
+#define TARN_TOOLS_CFG_STORE_H
 
 #include "image.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 // An image in a buffer of its own, opened by the library. The image has to be sound: the library prints what it finds
 // wrong, and blanks what is no image.
@@ -24,15 +24,13 @@ class Store {
   tlv_inst *instance_;
 };
 
-// Ends the program where an image of `size` bytes is longer than `room`.
+// Throws a Failure where an image of `size` bytes is longer than `room`.
 void require_room(const std::string &path, size_t size, size_t room);
 
-// The bytes that --max-size names; without it there is no limit.
-size_t room_of(const std::string &max_size);
-
-// A file's new bytes: the image `image` in front of what stood behind an image of `old_size`. Where something did, the
-// file keeps its size. Ends the program where the image finds no room before the end of the file, or before bytes that
-// are no padding, or within `room`.
+// A file's new bytes: the image `image`, then what came after an image of `old_size`. Where something did, the file
+// keeps its size. Throws a Failure where the image has no room within `room`, before bytes that are not padding, or
+// before the last byte of the padding: that byte stays, or nobody could know later that the file was padded, and with
+// what.
 Bytes put_in_file(const std::string &path, View file, size_t old_size, View image, size_t room);
 
 // An image of the header's values and of records, sealed.
@@ -40,7 +38,7 @@ class Builder {
  public:
   explicit Builder(const tlv_hdr &header);
   void add(uint16_t key, View value);
-  // The records as they stand.
+  // The records as they are.
   void add_bytes(View records);
   [[nodiscard]] Bytes sealed() const;
   // With a checksum of 0, which means that it is not yet computed.
@@ -50,6 +48,6 @@ class Builder {
   Bytes image_;
 };
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg
 
 #endif

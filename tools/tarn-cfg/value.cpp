@@ -1,21 +1,17 @@
-// Numbers, bytes and texts as people write them.
-
 #include "value.h"
 
-#include <err.h>
-
-#include <charconv>
-
-#include "commands.h"
-
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
 namespace {
 
 constexpr struct {
+  ValueType type;
   const char *name;
   size_t size;
-} kFixedTypes[] = {{"char", 1}, {"short", 2}, {"int", 4}};
+} kTypes[] = {
+    {ValueType::kChar, "char", 1},     {ValueType::kShort, "short", 2}, {ValueType::kInt, "int", 4},
+    {ValueType::kBuffer, "buffer", 0}, {ValueType::kText, "text", 0},   {ValueType::kRaw, "raw", 0},
+};
 
 int digit_from(char c) {
   if (c >= '0' && c <= '9') return c - '0';
@@ -44,33 +40,32 @@ size_t character_size(View text) {
 
 }  // namespace
 
-size_t size_of_type(std::string_view type) {
-  for (const auto &fixed : kFixedTypes) {
-    if (type == fixed.name) return fixed.size;
+const char *name_of(ValueType type) {
+  for (const auto &known : kTypes) {
+    if (type == known.type) return known.name;
+  }
+  return "";
+}
+
+std::optional<ValueType> type_named(std::string_view name) {
+  for (const auto &known : kTypes) {
+    if (name == known.name) return known.type;
+  }
+  return std::nullopt;
+}
+
+size_t size_of(ValueType type) {
+  for (const auto &known : kTypes) {
+    if (type == known.type) return known.size;
   }
   return 0;
 }
 
-const char *type_of_size(size_t size) {
-  for (const auto &fixed : kFixedTypes) {
-    if (size == fixed.size) return fixed.name;
+std::optional<ValueType> number_type(size_t size) {
+  for (const auto &known : kTypes) {
+    if (size != 0 && size == known.size) return known.type;
   }
-  return nullptr;
-}
-
-std::optional<uint32_t> number_from(std::string_view text, uint32_t most) {
-  const bool is_hex = text.starts_with("0x") || text.starts_with("0X");
-  if (is_hex) text.remove_prefix(2);
-  uint32_t number = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, is_hex ? 16 : 10);
-  if (error != std::errc() || end != text.data() + text.size() || number > most) return std::nullopt;
-  return number;
-}
-
-uint32_t parse_number(const char *what, const std::string &text, uint32_t most) {
-  const std::optional<uint32_t> number = number_from(text, most);
-  if (!number) errx(kWrong, "%s '%s': a number from 0 to %u is needed", what, text.c_str(), most);
-  return *number;
+  return std::nullopt;
 }
 
 std::optional<Bytes> bytes_from_hex(std::string_view text) {
@@ -97,8 +92,8 @@ std::string hex(View bytes) {
   return text;
 }
 
-std::optional<uint32_t> number_of(View value) {
-  if (type_of_size(value.size()) == nullptr) return std::nullopt;
+std::optional<uint32_t> number_in(View value) {
+  if (!number_type(value.size())) return std::nullopt;
   uint32_t number = 0;
   for (const uint8_t byte : value) number = number << 8 | byte;
   return number;
@@ -109,7 +104,7 @@ View without_padding(View value) {
   return value;
 }
 
-std::optional<std::string> text_of(View value) {
+std::optional<std::string> text_in(View value) {
   const View text = without_padding(value);
   if (text.empty()) return std::nullopt;
   for (View rest = text; !rest.empty();) {
@@ -121,11 +116,11 @@ std::optional<std::string> text_of(View value) {
 }
 
 std::string describe(View value) {
-  if (const std::optional<uint32_t> number = number_of(value)) {
-    return std::string(type_of_size(value.size())) + " " + std::to_string(*number);
+  if (const std::optional<ValueType> type = number_type(value.size())) {
+    return std::string(name_of(*type)) + " " + std::to_string(number_in(value).value_or(0));
   }
   const std::string size = "[" + std::to_string(value.size()) + "] ";
-  if (const std::optional<std::string> text = text_of(value)) return "text" + size + '"' + *text + '"';
+  if (const std::optional<std::string> text = text_in(value)) return "text" + size + '"' + *text + '"';
   return "buffer" + size + hex(value);
 }
 
@@ -137,4 +132,4 @@ Bytes bytes_of_number(uint32_t number, size_t size) {
 
 Bytes bytes_of_text(std::string_view text) { return {text.begin(), text.end()}; }
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg

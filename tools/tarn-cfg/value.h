@@ -1,6 +1,6 @@
-// Numbers, bytes and texts as people write them.
-#ifndef TARN_CFG_VALUE_H
-#define TARN_CFG_VALUE_H
+// The types of values, and values as people write and read them.
+#ifndef TARN_TOOLS_CFG_VALUE_H
+#define TARN_TOOLS_CFG_VALUE_H
 
 #include <optional>
 #include <string>
@@ -8,27 +8,30 @@
 
 #include "image.h"
 
-namespace tarn_cfg {
+namespace tarn_tools::cfg {
 
-// The sizes of the fixed types, by name: "char" 1, "short" 2, "int" 4; 0 for another name.
-size_t size_of_type(std::string_view type);
-// The other way round: null for a size that no fixed type has.
-const char *type_of_size(size_t size);
+enum class ValueType : uint8_t { kChar, kShort, kInt, kBuffer, kText, kRaw };
 
-// A decimal number, or a hexadecimal one behind 0x, of at most `most`.
-std::optional<uint32_t> number_from(std::string_view text, uint32_t most);
-// The same; ends the program where `text` is none, with `what` in the message.
-uint32_t parse_number(const char *what, const std::string &text, uint32_t most);
+const char *name_of(ValueType type);
+// Nothing for a name that no type has.
+std::optional<ValueType> type_named(std::string_view name);
 
-// Pairs of hexadecimal digits, between which one blank, colon or dash may stand.
+// The bytes of a number of this type; 0 for the types that are not numbers.
+size_t size_of(ValueType type);
+// The largest number of so many bytes, 1 to 4.
+constexpr uint32_t largest_number(size_t size) { return UINT32_MAX >> (32 - 8 * size); }
+// The type of numbers of so many bytes; nothing where there is none.
+std::optional<ValueType> number_type(size_t size);
+
+// Pairs of hexadecimal digits, between which one blank, colon or dash may be.
 std::optional<Bytes> bytes_from_hex(std::string_view text);
 std::string hex(View bytes);
 
 // The big-endian number that a value of one, two or four bytes is.
-std::optional<uint32_t> number_of(View value);
-// The text that a value is: UTF-8 without control characters, and zeros up to its end. Nothing for other values and
-// for one of zeros alone.
-std::optional<std::string> text_of(View value);
+std::optional<uint32_t> number_in(View value);
+// The text that a value is: UTF-8 without control characters, and zeros up to its end. Nothing for other values, and
+// nothing where there are only zeros.
+std::optional<std::string> text_in(View value);
 // The value without the zeros at its end.
 View without_padding(View value);
 
@@ -39,6 +42,6 @@ std::string describe(View value);
 Bytes bytes_of_number(uint32_t number, size_t size);
 Bytes bytes_of_text(std::string_view text);
 
-}  // namespace tarn_cfg
+}  // namespace tarn_tools::cfg
 
 #endif

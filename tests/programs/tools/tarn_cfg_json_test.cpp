@@ -8,7 +8,7 @@
 
 #include "tarn/platform.h"
 #include "tarn/startup_cfg.h"
-#include "tools/tarn-cfg/json.h"
+#include "tools/tarn-cfg/document.h"
 
 namespace {
 
@@ -43,7 +43,7 @@ class Images {
     for (int i = 0; i < 4; i++) bytes.push_back(byte());
     bytes.insert(bytes.end(), records.begin(), records.end());
     seal(bytes);
-    add_behind(bytes);
+    add_tail(bytes);
     return bytes;
   }
 
@@ -81,7 +81,7 @@ class Images {
     if (kind == 2) std::copy_n(kTwoBytes, std::min(size, 2U), records.end() - size);
   }
 
-  void add_behind(Bytes &bytes) {
+  void add_tail(Bytes &bytes) {
     const unsigned kind = below(5);
     if (kind > 2) return;
     const unsigned size = 1 + below(100);
@@ -107,9 +107,9 @@ TEST_P(TarnCfgJson, RandomImagesComeBackByteForByteAndLoad) {
   for (unsigned i = 0; i < kImagesPerTest; i++) {
     SCOPED_TRACE(i);
     const Bytes file = images.file();
-    const tarn_cfg::Survey found = tarn_cfg::survey(file);
+    const tarn_tools::cfg::Survey found = tarn_tools::cfg::survey(file);
     ASSERT_TRUE(found.faults.empty()) << found.faults[0].text;
-    const Bytes back = tarn_cfg::file_from_json("json", tarn_cfg::file_to_json(file, found));
+    const Bytes back = tarn_tools::cfg::file_from_json("json", tarn_tools::cfg::file_to_json(file, found));
     ASSERT_EQ(back, file);
     ASSERT_TRUE(loads(back));
   }

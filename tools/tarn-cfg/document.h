@@ -1,0 +1,17 @@
+// Files as JSON documents, there and back.
+#ifndef TARN_TOOLS_CFG_DOCUMENT_H
+#define TARN_TOOLS_CFG_DOCUMENT_H
+
+#include "image.h"
+
+namespace tarn_tools::cfg {
+
+// A document from which file_from_json makes the very same file, byte for byte. The file's image has to be sound.
+std::string file_to_json(View file, const Survey &found);
+
+// The file that a document describes. Throws a Failure where it is not a document; `name` is for the message.
+Bytes file_from_json(const std::string &name, const std::string &text);
+
+}  // namespace tarn_tools::cfg
+
+#endif
