@@ -62,6 +62,8 @@ std::optional<size_t> proved_end(View file, const Survey &found) {
 
 std::optional<ProvedLength> proved_length(View file, const Survey &found) {
   if (found.stored_checksum() == 0 || found.is_sealed() || !found.right_checksum) return std::nullopt;
+  // Where the records are whole, a value is damaged rather than a length: some length always suits the checksum.
+  if (found.records_end == found.image_size) return std::nullopt;
   // The checksum is the complement of the sum.
   const uint32_t change = kModulus + *found.right_checksum - found.stored_checksum();
   std::optional<ProvedLength> proved;

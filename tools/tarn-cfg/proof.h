@@ -24,8 +24,8 @@ struct ProvedLength {
   uint16_t length;
 };
 
-// The length of the record whose length is damaged: with it whole records lead from the header to the end that cfg_len
-// states. Nothing where two records come into question.
+// The length of the record whose length is damaged, where the records are not whole: with it they lead from the header
+// to the end that cfg_len states. Nothing where two records come into question.
 std::optional<ProvedLength> proved_length(View file, const Survey &found);
 
 }  // namespace tarn_tools::cfg

@@ -13,7 +13,7 @@ import sys
 sys.dont_write_bytecode = True
 # pylint: disable=wrong-import-position
 from cfg_fixture import (BLANK, CfgTest, DONE, FIELDS, LOST, NOT_SO, OFFSETS, SAMPLE, WRONG, built, command_line,
-                         records, some_file, taken_apart)
+                         records, some_file, taken_apart, unsealed)
 import image
 import programs
 
@@ -89,6 +89,14 @@ class RepairWithoutLoss(RepairTest):
                            'proves' % (offset + 2, FIELDS[number][0], length, len(FIELDS[number][1])))
           self.assertEqual(self.read('cfg'), SAMPLE)
           self.assertEqual(self.names(), ['cfg'])
+
+  def test_a_damaged_value_is_not_taken_for_a_damaged_length(self):
+    # With a length of 12 instead of 4 the first record would end where the second one does, and the checksum be right.
+    good = built((1, b'\0\0\0\1'), (2, b'\0\0\0\2'), (3, b'\0\0\0\x0d'))
+    self.assertEqual(image.checksum(unsealed(with_length(good[:-1] + b'\5', 16, 12))), image.checksum(unsealed(good)))
+    status, steps = self.repair(good[:-1] + b'\5')
+    self.assertEqual((status, steps[-1]), (DONE, '3 fields kept, none lost'))
+    self.assertEqual(self.read('cfg'), built((1, b'\0\0\0\1'), (2, b'\0\0\0\2'), (3, b'\0\0\0\5')))
 
   def test_a_damaged_length_of_all_records_is_restored_where_the_checksum_proves_it(self):
     for length in (0, 5, 6, 1000, 0xFFFFFFFF):  # blank, within a record, after a record, beyond the file
