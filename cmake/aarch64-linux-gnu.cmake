@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Cross build for aarch64 with Debian's compiler; programs run under QEMU's user-mode emulation.
 set(CMAKE_SYSTEM_NAME Linux)
 set(CMAKE_SYSTEM_PROCESSOR aarch64)

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # `cmake --install`: headers, both libraries, the CMake package (find_package(tarn)) and the pkg-config files.
 
 include(CMakePackageConfigHelpers)

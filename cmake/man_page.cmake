@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # The man pages. Version and date are stated in one place each: the public header has the version, and the newest entry
 # of the change log has in brackets the day of its release, or that there is none yet.
 include_guard(GLOBAL)

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Compiler and linker flags, as lists that targets take what they need from; nothing global.
 #
 #   tarn_warnings       for every target of the project

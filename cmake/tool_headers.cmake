@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # What the command-line programs are built with: CLI11 and nlohmann-json. Both consist of headers only, so a cross build
 # takes those of this machine. They are linked into a folder of their own: the other headers beside them are not for
 # another processor.

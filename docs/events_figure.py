@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Draws docs/events.svg: the suppression window of docs/events.md, threshold 3 and period 1000 ms, poll by poll.
 
     docs/events_figure.py >docs/events.svg

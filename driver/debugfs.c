@@ -1,4 +1,5 @@
-// SPDX-License-Identifier: GPL-2.0
+// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-FileCopyrightText: 2026 The tarn authors
 /*
  * Files below tarn/ in debugfs, through which a test or a person plays the
  * hardware: "control" takes commands, one a line; "status" tells what the

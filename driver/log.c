@@ -1,4 +1,5 @@
-// SPDX-License-Identifier: GPL-2.0
+// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-FileCopyrightText: 2026 The tarn authors
 /*
  * Messages for the daemons' log: printed in a frame that names the module and
  * the level, as far as the daemons want them. The device sets what they want.

@@ -1,4 +1,5 @@
-// SPDX-License-Identifier: GPL-2.0
+// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-FileCopyrightText: 2026 The tarn authors
 /*
  * The two ways between the driver and a daemon: the configuration device, by
  * which a daemon asks, and a netlink socket, by which events reach it.

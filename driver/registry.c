@@ -1,4 +1,5 @@
-// SPDX-License-Identifier: GPL-2.0
+// SPDX-License-Identifier: GPL-2.0-only
+// SPDX-FileCopyrightText: 2026 The tarn authors
 /*
  * The event table: counters and the suppression of storms, with the semantics
  * that the library's own registry has in a process without configuration

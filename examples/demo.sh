@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # A day of a gateway in about twenty seconds: gatewayd under tarn-sim, which plays the platform's drivers.
 #
 # Usage: demo.sh BUILD_DIR [--keep]

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the shim and the launcher, which plays the kernel, say to each other.
 //
 // Each device of the simulated kernel is a UNIX socket of the launcher, at the place below TARN_SIM_ROOT that stands

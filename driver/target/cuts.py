@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Part of the target's run: the power goes while a daemon logs, again and again, on one disk.
 
 The machine is killed as it stands, so what it had not given to its disk is gone; what it had given stays. A daemon of

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """What the virtual machine boots from: an initramfs with busybox and kernel modules, and a disk with the programs."""
 
 import os

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # The kernel of the virtual machine: fetches the distribution's arm64 kernel, its headers and a static busybox, unpacks
 # them, and builds the driver against them. Nothing is installed, and the machine's own package state is left alone.
 #

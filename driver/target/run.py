@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Runs the tests on the virtual target.
 
     run.py --kernel FOLDER --build FOLDER --work FOLDER [--parts PART,...] [--soak MINUTES] [--cuts N] [--shell]

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Parts of the target's run that use the driver: the system tests, and the soak."""
 
 import results

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Event configuration through the device: what the library asks, and what nobody may ask.
 
 #include <fcntl.h>

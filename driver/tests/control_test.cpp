@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The driver's control file takes what it knows, refuses the rest, and survives all of it.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A daemon for the power-cut runs: it logs numbered messages without end and tells on the console what it does, so that
 // whoever cuts the power knows what was logged, saved, and being written.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // From the driver to the subscribers.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The driver's messages in the daemon's log, and the levels that it hears of.
 
 #include <gtest/gtest.h>

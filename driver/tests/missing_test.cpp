@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Device nodes that are missing, and a driver that goes away.
 
 #include <gtest/gtest.h>

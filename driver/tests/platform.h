@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The driver in the hands of a test, and the test's view of what it does.
 #ifndef TARN_DRIVER_TESTS_PLATFORM_H
 #define TARN_DRIVER_TESTS_PLATFORM_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The port of a daemon's events, which is the id of its parent process.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Minutes of storms, configuration and kernel messages. TARN_SOAK_SECONDS sets how long; 60 unless set.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // gatewayd's settings, and the configuration image that keeps them, as a file.
 #define _POSIX_C_SOURCE 200809L
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // gatewayd: a small gateway daemon on tarn, written to be copied from.
 //
 // Four threads run here: the main one, the library's timer thread, on which callbacks run one after another, the kernel

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the sources of gatewayd share.
 #ifndef GATEWAYD_H
 #define GATEWAYD_H

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The tarn authors */
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /**
  * @file
  * Conversions between text and numbers, MAC, IPv4 and IPv6 addresses, and bytes written in hexadecimal; a hex dump.

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The tarn authors */
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /**
  * @file
  * Cryptography: the AES-128 block cipher (FIPS 197), the AES-CMAC message authentication code (RFC 4493, the CMAC of

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The tarn authors */
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /**
  * @file
  * Events: a registry of numbered event types with subscribers, and the channel that brings the kernel's events.

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The tarn authors */
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /**
  * @file
  * Logging: a process-wide log of named modules, each with its own levels; the files that preserve it across a restart;

@@ -1,3 +1,6 @@
+/* SPDX-FileCopyrightText: 2026 The tarn authors */
+/* SPDX-License-Identifier: Apache-2.0 */
+
 /**
  * @file
  * The OS abstraction layer: the only code of the library that calls the system for threads, locks, semaphores,

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The log collector: what the daemon sends to port 514.
 #ifndef TARN_SIM_LAUNCHER_COLLECTOR_H
 #define TARN_SIM_LAUNCHER_COLLECTOR_H

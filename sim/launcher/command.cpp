@@ -1,3 +1,5 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
 #include "command.h"
 
 #include <charconv>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a script or a client can have the simulated kernel do.
 #ifndef TARN_SIM_LAUNCHER_COMMAND_H
 #define TARN_SIM_LAUNCHER_COMMAND_H

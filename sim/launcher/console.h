@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The launcher's own lines, on standard error.
 #ifndef TARN_SIM_LAUNCHER_CONSOLE_H
 #define TARN_SIM_LAUNCHER_CONSOLE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The control socket: lines of the script's language from clients, each answered by "ok" or "error: REASON".
 #ifndef TARN_SIM_LAUNCHER_CONTROL_SOCKET_H
 #define TARN_SIM_LAUNCHER_CONTROL_SOCKET_H

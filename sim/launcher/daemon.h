@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The daemon: the launcher's direct child, since the port of its event channel is its parent's process id.
 #ifndef TARN_SIM_LAUNCHER_DAEMON_H
 #define TARN_SIM_LAUNCHER_DAEMON_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A descriptor that is closed with its owner.
 #ifndef TARN_SIM_LAUNCHER_DESCRIPTOR_H
 #define TARN_SIM_LAUNCHER_DESCRIPTOR_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The event channel: the netlink sockets of the daemon, and the datagrams that the simulated driver sends to them.
 #ifndef TARN_SIM_LAUNCHER_EVENT_CHANNEL_H
 #define TARN_SIM_LAUNCHER_EVENT_CHANNEL_H

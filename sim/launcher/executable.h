@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Programs that the shim cannot enter, found out before one of them is started: it would run on the machine's own
 // files.
 #ifndef TARN_SIM_LAUNCHER_EXECUTABLE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Calls of the daemon that are to fail.
 #ifndef TARN_SIM_LAUNCHER_FAILURES_H
 #define TARN_SIM_LAUNCHER_FAILURES_H

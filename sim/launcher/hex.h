@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Bytes in hexadecimal.
 #ifndef TARN_SIM_LAUNCHER_HEX_H
 #define TARN_SIM_LAUNCHER_HEX_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Lines that teach: what the script or the simulated kernel waits for in vain, and what to do about it.
 //
 // A hint is due when its wait has lasted for a while, and each comes once. It knows no clock: whoever asks says what

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The kernel's message stream, /proc/kmsg: lines that each reach one reader.
 #ifndef TARN_SIM_LAUNCHER_KERNEL_LOG_H
 #define TARN_SIM_LAUNCHER_KERNEL_LOG_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // UNIX sockets at paths, on which clients and the shim come in.
 #ifndef TARN_SIM_LAUNCHER_LISTENER_H
 #define TARN_SIM_LAUNCHER_LISTENER_H

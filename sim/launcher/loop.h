@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The main loop: descriptors, and what is to be done when they are ready. One thread.
 #ifndef TARN_SIM_LAUNCHER_LOOP_H
 #define TARN_SIM_LAUNCHER_LOOP_H

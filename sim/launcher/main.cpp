@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // tarn-sim: runs a gateway's daemon on a developer's machine, and plays the kernel.
 
 #include <cstdlib>

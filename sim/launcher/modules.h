@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The log modules of the simulated drivers, as the log device sets them.
 #ifndef TARN_SIM_LAUNCHER_MODULES_H
 #define TARN_SIM_LAUNCHER_MODULES_H

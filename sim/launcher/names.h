@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The names of event types. Every thread may use them.
 #ifndef TARN_SIM_LAUNCHER_NAMES_H
 #define TARN_SIM_LAUNCHER_NAMES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A network of the simulation's own, in which the collector's port of every address leads to this process.
 #ifndef TARN_SIM_LAUNCHER_NAMESPACE_H
 #define TARN_SIM_LAUNCHER_NAMESPACE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The command line.
 #ifndef TARN_SIM_LAUNCHER_OPTIONS_H
 #define TARN_SIM_LAUNCHER_OPTIONS_H

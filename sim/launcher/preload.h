@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The shim, as LD_PRELOAD can name it.
 #ifndef TARN_SIM_LAUNCHER_PRELOAD_H
 #define TARN_SIM_LAUNCHER_PRELOAD_H

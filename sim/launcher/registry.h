@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The driver's own registry of events: the library's, in this process. Its send hook puts the datagrams on the channel.
 #ifndef TARN_SIM_LAUNCHER_REGISTRY_H
 #define TARN_SIM_LAUNCHER_REGISTRY_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The folder whose files and sockets stand for the gateway's.
 #ifndef TARN_SIM_LAUNCHER_ROOT_H
 #define TARN_SIM_LAUNCHER_ROOT_H

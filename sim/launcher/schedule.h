@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // When the commands of scripts are due. It knows no clock: whoever asks says what the time is.
 #ifndef TARN_SIM_LAUNCHER_SCHEDULE_H
 #define TARN_SIM_LAUNCHER_SCHEDULE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Scripts: lines, each a command and when it is due.
 //
 // A line says when: `at TIME` from the start or from the last `await`; `after TIME` from when the line before

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A device of the simulated kernel, as the shim reaches it: requests that are answered. See sim/wire.h.
 #ifndef TARN_SIM_LAUNCHER_SERVICE_H
 #define TARN_SIM_LAUNCHER_SERVICE_H

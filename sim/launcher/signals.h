@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The signals that end a simulation, and the one that comes when the daemon has ended.
 #ifndef TARN_SIM_LAUNCHER_SIGNALS_H
 #define TARN_SIM_LAUNCHER_SIGNALS_H

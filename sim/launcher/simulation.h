@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The simulated kernel as a whole, and the commands that scripts and clients give it.
 #ifndef TARN_SIM_LAUNCHER_SIMULATION_H
 #define TARN_SIM_LAUNCHER_SIMULATION_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A line of a script, taken apart into words.
 #ifndef TARN_SIM_LAUNCHER_WORDS_H
 #define TARN_SIM_LAUNCHER_WORDS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The simulated kernel's devices, as the shim opens and controls them.
 #ifndef TARN_SIM_DEVICE_H
 #define TARN_SIM_DEVICE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The shim's way to the launcher. Keeps no state: each call finds its way by names. Only system calls, no lock and no
 // heap, so that it serves threads, children of a fork and signal handlers alike.
 #ifndef TARN_SIM_LINK_H

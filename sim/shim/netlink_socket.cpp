@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The program's end of a pair of sockets stands for the netlink socket, the launcher holds the other. The end is known
 // by its own name, so there is no table of descriptors that dup, fork and close would have to keep right.
 

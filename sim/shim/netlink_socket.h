@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The simulated kernel's event channel, as the shim gives it to a program: a netlink socket of protocol 19.
 #ifndef TARN_SIM_NETLINK_SOCKET_H
 #define TARN_SIM_NETLINK_SOCKET_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The definition of a function that comes after the shim's own: libc's, or a sanitizer's.
 #ifndef TARN_SIM_NEXT_H
 #define TARN_SIM_NEXT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Where the gateway's own paths and port lead on a developer's machine. See shim.h.
 #ifndef TARN_SIM_REDIRECT_H
 #define TARN_SIM_REDIRECT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // libc's names, each handed to `calls`, and the calls as they are redirected. Built without FORTIFY, whose headers
 // define some of these names themselves.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The desktop shim: redirects the files, devices and the port that belong to a gateway, and no other call.
 //
 // It stands between a program and libc as a preloaded library (tarn-sim-shim.so), or linked into a program, as the

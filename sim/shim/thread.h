@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Threads with real-time scheduling, where the process has no right to it.
 #ifndef TARN_SIM_THREAD_H
 #define TARN_SIM_THREAD_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Bit arrays: bit 0 is the most significant bit of byte 0, so 64 consecutive bits are a big-endian number, and the
 // index of its first set bit is its number of leading zeros.
 

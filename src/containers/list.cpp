@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The doubly linked list of record copies. A node and its record are one block of memory: the record directly follows
 // the node's three header fields.
 

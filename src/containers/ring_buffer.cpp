@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The ring buffer of 64-bit values.
 //
 // When the two indices meet, the ring is either full or empty, and `full` says which. It is set, cleared and read only

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Bytes written in hexadecimal with separators between them: byte strings and MAC addresses.
 //
 //   text      = [ byte *( separator byte ) [ separator ] ]

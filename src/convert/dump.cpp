@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The hex dump: a title, then rows of 16 bytes.
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Shared by the conversions: their statuses, and the reader of digits that every parser uses.
 #ifndef TARN_CONVERT_INTERNAL_H
 #define TARN_CONVERT_INTERNAL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // IPv4 addresses as dotted quads, in host order.
 
 #include "internal.h"

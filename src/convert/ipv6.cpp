@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // IPv6 addresses in the text forms of RFC 4291, section 2.2, in network order.
 //
 // The bytes of the groups are collected from the left; the position of a "::" among them is remembered. At the end of

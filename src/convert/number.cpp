@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Numbers from text. Values are computed in the width of the result and wrap there.
 
 #include "internal.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The path of 64-bit Arm processors with the Cryptography Extensions.
 //
 // Only the functions marked TARN_AES use instructions beyond the baseline, and they run only where the processor has

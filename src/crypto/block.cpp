@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The block cipher's entry points, and the choice of the path that they use.
 
 #include "internal.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // AES-CMAC: RFC 4493.
 //
 // The exported steps only wrap functions of this file. The library calls those functions directly: the exported names

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Shared by the sources of crypto/: the paths, which are implementations of AES-128, and the choice among them.
 #ifndef TARN_CRYPTO_INTERNAL_H
 #define TARN_CRYPTO_INTERNAL_H

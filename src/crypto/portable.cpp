@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The portable path: FIPS 197 with only the instructions that every processor of the architecture has. Its time and its
 // memory accesses do not depend on key or data.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Bytes in hexadecimal on standard output.
 //
 // Each byte, blank and line feed is a separate call of printf or putchar: programs that interpose these functions rely

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The constants of FIPS 197, computed from their definitions over GF(2^8).
 #ifndef TARN_CRYPTO_TABLES_H
 #define TARN_CRYPTO_TABLES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The start of the channel: the event thread and the registry that it feeds. They are never stopped.
 
 #include <pthread.h>

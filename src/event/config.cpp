@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Counters and suppression settings. Each call acts on the table or, if a configuration handler is installed, becomes a
 // message to the handler. event_cfg_set is the other end: it turns a message into the call.
 

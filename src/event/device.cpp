@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Requests to the kernel: the platform's device, and the two commands that the event service sends through it.
 
 #include <fcntl.h>

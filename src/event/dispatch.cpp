@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Sending: one occurrence of an event to the send hook and to every subscriber, unless its type is suppressed.
 
 #include "internal.h"

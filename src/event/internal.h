@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the sources of the event service share.
 //
 // mu_event_suprs_attach and mu_event_dump take no lock, so every access to a field of a record is atomic (relaxed).

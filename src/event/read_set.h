@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A set of one descriptor for select.
 #ifndef TARN_EVENT_READ_SET_H
 #define TARN_EVENT_READ_SET_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The event thread: from the kernel's netlink socket to the registry.
 
 #include <linux/netlink.h>

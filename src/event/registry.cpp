@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The state of the registry, its start, and the subscribers. The table, the lock and the polling timer live as long as
 // the process.
 

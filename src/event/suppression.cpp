@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Suppression: its callbacks, and the poll that ends its windows. mu_event_send begins it.
 
 #include "internal.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A log file copied out for a reader: filtered, its times in the reader's zone.
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The log with its files: its start, the device's description, and the calls that clear a ring or delete the files.
 
 #include <unistd.h>

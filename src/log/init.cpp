@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The start of the log. The socket, the mutex and the table of modules live as long as the process.
 
 #include <netinet/in.h>

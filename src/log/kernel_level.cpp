@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Passes changed settings on to the kernel's log device.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Levels: their names, and the settings of each module.
 //
 // Settings are read without the lock by every message, so they are stored and loaded as atomics.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Log files read back into the rings.
 //
 // A file streams through one buffer of two chunks: the rest of the previous chunk, always less than a chunk, followed

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The path of a message: filtered, formatted, shown, forwarded, stored.
 //
 // A message that is dropped costs two comparisons: nothing is formatted or locked for it. For other messages, the text

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes the rings to their files: each file whole and in place, in blocks of lines.
 
 #include <algorithm>

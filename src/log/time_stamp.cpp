@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The time of a record line, written, read, and put into local time.
 
 #include "time_stamp.h"

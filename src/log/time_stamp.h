@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The time at the start of a record line, "YYYY-MM-DD hh:mm:ss". A save writes it, a load reads it, and a copy for a
 // reader converts it to local time.
 #ifndef TARN_LOG_TIME_STAMP_H

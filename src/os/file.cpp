@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Files: libc's descriptors, and the size and the copy of whole files through buffered streams.
 
 #include <fcntl.h>

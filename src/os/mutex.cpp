@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Mutexes, and spin locks, which are mutexes under another name: nothing in this layer waits in a loop.
 
 #include <cstdlib>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // POSIX message queues. The system keeps them under their names, and they outlive the process that made them.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Counting semaphores. A wait does not report how it ended.
 
 #include <semaphore.h>

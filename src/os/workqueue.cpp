@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Work queues: placeholders that accept everything and run nothing. Programs link to them.
 
 #include "tarn/os.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The files of the OS layer, under the platform's names.
 
 #include "tarn/os.h"

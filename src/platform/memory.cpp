@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Zeroed allocation: every heap block of the library above the OS layer comes from here.
 
 #include <cstdlib>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Mutexes and spin locks with the status convention: 1 for a handle that is null.
 
 #include "tarn/os.h"

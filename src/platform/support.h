@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Shared by every subsystem above the OS layer: short names of the fixed-width types, scoped locks over the mutex
 // handles, and owned blocks of mu_malloc.
 #ifndef TARN_PLATFORM_SUPPORT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The threads of the OS layer, and its work queues that run nothing, under the platform's names.
 
 #include "tarn/os.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Numbers at any address, in the processor's own order: callers convert to the byte order of an image.
 
 #include <cstring>

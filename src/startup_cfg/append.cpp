@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The steps of every append of a field to an image, whatever the field's size.
 
 #include "internal.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The checks of an image, in the order magic, checksum, records. None of them checks the size of a buffer: tlv_load
 // does that.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The image's checksum: RFC 1071 over big-endian 16-bit words.
 //
 // The words are added in 32 bits and folded at the end. This sum equals 256 times the sum of the first bytes of all

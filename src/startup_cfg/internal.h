@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Shared by the sources of the configuration store: the image's numbers, its seal, and the look-up of fields.
 #ifndef TARN_STARTUP_CFG_INTERNAL_H
 #define TARN_STARTUP_CFG_INTERNAL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Loading: checks the image and builds an index of its records for the look-ups.
 
 #include <cstring>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The look-up of fields, and the checks that readers and writers make first.
 
 #include "internal.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the sources of the timer service share.
 #ifndef TARN_TIMER_INTERNAL_H
 #define TARN_TIMER_INTERNAL_H

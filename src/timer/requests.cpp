@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Deleting, stopping, starting and counting timers. Nothing is removed here: flags are set, and the timer thread acts
 // on them at its next scan. This is what makes it safe to delete a timer while its callback runs.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The timer thread: one scan every 10 ms over the list of timers.
 //
 // A scan subtracts the elapsed ticks from each timer and runs the callbacks of those that expire. The timer mutex is

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The state of the timer service and its start. The thread runs as long as the process.
 
 #include <cstring>

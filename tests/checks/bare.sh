@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether README's two commands work for root on a machine that has nothing: a minimal Debian in a folder, the sources
 # cloned into root's home, which is closed to other users. Usage: bare.sh WORK_FOLDER
 #

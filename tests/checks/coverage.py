@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Reports line and branch coverage by folder, from gcovr's JSON summary, and fails below the floors.
 
     coverage.py SUMMARY FOLDER...

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # How much of the library its tests reach, and whether that is enough. Usage: coverage.sh
 #
 # The test programs are those of build/release; the library is an instrumented one, found by LD_LIBRARY_PATH. What only

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether cppcheck finds nothing in the library. Usage: cppcheck.sh WORK_FOLDER
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Runs the commands that the pages show, and compiles the programs.
 
     documents.py SOURCE_FOLDER BUILD_FOLDER WORK_FOLDER

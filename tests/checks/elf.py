@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Checks what a built libtarn asks of the machine that runs it.
 
     elf.py BUILD_FOLDER [TOOL_PREFIX] [--loader NAME] [--size-limit BYTES]

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Compares what a shared library exports with the committed list, and that list with the public headers.
 
     exports.py LIST HEADER_FOLDER LIBRARY [NM]     compares; prints each difference

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether every source is formatted as clang-format formats it.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

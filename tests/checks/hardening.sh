@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether Debian's hardening-check finds what a library should be built with. Usage: hardening.sh LIBRARY
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Checks who includes what: the order of the subsystems, and which of the system's headers each may use.
 
     include_graph.py [ROOT]

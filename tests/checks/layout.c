@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The layout of every public structure, field by field: natural alignment on a 64-bit processor, fields in the order of
 // their description. Compiled as C for each processor; there is nothing to run.
 

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether the public structures have their documented layout on three processors.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

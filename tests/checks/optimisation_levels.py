@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Builds the libraries at every optimisation level, with GCC and Clang, and checks that they need nothing but libc.
 
     optimisation_levels.py SOURCE_FOLDER WORK_FOLDER

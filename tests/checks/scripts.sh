@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether the shell scripts parse, and shellcheck finds nothing in them.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

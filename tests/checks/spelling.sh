@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether codespell finds no misspelt word. .codespellrc names the words that are meant.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Counts tests and checks.
 
     tally.py record FILE NAME SECONDS STATUS [--junit FILE] [--check]

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Whether clang-tidy finds nothing in the compiled sources. Usage: tidy.sh GREP_OPTION...
 #
 # The options choose among the sources' paths: -E 'src/' only the library's.

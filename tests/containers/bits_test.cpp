@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Bit arrays against a naive model, which keeps a byte for each bit.
 //
 // The arrays stand right before a page that may not be touched, or right after one: a byte read or written beyond what

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tests of the containers share.
 #ifndef TARN_TESTS_CONTAINERS_FIXTURE_H
 #define TARN_TESTS_CONTAINERS_FIXTURE_H

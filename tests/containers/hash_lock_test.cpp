@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The mutex of a hash table: its name, what it covers, and what is called with it held.
 //
 // The library calls its exported functions by name, so a program that defines one of them gets the library's calls too.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The hash table: its one block, and what puts elements in and takes them out.
 
 #include <gtest/gtest.h>

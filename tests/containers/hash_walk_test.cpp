@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The hash table in its order: walks, the search, the removal of the first element, the count, and the whole against
 // plain sequences.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The list through the caller's elements: every place where a node can be put or taken from, what stays as it was, and
 // the list against a plain sequence.
 

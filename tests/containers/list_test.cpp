@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The list of record copies: creation, the layout of its nodes, adding, and taking out one node, all, or the list.
 
 #include <gtest/gtest.h>

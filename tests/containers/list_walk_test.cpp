@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The list of record copies: steps from node to node, searches, visits, and the whole against a plain sequence.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The ring buffer of 64-bit values: each field after each call, what a failure leaves as it was, and the whole against
 // a queue.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Bytes in hexadecimal with separators: mu_str2hex and mu_str2mac, which share a grammar and differ in one point.
 
 #include <netinet/ether.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What holds for all conversions: no heap, no output except the dump's, no state, errno untouched, any thread.
 
 #include <atomic>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tests of the conversions share: memory that ends where the caller's does, and texts to try.
 #ifndef TARN_TESTS_CONVERT_FIXTURE_H
 #define TARN_TESTS_CONVERT_FIXTURE_H

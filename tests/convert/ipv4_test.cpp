@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // IPv4 addresses: mu_str2ip and mu_ip2str.
 
 #include <arpa/inet.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // IPv6 addresses as bytes, and calls of their parser and printer with memory that ends where the caller's does.
 #ifndef TARN_TESTS_CONVERT_IPV6_ADDRESSES_H
 #define TARN_TESTS_CONVERT_IPV6_ADDRESSES_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // IPv6 addresses: mu_str2ipv6 and mu_ipv6tostr against two models, the grammar of RFC 4291, section 2.2, written down
 // here, and libc.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // IPv6 addresses: mu_str2ipv6 and mu_ipv6tostr, text by text. ipv6_model_test.cpp compares them with models.
 
 #include "convert/ipv6_addresses.h"

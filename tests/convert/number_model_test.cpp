@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mu_atoi, mu_str2dec, mu_str2decl, mu_strtol and mu_strtoll against their rules, written down here, and libc.
 
 #include <cstdlib>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Numbers from text: mu_atoi, mu_str2dec, mu_str2decl and what returns their values; mu_strtoul; mu_inter_to64.
 // number_model_test.cpp compares the parsers with models.
 

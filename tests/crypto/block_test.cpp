@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The block cipher against FIPS 197: its examples, its tables, and every step of it.
 
 #include <algorithm>

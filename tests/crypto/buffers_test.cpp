@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The callers' buffers, of every function alike: what is read and written of them, where they may stand, and that there
 // is nothing else.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // AES-CMAC: the published examples, every kind of last block, the length of the tag, and the subkeys.
 
 #include <array>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a call leaves on the stack: nothing of the key.
 
 #include <pthread.h>

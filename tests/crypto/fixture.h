@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tests of cryptography share: bytes in hexadecimal, blocks of every kind, guarded buffers, and the choice of
 // a path.
 #ifndef TARN_TESTS_CRYPTO_FIXTURE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The known answers of the AES Algorithm Validation Suite (NIST, "The Advanced Encryption Standard Algorithm Validation
 // Suite (AESAVS)", 2002) for AES-128 in ECB mode, both directions.
 //

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Comparisons with libcrypto, where its headers are: natively.
 
 #include "crypto/fixture.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The memory that the portable path reads and writes, address by address: the same for every key and every block. Its
 // instructions are decoded as far as their addresses go.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The choice between the portable path and the processor's own, and the two against each other.
 
 #include <dlfcn.h>

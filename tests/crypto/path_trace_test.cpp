@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the library executes, instruction by instruction: which path it takes, and that the way does not depend on key
 // or data.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // AES-128 and AES-CMAC a second time, written for nothing but likeness to the standards: bit by bit, without tables.
 #ifndef TARN_TESTS_CRYPTO_REFERENCE_H
 #define TARN_TESTS_CRYPTO_REFERENCE_H

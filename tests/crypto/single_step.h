@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Calls one instruction at a time: the processor traps after each while its trace flag is set. On x86-64 only.
 // Instructions are not counted with sanitizers, which have checks of their own between them.
 #ifndef TARN_TESTS_CRYPTO_SINGLE_STEP_H

@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Changes the library, one place at a time, and asks its tests whether they notice.
 
     mutate.py FOLDER... [--count N] [--seed S] [--tests BUILD] [--results FILE] [--again FILE]

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The changes that the mutation tool makes: each mutant is one change of one line of a source file.
 
 A mutant is identified by what it changes and not by a line number, so that a list of mutants outlives edits of comments

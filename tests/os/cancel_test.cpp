@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // pthread_cancel in the functions that wait: the waiting thread's destructors and cleanup handlers run.
 
 #include <fcntl.h>

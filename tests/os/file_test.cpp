@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Files by descriptor, the size of a stream's file, and the copy.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tests of the OS layer share: threads that wait, a check that nothing is printed, memory that has been in
 // use.
 #ifndef TARN_TESTS_OS_FIXTURE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Message queues: how they are opened, and what comes through them.
 
 #include <fcntl.h>

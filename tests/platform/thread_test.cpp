@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Threads and the work queues under the platform's names.
 
 #include "platform/fixture.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Appends of fields of every size: what they write, seal, index and save, and what they need.
 
 #include "startup_cfg/fixture.h"

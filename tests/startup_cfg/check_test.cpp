@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The checks of an image: checksum, records, and both after the magic.
 
 #include "startup_cfg/fixture.h"

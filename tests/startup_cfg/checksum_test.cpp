@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The checksum of an image: values worked by hand, sums that wrap, and the plain loop of RFC 1071.
 
 #include "startup_cfg/fixture.h"

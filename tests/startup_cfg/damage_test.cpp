@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Damaged images, in blocks of exactly their size: whatever they hold, they are judged as stated and nothing after them
 // is touched.
 

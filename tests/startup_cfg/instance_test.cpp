@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Instances: made for a caller's buffer, and private copies.
 
 #include "startup_cfg/fixture.h"

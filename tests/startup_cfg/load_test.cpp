@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Loading: blank images, the index, and what a refusal leaves.
 
 #include "startup_cfg/fixture.h"

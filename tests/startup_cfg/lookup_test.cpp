@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The look-up of fields, by the readers and writers that need it, and what they ask first.
 
 #include "startup_cfg/fixture.h"

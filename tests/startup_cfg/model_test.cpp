@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Long random sequences of operations, each step held against a model that keeps a list of records and builds the image
 // from it anew.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A second maker of startup configuration images, written from their layout without the library.
 #ifndef TARN_TESTS_STARTUP_CFG_REFERENCE_H
 #define TARN_TESTS_STARTUP_CFG_REFERENCE_H

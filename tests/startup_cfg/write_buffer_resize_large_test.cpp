@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Resizes in images of 64 KiB and more, where the 16-bit size of the tail and the two halves of cfg_len show.
 // Deliberate, each of them: see write_buffer_resize_test.cpp.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Deliberate: a buffer field that is rewritten with another max_len is resized in place, in a form that most often
 // leaves an image that does not load. Every byte of it is promised.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Writes of buffer fields, beyond what all writers do. See write_buffer_resize_test.cpp for another `max_len`.
 
 #include "startup_cfg/fixture.h"

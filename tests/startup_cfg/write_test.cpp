@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the writers of fields have in common, appends apart: what they refuse, and rewriting in place.
 
 #include "startup_cfg/fixture.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a program gets that a daemon starts.
 #ifndef TARN_TESTS_SUPPORT_EXEC_H
 #define TARN_TESTS_SUPPORT_EXEC_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Memory that ends at pages which nobody may touch.
 #ifndef TARN_TESTS_SUPPORT_GUARDED_H
 #define TARN_TESTS_SUPPORT_GUARDED_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The heap blocks of the library.
 #ifndef TARN_TESTS_SUPPORT_HEAP_H
 #define TARN_TESTS_SUPPORT_HEAP_H

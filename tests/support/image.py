@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Configuration images, made and read from the description of the format alone.
 
 A header of 16 bytes (magic, checksum, active, flag, length of the records, version), then the records (key, length,

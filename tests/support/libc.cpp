@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The interposed functions. Built without sanitizers and without FORTIFY: it stands between them and libc.
 
 #include "support/libc.h"

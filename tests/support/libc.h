@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The calls that libtarn.so makes to libc, in the test's hands.
 //
 // A test program defines these functions itself. Calls that come from anywhere but the library go on to libc; calls

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Where libtarn.so stands in the process.
 #ifndef TARN_TESTS_SUPPORT_LIBRARY_H
 #define TARN_TESTS_SUPPORT_LIBRARY_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The main function of the test programs.
 //
 // Started as they are, they run their tests as GoogleTest does it; CTest starts one for each test, so that each meets

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Tests of programs: a *_test.py runs them as their users do, on a command line that it is given.
 
 Usage: FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM

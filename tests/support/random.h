@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The one generator of the tests: seeded, so that a failing series can be run again.
 #ifndef TARN_TESTS_SUPPORT_RANDOM_H
 #define TARN_TESTS_SUPPORT_RANDOM_H

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Results of test programs that fork for each of their tests: read from what they left, written for the tally."""
 
 import dataclasses

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A private root for the gateway's own paths, and a log collector on loopback.
 #ifndef TARN_TESTS_SUPPORT_SANDBOX_H
 #define TARN_TESTS_SUPPORT_SANDBOX_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // How long the longest series of tests are.
 #ifndef TARN_TESTS_SUPPORT_THINNING_H
 #define TARN_TESTS_SUPPORT_THINNING_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Time in the test's hands.
 //
 // While a VirtualClock lives, the clocks that the library reads stand still, and a thread of the library that sleeps

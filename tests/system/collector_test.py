@@ -1,4 +1,6 @@
 #!/usr/bin/env python3
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Forwards messages to rsyslog and looks for each of them in rsyslog's file.
 
 Usage: collector_test.py RSYSLOG_ROOT LOG_STORM

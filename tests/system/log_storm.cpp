@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Forwards many messages from many threads to the log collector on 127.0.0.1, in rounds.
 //
 // Usage: log_storm MODE THREADS ROUNDS MESSAGES

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What an add stores: intervals, records, ids, and the limit of 256.
 
 #include <climits>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A model of the timer service, and the calls that a test makes to the model and to the service alike.
 #ifndef TARN_TESTS_TIMER_MODEL_H
 #define TARN_TESTS_TIMER_MODEL_H

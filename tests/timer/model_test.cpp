@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The service against a model of it: the same long random series of calls, made between scans, from callbacks and from
 // another thread while callbacks run, must leave the same timers, statistics, results, messages and callbacks.
 

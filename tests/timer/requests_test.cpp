@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Deleting, stopping, starting, re-arming and counting between scans.
 
 #include "support/console.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Calls from other threads and from callbacks: while a callback runs, and while another thread holds the timer mutex.
 
 #include <sys/syscall.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a scan does with a timer that has run out: one-shot and circular ones, and what callbacks may do to the list
 // meanwhile.
 

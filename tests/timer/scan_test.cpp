@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The scan: the ticks that it counts, when it comes, and how it runs a callback.
 
 #include <sys/syscall.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // From nothing to a running service: the state before the first add, the start, and starts that fail.
 
 #include <sys/syscall.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Built on CLI11, which only this file includes: it takes longer to compile than a whole tool.
 //
 // CLI11 gives some words a meaning of its own: "[a,b]" is a list, "{}" an empty one, "++" the end of a command, and the

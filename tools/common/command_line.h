@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The command line of a tool: its commands, options and arguments, and where their words go.
 #ifndef TARN_TOOLS_COMMON_COMMAND_LINE_H
 #define TARN_TOOLS_COMMON_COMMAND_LINE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Built on nlohmann-json, which only this file includes: it takes longer to compile than a whole tool.
 
 #include "json.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // JSON values: what the tools write and read.
 #ifndef TARN_TOOLS_COMMON_JSON_H
 #define TARN_TOOLS_COMMON_JSON_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tools print on standard output.
 #ifndef TARN_TOOLS_COMMON_OUTPUT_H
 #define TARN_TOOLS_COMMON_OUTPUT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The frame of every tool.
 #ifndef TARN_TOOLS_COMMON_PROGRAM_H
 #define TARN_TOOLS_COMMON_PROGRAM_H

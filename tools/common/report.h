@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tools report on standard error, and how they fail.
 //
 // A function that cannot do its work throws a Failure. run_program (program.h) reports it, at one place for each tool.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The commands of tarn-cfg.
 #ifndef TARN_TOOLS_CFG_COMMANDS_H
 #define TARN_TOOLS_CFG_COMMANDS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // diff: the header's values, then the fields by key. Of several fields with one key the first is compared with the
 // first, the second with the second. Checksums and what comes after the images do not count.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A document holds all that an image and its file are made of but what follows from the rest: the length of the records
 // and a right checksum.
 //

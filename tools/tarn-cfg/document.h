@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Files as JSON documents, there and back.
 #ifndef TARN_TOOLS_CFG_DOCUMENT_H
 #define TARN_TOOLS_CFG_DOCUMENT_H

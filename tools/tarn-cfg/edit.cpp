@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // set, unset, resize: changes of fields, and set of the header's values.
 
 #include <cinttypes>

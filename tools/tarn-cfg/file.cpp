@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Files that a loss of power leaves as they were, or as they are to be.
 //
 // New bytes go to a temporary file in the same folder, and to the disk; a rename, which is atomic, puts them in the

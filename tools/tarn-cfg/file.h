@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Files that a loss of power leaves as they were, or as they are to be.
 #ifndef TARN_TOOLS_CFG_FILE_H
 #define TARN_TOOLS_CFG_FILE_H

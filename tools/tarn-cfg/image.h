@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a file with a configuration image holds: header, records, what comes after them, and what is wrong.
 #ifndef TARN_TOOLS_CFG_IMAGE_H
 #define TARN_TOOLS_CFG_IMAGE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The lists that the commands print as JSON.
 #ifndef TARN_TOOLS_CFG_JSON_H
 #define TARN_TOOLS_CFG_JSON_H

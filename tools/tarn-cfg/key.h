@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a value is found by: the key of a field, or the name of a value in the header.
 #ifndef TARN_TOOLS_CFG_KEY_H
 #define TARN_TOOLS_CFG_KEY_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // tarn-cfg: works on files with startup configuration images.
 
 #include "commands.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A file as a command finds it, and as it leaves it.
 #ifndef TARN_TOOLS_CFG_OPEN_H
 #define TARN_TOOLS_CFG_OPEN_H

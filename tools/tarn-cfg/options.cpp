@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The command line, word by word. Whatever does not depend on the file is checked here.
 
 #include "options.h"

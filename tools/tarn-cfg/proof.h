@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the checksum of a damaged image proves: where one number of its structure is damaged and nothing else, the
 // checksum is right again with the true number.
 #ifndef TARN_TOOLS_CFG_PROOF_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // repair: an image of what is whole in a damaged one, sealed. Each step is printed. The damaged file is kept beside it,
 // and what is in no whole field is written into another file.
 

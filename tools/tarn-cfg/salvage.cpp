@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Where the checksum proves what is damaged, nothing is lost. Else the records have to be found.
 //
 // A record says nothing that shows it to be one: any four bytes may be the head of some record. What does show it is

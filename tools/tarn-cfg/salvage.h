@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What of a damaged image is whole.
 #ifndef TARN_TOOLS_CFG_SALVAGE_H
 #define TARN_TOOLS_CFG_SALVAGE_H

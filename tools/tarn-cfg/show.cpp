@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // show and check: what a file holds, and what is wrong with it.
 
 #include "commands.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Images that the library opens, and images that are built anew.
 //
 // The library changes fields and appends them. It removes none, and a change of a buffer field's length in place breaks

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The library's view of an image: an instance over a private copy.
 #ifndef TARN_TOOLS_CFG_STORE_H
 #define TARN_TOOLS_CFG_STORE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The types of values, and values as people write and read them.
 #ifndef TARN_TOOLS_CFG_VALUE_H
 #define TARN_TOOLS_CFG_VALUE_H

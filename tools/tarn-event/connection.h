@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The control socket of a running simulation.
 #ifndef TARN_TOOLS_EVENT_CONNECTION_H
 #define TARN_TOOLS_EVENT_CONNECTION_H

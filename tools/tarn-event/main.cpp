@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // tarn-event: events and kernel messages for a daemon that runs under tarn-sim.
 
 #include <csignal>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The lines that a simulation understands.
 #ifndef TARN_TOOLS_EVENT_REQUEST_H
 #define TARN_TOOLS_EVENT_REQUEST_H

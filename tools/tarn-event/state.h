@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What a simulation says about itself.
 #ifndef TARN_TOOLS_EVENT_STATE_H
 #define TARN_TOOLS_EVENT_STATE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A simulation's state for people.
 #ifndef TARN_TOOLS_EVENT_TABLE_H
 #define TARN_TOOLS_EVENT_TABLE_H

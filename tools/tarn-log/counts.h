@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // How many records each level and each module has.
 #ifndef TARN_TOOLS_LOG_COUNTS_H
 #define TARN_TOOLS_LOG_COUNTS_H

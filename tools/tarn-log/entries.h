@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Records of several files, in one order.
 #ifndef TARN_TOOLS_LOG_ENTRIES_H
 #define TARN_TOOLS_LOG_ENTRIES_H

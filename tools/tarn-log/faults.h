@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Reports on log files that are not as they should be.
 #ifndef TARN_TOOLS_LOG_FAULTS_H
 #define TARN_TOOLS_LOG_FAULTS_H

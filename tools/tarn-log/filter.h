@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Which records are wanted.
 #ifndef TARN_TOOLS_LOG_FILTER_H
 #define TARN_TOOLS_LOG_FILTER_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The files are read whole at each look: the daemon writes them whole, at the latest after three seconds, and they are
 // small. Their times would not show every change: two writes may have the same.
 

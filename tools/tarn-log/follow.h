@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // --follow: what the daemon adds to its files, as it does.
 #ifndef TARN_TOOLS_LOG_FOLLOW_H
 #define TARN_TOOLS_LOG_FOLLOW_H

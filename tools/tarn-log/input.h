@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The bytes of a log file.
 //
 // The daemon writes its files anew, whole and in place, so whoever reads one may find it empty or half written.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The levels, by the names that the library gives them.
 #ifndef TARN_TOOLS_LOG_LEVELS_H
 #define TARN_TOOLS_LOG_LEVELS_H

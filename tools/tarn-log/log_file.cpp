@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The system log has the line "SysLog:" before its records, the user log six lines "NAME:VALUE;" and an empty one.
 
 #include "log_file.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A log file taken apart: what comes before the records, and the lines of the records.
 #ifndef TARN_TOOLS_LOG_LOG_FILE_H
 #define TARN_TOOLS_LOG_LOG_FILE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The daemon writes its whole ring each time: the present state is the last one without some lines at its beginning,
 // and with new ones at its end. So the longest end of the last state is looked for that the present one begins with.
 // Where the present state is shorter than that end, the daemon has not written all of it yet.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What is new in a log file that was written anew.
 #ifndef TARN_TOOLS_LOG_NEWS_H
 #define TARN_TOOLS_LOG_NEWS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the command line asks for.
 #ifndef TARN_TOOLS_LOG_OPTIONS_H
 #define TARN_TOOLS_LOG_OPTIONS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Records and descriptions on standard output.
 #ifndef TARN_TOOLS_LOG_PRINTER_H
 #define TARN_TOOLS_LOG_PRINTER_H

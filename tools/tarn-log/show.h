@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The records of the files as they are now.
 #ifndef TARN_TOOLS_LOG_SHOW_H
 #define TARN_TOOLS_LOG_SHOW_H

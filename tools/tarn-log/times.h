@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Points in time, as people write and read them. Inside, a time is in seconds since the Unix epoch.
 #ifndef TARN_TOOLS_LOG_TIMES_H
 #define TARN_TOOLS_LOG_TIMES_H

@@ -1,4 +1,6 @@
 #!/usr/bin/env bash
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 # Installs a build and uses it as a stranger's project would: through CMake's package and through pkg-config, from C and
 # from C++, with the shared and with the static library.
 #

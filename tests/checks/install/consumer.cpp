@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The same for C++: the headers give C linkage, so this links to a library of C.
 
 #include <tarn/containers.h>

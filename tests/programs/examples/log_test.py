@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """gatewayd's log: its file, the lines of the kernel, the collector. See fixture.py."""
 
 import os

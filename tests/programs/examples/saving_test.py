@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """How gatewayd saves its image, and what stays when it cannot. See fixture.py."""
 
 import os

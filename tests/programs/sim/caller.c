@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A daemon that knows nothing of a shim. It reads calls, one a line, from the UNIX socket that its first argument
 // names, makes them, and answers each with "RESULT ERRNO HEX". The class Daemon of fixture.py sends them.
 

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The event channel, netlink protocol 19: its sockets, their ports, and the datagrams. See fixture.py."""
 
 import json

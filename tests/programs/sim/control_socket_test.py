@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The control socket: lines, answers, the status, and clients of every kind. See fixture.py."""
 
 import json

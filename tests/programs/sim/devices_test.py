@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The simulated devices as files and sockets: opened, duplicated, inherited, closed. See fixture.py."""
 
 import errno

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """How a simulation ends: with the daemon, by signals, by the launcher's death. See fixture.py."""
 
 import fcntl

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-event against a simulation, and the examples of both programs' pages. See fixture.py."""
 
 import json

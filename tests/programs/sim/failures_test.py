@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Calls of the daemon that a script or a client makes fail. See fixture.py."""
 
 import errno

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-sim in the hands of its tests: a launcher that runs, the daemon below it, and clients of its control socket.
 
 A test file of this folder is run as

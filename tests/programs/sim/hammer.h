@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Many requests at once, for caller.c.
 #ifndef TARN_TEST_SIM_HAMMER_H
 #define TARN_TEST_SIM_HAMMER_H

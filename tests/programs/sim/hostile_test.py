@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Neighbours that do what they should not: junk, floods, no descriptors, a console that is gone. See fixture.py."""
 
 import os

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """/dev/mulog-ioctl-dev: the levels of the simulated drivers, and what they do to the drivers' lines. See fixture.py."""
 
 import errno

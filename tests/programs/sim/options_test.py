@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The command line of tarn-sim: its options, its help, its completion. See fixture.py."""
 
 import os

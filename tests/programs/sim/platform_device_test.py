@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """/dev/mu_pal_ioctl: its two commands, and the driver's table of events behind them. See fixture.py."""
 
 import errno

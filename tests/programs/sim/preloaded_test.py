@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The shim without a launcher, as its page shows it. See fixture.py."""
 
 import os

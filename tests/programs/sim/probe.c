@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Does to the gateway's own paths and port what a daemon does, and prints what came of it. Run with and without the
 // preloaded shim by shim_test.cpp.
 

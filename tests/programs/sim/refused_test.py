@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Daemons that the shim cannot enter, and that tarn-sim refuses before they start. See fixture.py.
 
 They are made from a sound program by a change in its ELF header.

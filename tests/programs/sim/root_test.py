@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The folder that stands for the gateway's, and what may stand in its way. See fixture.py."""
 
 import os

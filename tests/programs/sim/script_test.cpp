@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The language of scripts: words, times, commands, lines, and where and why a line is faulty.
 
 #include "sim/launcher/script.h"

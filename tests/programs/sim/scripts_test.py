@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Scripts: when their lines are due, what each command does, and how a fault is reported. See fixture.py.
 
 Every rule of the language itself is in script_test.cpp and schedule_test.cpp.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The desktop shim, linked into this program and preloaded into another.
 
 #include <arpa/inet.h>

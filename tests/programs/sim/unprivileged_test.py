@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-sim and its daemon as a user without rights. See fixture.py.
 
 Root gives its rights up for it; whoever else runs these tests has none.

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """What the build makes of the tools: when it refuses to, and which version and date its man pages have.
 
 Usage: build_test.py [SUITE.TEST]... -- FOLDER_OF_THE_MADE_MAN_PAGES

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg create, unset and resize, and many changes one after another.
 
 Usage: cfg_change_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

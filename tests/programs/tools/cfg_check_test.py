@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg check and diff: what is wrong with an image, and what distinguishes two.
 
 Usage: cfg_check_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

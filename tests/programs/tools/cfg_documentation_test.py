@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The man page, the README and the completion of tarn-cfg say what it does.
 
 Usage: cfg_documentation_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

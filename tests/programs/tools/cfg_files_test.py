@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The files, folders, links and rights that tarn-cfg meets.
 
 Usage: cfg_files_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

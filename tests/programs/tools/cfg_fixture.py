@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of tarn-cfg share: images, and ways to run the tool."""
 
 import os

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Documents that tarn-cfg import refuses.
 
 Usage: cfg_json_refused_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

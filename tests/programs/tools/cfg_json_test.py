@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg export and import.
 
 Usage: cfg_json_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

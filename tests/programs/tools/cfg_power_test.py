@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg ended, or let down, at every call for a file.
 
 Usage: cfg_power_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg repair: what it keeps, what it leaves out, and what it reports.
 
 Usage: cfg_repair_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg set: values, and the room that an image has.
 
 Usage: cfg_set_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-cfg show and get: what they print of an image.
 
 Usage: cfg_show_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of tarn-event share: a simulation's control socket that the tests play, and ways to run the tool.
 
 What a real simulation makes of the lines is shown by the tests of tarn-sim.

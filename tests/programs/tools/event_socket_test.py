@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """The control socket that tarn-event talks to.
 
 Usage: event_socket_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-EVENT

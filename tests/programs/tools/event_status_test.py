@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-event status and watch.
 
 Usage: event_status_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-EVENT

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Opens images with the library as a daemon does. Standard input holds them one after the other, each after two
 // numbers of 4 bytes in network order: its size and the max_size that the daemon states. Prints a line an image: what
 // tlv_load returns and the number of fields that it has found.

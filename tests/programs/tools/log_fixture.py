@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """What the tests of tarn-log share: records as the daemon writes them, and ways to run the tool.
 
 Log files are made here from the description of their format, in the way of the daemon: whole and in place.

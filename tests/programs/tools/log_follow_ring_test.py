@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-log --follow of a ring that turns, and its end.
 
 Usage: log_follow_ring_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """tarn-log --follow: each record once, whatever becomes of the file.
 
 Usage: log_follow_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Records and counts of tarn-log as JSON, and counts as tables.
 
 Usage: log_json_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

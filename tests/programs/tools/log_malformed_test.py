@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Lines and files that are not as they should be.
 
 Usage: log_malformed_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Colours and bars of tarn-log on a terminal, and output that cannot be written.
 
 Usage: log_screen_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

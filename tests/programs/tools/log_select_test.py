@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Which records tarn-log selects.
 
 Usage: log_select_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

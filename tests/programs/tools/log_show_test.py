@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """What tarn-log shows of its files, and in which order.
 
 Usage: log_show_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Times and zones of tarn-log.
 
 Usage: log_times_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Preloaded into a program that writes a file: counts its calls for files, writes one byte a call, and stumbles at the
 // call that TARN_STUMBLE_AT numbers. TARN_STUMBLE names how: "kill" ends the program before the call, "fail" lets the
 // call fail with EIO. Without these, TARN_STUMBLE_LOG takes the calls' names, a line each.

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Images through JSON and back, byte for byte. The images are made here from the description of the format, and the
 // library loads what comes back.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Crashes where a daemon does: in a callback that the library runs, or in a text that it formats.
 //
 //   crash PLACE          with a crash handler that prints a backtrace(3)

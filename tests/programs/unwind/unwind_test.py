@@ -1,3 +1,5 @@
+# SPDX-FileCopyrightText: 2026 The tarn authors
+# SPDX-License-Identifier: Apache-2.0
 """Tests of what a crash shows: backtraces through the library, with the library as it ships, stripped.
 
 Usage: unwind_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM
