@@ -158,7 +158,7 @@ class Watch(EventTest):
 
   def test_each_look_takes_the_place_of_the_last_on_a_terminal(self):
     self.simulate_state(state())
-    ours, theirs = self.open_terminal()
+    ours, theirs = programs.open_terminal(self)
     with subprocess.Popen(self.line(['--root', self.folder, 'watch', '--count=2', '--interval=0.01']),
                           stdout=theirs, stdin=subprocess.DEVNULL) as process:
       os.close(theirs)

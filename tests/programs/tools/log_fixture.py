@@ -139,7 +139,7 @@ class LogTest(programs.ProgramTest):
 
   def on_terminal(self, *args, columns=60, env=None):
     """What is printed on a terminal of so many columns, and nothing else; None for a terminal without a size."""
-    ours, theirs = self.open_terminal()
+    ours, theirs = programs.open_terminal(self)
     if columns is not None:
       fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack('HHHH', 24, columns, 0, 0))
     with subprocess.Popen(self.line(args), cwd=self.folder, env={**os.environ, **self.environment(env)},
