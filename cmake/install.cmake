@@ -19,7 +19,7 @@ write_basic_package_version_file(tarn-config-version.cmake COMPATIBILITY SameMaj
 install(FILES ${PROJECT_BINARY_DIR}/tarn-config.cmake ${PROJECT_BINARY_DIR}/tarn-config-version.cmake
         DESTINATION ${package_dir})
 
-# The paths in the file are relative to where it stands, so that an installation may be moved.
+# The paths in the file are relative to its own place, so an installation may be moved.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_INCLUDEDIR
            BASE_DIRECTORY ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig OUTPUT_VARIABLE tarn_pc_include_dir)
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_PREFIX

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Compiler and linker flags, as lists that targets take what they need from; nothing global.
+# Compiler and linker flags, as lists from which targets take what they need; nothing global.
 #
 #   tarn_warnings       for every target of the project
 #   tarn_library_flags  what the library's C++ does without, and what it hides
@@ -48,14 +48,14 @@ set(tarn_library_flags
     # The checks of the standard containers, which some distributions turn on, call the C++ run-time library.
     -U_GLIBCXX_ASSERTIONS
     -D_GLIBCXX_NO_ASSERTIONS
-    # Exported functions may be inlined into one another; the address of one stays what the program sees.
+    # Exported functions may be inlined into one another; a function's address stays the one that the program sees.
     -fno-semantic-interposition
-    # Whoever interposes malloc sees every allocation: without this, malloc and a zero fill become one calloc.
+    # An interposed malloc must see every allocation: without this, malloc and a zero fill become one calloc.
     -fno-builtin-malloc
     -ffunction-sections
     -fdata-sections)
-# Only the tables: code without exceptions has no personality routine, so the unwinder passes through its frames without
-# running anything of them. They take about a tenth of the file.
+# Only the tables: code without exceptions has no personality routine, so the unwinder passes its frames and runs no
+# code for them. The tables take about a tenth of the file.
 set(tarn_unwind_tables -fasynchronous-unwind-tables)
 if(TARN_UNWIND_TABLES)
   list(APPEND tarn_library_flags ${tarn_unwind_tables})
@@ -66,7 +66,7 @@ if(TARN_SPLIT_DEBUG)
   list(APPEND tarn_library_flags -g)
 endif()
 if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm64")
-  # The out-of-line atomics of libgcc would bring a constructor and a call for each atomic access.
+  # The out-of-line atomics of libgcc would add a constructor, and a call for each atomic access.
   list(APPEND tarn_library_flags -mno-outline-atomics)
 endif()
 
@@ -94,8 +94,8 @@ else()
   add_link_options(${tarn_sanitize})
 endif()
 
-# The start files would add functions that run at load time and do nothing here; and, built without the marks of control
-# flow integrity, they would take those marks from the library. The instrumented builds need them.
+# The start files would add functions that run at load time and do nothing here. They are built without the marks of
+# control flow integrity, so the linked library would lose these marks too. The instrumented builds need them.
 set(tarn_start_files "")
 if(TARN_SANITIZE STREQUAL "" AND NOT TARN_COVERAGE)
   set(tarn_start_files -nostartfiles)
@@ -106,15 +106,15 @@ if(TARN_COVERAGE)
   set(tarn_coverage --coverage -fprofile-update=atomic)
 endif()
 
-# Turns "192.168.1.254" into 3232236030u; anything else is an error of the configuration.
+# Turns "192.168.1.254" into 3232236030u; anything else is a configuration error.
 function(tarn_ipv4_to_number text result)
   if(NOT text MATCHES "^([0-9]+)\\.([0-9]+)\\.([0-9]+)\\.([0-9]+)$")
-    message(FATAL_ERROR "TARN_LOG_SERVER_IP: '${text}' is no IPv4 address")
+    message(FATAL_ERROR "TARN_LOG_SERVER_IP: '${text}' is not an IPv4 address")
   endif()
   set(number 0)
   foreach(octet ${CMAKE_MATCH_1} ${CMAKE_MATCH_2} ${CMAKE_MATCH_3} ${CMAKE_MATCH_4})
     if(octet GREATER 255)
-      message(FATAL_ERROR "TARN_LOG_SERVER_IP: '${text}' is no IPv4 address")
+      message(FATAL_ERROR "TARN_LOG_SERVER_IP: '${text}' is not an IPv4 address")
     endif()
     math(EXPR number "${number} * 256 + ${octet}")
   endforeach()

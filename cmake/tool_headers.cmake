@@ -1,13 +1,12 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# What the command-line programs are built with: CLI11 and nlohmann-json. Both consist of headers only, so a cross build
-# takes those of this machine. They are linked into a folder of their own: the other headers beside them are not for
-# another processor.
+# The libraries of the command-line programs: CLI11 and nlohmann-json. Both consist of headers only, so a cross build
+# uses this machine's. A separate folder links to them, because the headers beside them are not for another processor.
 #
 #   tool_include  the folder
 #   tool_missing  what was not found, a list; empty when all is there
 #
-# A build that was asked for with ON and cannot be made is an error. AUTO builds what can be built.
+# ON is an error if the programs cannot be built. AUTO builds those that can be built.
 
 set(tool_include ${PROJECT_BINARY_DIR}/tool_headers)
 file(MAKE_DIRECTORY ${tool_include})
@@ -36,6 +35,6 @@ if(tool_missing)
   endforeach()
 endif()
 
-# The installed programs find the library of their own installation, wherever that is moved to.
+# The installed programs find the library of their own installation, even after it is moved.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR}
            OUTPUT_VARIABLE tool_library_path)

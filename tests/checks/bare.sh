@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Whether README's two commands work for root on a machine that has nothing: a minimal Debian in a folder, the sources
-# cloned into root's home, which is closed to other users. Usage: bare.sh WORK_FOLDER
+# Whether README's two commands work for root on a bare machine: a minimal Debian in a folder, with the sources cloned
+# into root's home, which other users cannot enter. Usage: bare.sh WORK_FOLDER
 #
 # Both commands run with a /dev/pts, and the tests again without one. Takes about half an hour.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
@@ -16,7 +16,7 @@ if [[ ${1-} != --inside ]]; then
   need debootstrap unshare
   work=$(mkdir -p "$1" && realpath "$1")
   root=$work/root
-  # The archive that this machine takes its packages from.
+  # The archive from which this machine gets its packages.
   # shellcheck disable=SC2016  # the words are apt's
   mirror=$(apt-get indextargets --format '$(SITE)' 'Created-By: Packages' | head -n 1)
   # shellcheck disable=SC2016

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Whether rsyslog collects what is forwarded. Usage: collector.sh PACKAGES_FOLDER LOG_STORM
+# Whether rsyslog collects the forwarded messages. Usage: collector.sh PACKAGES_FOLDER LOG_STORM
 #
 # Where rsyslog is not installed, its packages are unpacked into the folder.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"

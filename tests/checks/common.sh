@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# What the checks share; each reads it in: . tests/checks/common.sh
+# Shared by the checks. Each sources it: . tests/checks/common.sh
 # shellcheck shell=bash
 set -euo pipefail
 

@@ -1,14 +1,14 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Runs the commands that the pages show, and compiles the programs.
+"""Runs the commands in the pages, and compiles the programs in them.
 
     documents.py SOURCE_FOLDER BUILD_FOLDER WORK_FOLDER
 
-Each block of a page that is fenced as sh runs in a copy of the sources, in which build/release is BUILD_FOLDER; what a
-block installs goes below the work folder. A block fenced as c that has a main function is compiled with the public
-headers, linked to the library of BUILD_FOLDER and run. Commands of ELSEWHERE are not run here: each is a stage of the
-continuous integration by itself, or needs what the check may not change; what can be compared is.
+Each block of a page that is fenced as sh runs in a copy of the sources, in which build/release is BUILD_FOLDER; files
+that a block installs go below the work folder. A block fenced as c that has a main function is compiled with the public
+headers, linked to the library of BUILD_FOLDER and run. Commands of ELSEWHERE are not run here: each is a separate stage
+of the continuous integration, or needs changes that the check may not make. They are compared as far as possible.
 """
 
 import json

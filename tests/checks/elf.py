@@ -1,12 +1,12 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Checks what a built libtarn asks of the machine that runs it.
+"""Checks what a built libtarn requires from the machine that runs it.
 
     elf.py BUILD_FOLDER [TOOL_PREFIX] [--loader NAME] [--size-limit BYTES]
 
-TOOL_PREFIX stands before the names of the binary utilities ("aarch64-linux-gnu-"). --loader names a library that
-may stand beside libc in the list of needed ones. Prints each fault; prints the stripped size.
+TOOL_PREFIX is the prefix of the binary utilities ("aarch64-linux-gnu-"). --loader names a library that the
+library may need besides libc. Prints each fault and the stripped size.
 """
 
 import argparse
@@ -19,11 +19,11 @@ import tempfile
 SONAME = "libtarn.so.1"
 LIBC = "libc.so.6"
 
-# Symbols that only the C++ run-time library or the unwinder define. __cxa_finalize is libc's, and weak.
+# Symbols that only the C++ run-time library or the unwinder defines. __cxa_finalize is libc's, and weak.
 CXX_RUNTIME = re.compile(r"^(_Z|__cxa_(?!finalize)|__gxx_|_Unwind_|__once_proxy|__dynamic_cast)")
 CODE_AT_START = re.compile(r"\s\.(preinit_array|init_array|fini_array|ctors|dtors|init|fini)\b[^\s]*\s")
 
-# What -fcf-protection and -mbranch-protection=standard promise, as readelf names it.
+# The marks of -fcf-protection and -mbranch-protection=standard, as readelf names them.
 CONTROL_FLOW = {"AArch64": {"BTI", "PAC"}, "Advanced Micro Devices X86-64": {"IBT", "SHSTK"}}
 
 
@@ -67,7 +67,7 @@ def stack_faults(library):
 
 
 def constructor_faults(library):
-    """Nothing of the library runs when it is loaded or unloaded."""
+    """No code of the library runs when it is loaded or unloaded."""
     dynamic = library.readelf("-d", library.shared)
     for entry in re.findall(r"\((INIT|FINI|INIT_ARRAY|FINI_ARRAY|PREINIT_ARRAY)\)", dynamic):
         yield f"has {entry}: something runs at load time"
@@ -79,7 +79,7 @@ def constructor_faults(library):
 
 
 def control_flow_faults(library):
-    """The kernel and the loader enforce landing pads and shadow stacks only for a file that is marked as a whole."""
+    """The kernel and the loader enforce landing pads and shadow stacks only for a file that carries the marks."""
     wanted = CONTROL_FLOW.get(re.search(r"Machine:\s+(.*)", library.readelf("-h", library.shared))[1])
     if wanted is None:
         return
@@ -97,7 +97,7 @@ def runtime_faults(library):
     for name in undefined:
         if CXX_RUNTIME.match(name):
             yield f"needs {name} of the C++ run-time library"
-    # The static library may call itself by C++ names; what none of its objects defines must be libc's.
+    # The objects of the static library may call each other by C++ names; all other symbols must be libc's.
     defined = set(re.findall(r" [A-TV-Zu] (\S+)", library.tool("nm", "--defined-only", library.archive)))
     undefined = set(re.findall(r"^\s+[Uwv] (\S+)", library.tool("nm", "--undefined-only", library.archive),
                                re.MULTILINE))

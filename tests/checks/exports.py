@@ -4,7 +4,7 @@
 """Compares what a shared library exports with the committed list, and that list with the public headers.
 
     exports.py LIST HEADER_FOLDER LIBRARY [NM]     compares; prints each difference
-    exports.py --from-headers HEADER_FOLDER        prints what the headers mark TARN_API, in the form of the list
+    exports.py --from-headers HEADER_FOLDER        prints the TARN_API names of the headers, in the form of the list
 """
 
 import pathlib
@@ -15,7 +15,8 @@ import sys
 VERSION_NODE = "TARN_1.0"
 CLASSES = {"T": "function", "B": "object", "D": "object", "R": "object"}
 
-# A declaration that TARN_API begins, up to its semicolon: `extern TYPE NAME` or `extern TYPE NAME[SIZE]`, or `TYPE NAME(` with the arguments.
+# A declaration that begins with TARN_API, up to its semicolon: `extern TYPE NAME` or `extern TYPE NAME[SIZE]`, or `TYPE
+# NAME(` with the arguments.
 DECLARATION = re.compile(r"^TARN_API\s+([^;]*);", re.MULTILINE)
 OBJECT = re.compile(r"^extern\s[^()]*?(\w+)(?:\[\w+\])?$")
 FUNCTION = re.compile(r"^[^()]*?(\w+)\(")

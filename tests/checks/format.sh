@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Whether every source is formatted as clang-format formats it.
+# Whether every source has the format of clang-format.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 need clang-format

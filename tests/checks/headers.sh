@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Whether each public header compiles alone, as C and as C++, with two compilers, without a warning.
+# Whether each public header compiles by itself, as C and as C++, with two compilers, without a warning.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 need gcc g++ clang clang++

@@ -1,7 +1,7 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Checks who includes what: the order of the subsystems, and which of the system's headers each may use.
+"""Checks includes: the order of the subsystems, and which system headers each may use.
 
     include_graph.py [ROOT]
 
@@ -13,7 +13,7 @@ import pathlib
 import re
 import sys
 
-# Each subsystem, with what it builds on: only what stands above it.
+# Each subsystem, and those that it builds on: only ones listed above it.
 BUILDS_ON = {
     "os": [],
     "platform": ["os"],
@@ -26,7 +26,7 @@ BUILDS_ON = {
     "event": ["platform", "containers", "timer"],
 }
 
-# Each public header, with the project's headers and the system's that it may include: callers include them all with it.
+# Each public header, and the project's and system headers that it may include: callers include all of them too.
 PUBLIC_HEADERS = {
     "types.h": ["assert.h", "stddef.h", "stdint.h"],
     "os.h": ["tarn/types.h", "pthread.h", "stdio.h", "sys/types.h"],
@@ -40,7 +40,7 @@ PUBLIC_HEADERS = {
     "event.h": ["tarn/types.h", "tarn/containers.h"],
 }
 
-# The system's headers that only these subsystems may include.
+# System headers that only these subsystems may include.
 RESERVED = {
     "fcntl.h": ["os", "log", "event"],
     "mqueue.h": ["os"],
@@ -61,7 +61,7 @@ RESERVED = {
     "sys/socket.h": ["log", "event"],
 }
 
-# What no source of the library includes: it would bring the C++ run-time library, or a way around platform/ and os/.
+# Headers that no source of the library includes: they need the C++ run-time library, or bypass platform/ and os/.
 BANNED = ["condition_variable", "exception", "fstream", "functional", "iostream", "map", "mutex", "new", "sstream",
           "stdexcept", "string", "thread", "unordered_map", "vector"]
 
@@ -69,7 +69,7 @@ INCLUDE = re.compile(r'^[ \t]*#[ \t]*include[ \t]*(?:<([^>]+)>|"([^"]+)")', re.M
 
 
 def includes(file):
-    """Pairs of (line number, header, whether it stands in quotes)."""
+    """Triples of (line number, header, whether it is in quotes)."""
     text = file.read_text()
     for match in INCLUDE.finditer(text):
         line = text.count("\n", 0, match.start()) + 1
@@ -117,7 +117,7 @@ def public_fault(header_name, header, quoted):
 
 
 def outsider_fault(folder, header, quoted):
-    """sim/, examples/ and tools/ stand around the library: none looks inside."""
+    """sim/, examples/ and tools/ use the library from outside: none of them includes a header of src/."""
     if not quoted or header.startswith(folder + "/") or "/" not in header:
         return None
     if header.startswith("tarn/"):

@@ -50,7 +50,7 @@ FIELD(mu_list_t, head, 16, 8);
 FIELD(mu_list_t, cmp, 24, 8);
 SIZE(mu_list_t, 32);
 
-// The record follows right behind these fields, so their size is a part of the layout too.
+// The record directly follows these fields, so their size is part of the layout too.
 FIELD(mu_list_node_t, data, 0, 8);
 FIELD(mu_list_node_t, prev, 8, 8);
 FIELD(mu_list_node_t, next, 16, 8);
@@ -112,7 +112,7 @@ SIZE(tmr_tid, 8);
 
 // ---- Startup configuration -----------------------------------------------------------------------------------------
 
-// These two are laid over an image at any address: they must not need alignment.
+// These two are placed over an image at any address: they must not need alignment.
 FIELD(tlv_hdr, magic, 0, 4);
 FIELD(tlv_hdr, crc, 4, 2);
 FIELD(tlv_hdr, active, 6, 1);
@@ -144,7 +144,7 @@ FIELD(mup_log_module, name, 0, 16);
 FIELD(mup_log_module, record_level, 16, 1);
 FIELD(mup_log_module, print_level, 17, 1);
 FIELD(mup_log_module, enable, 18, 1);
-SIZE(mup_log_module, 19);  // bytes alone: no rounding, and the table of modules is packed
+SIZE(mup_log_module, 19);  // only bytes: no rounding, so the table of modules is packed
 
 FIELD(mup_log_rec, module, 0, 1);
 FIELD(mup_log_rec, level, 1, 1);
@@ -186,7 +186,7 @@ FIELD(mu_event_cfg_t, threshold, 4, 4);
 FIELD(mu_event_cfg_t, period, 8, 4);
 SIZE(mu_event_cfg_t, 12);
 
-// These two cross to the kernel.
+// These two are passed to the kernel.
 FIELD(mu_event_msg_t, op, 0, 4);
 FIELD(mu_event_msg_t, type, 4, 4);
 FIELD(mu_event_msg_t, reserved, 8, 4);

@@ -5,9 +5,9 @@
 
     optimisation_levels.py SOURCE_FOLDER WORK_FOLDER
 
-What a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the shared
-library must need only libc, and a C program must link with all of the static library by `cc`, without more, and run. Prints
-a line a build; the exit code is 1 if there was a fault, 77 if neither compiler is there.
+Code that a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the
+shared library must need only libc, and `cc` must link a C program with all of the static library, which must run.
+Prints one line for each build; the exit code is 1 after a fault, 77 if neither compiler is there.
 """
 
 import concurrent.futures
@@ -20,11 +20,11 @@ import sys
 
 COMPILERS = (("gcc", "gcc", "g++"), ("clang", "clang", "clang++"))
 
-# The standard build types, without debug information, which takes time and changes nothing; then what none of them is.
+# The standard build types, without debug information, which takes time and changes nothing; then other levels.
 BUILD_TYPES = {"Debug": "-O0", "Release": "-O3 -DNDEBUG", "RelWithDebInfo": "-O2 -DNDEBUG",
                "MinSizeRel": "-Os -DNDEBUG", "None": "-O0 -DNDEBUG", "O1": "-O1", "Og": "-Og"}
 
-# Hardening as distributions do it: the containers' checks would call the run-time library.
+# The hardening of distributions: the containers' checks would call the run-time library.
 EXTRA = "-Wp,-D_GLIBCXX_ASSERTIONS"
 
 PROGRAM = """

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Whether codespell finds no misspelt word. .codespellrc names the words that are meant.
+# Whether codespell finds no misspelt word. .codespellrc lists the exceptions.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 need codespell git

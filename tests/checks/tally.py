@@ -4,13 +4,13 @@
 """Counts tests and checks.
 
     tally.py record FILE NAME SECONDS STATUS [--junit FILE] [--check]
-        Writes the record of one stage. STATUS is the exit status of its commands. --junit: the results that CTest left;
-        shows what the failed tests printed. --check: the stage is a check, or has one beside its tests, that counts as
-        one passed or failed test. Prints the counts.
+        Writes the record of one stage. STATUS is the exit status of its commands. --junit: the results of CTest;
+        shows the output of failed tests. --check: the stage is a check, or has one besides its tests, which counts
+        as one passed or failed test. Prints the counts.
     tally.py total [--times] FILE...
-        Prints the sum of records, as the last line that ./dev and .ci/run show.
+        Prints the sum of the records: the last line of ./dev and .ci/run.
 
-A failure that shows in no count (a build that broke, a run without a test) counts as one failed test.
+A failure that no count shows (a broken build, a run without a test) counts as one failed test.
 """
 
 import argparse
@@ -26,7 +26,7 @@ import results  # noqa: E402
 
 FORKED = re.compile(r"(\w+)/forked-(\d+)")
 SHOWN_LINES = 150  # of the output of one failed test
-# What GoogleTest prints for GTEST_SKIP() << reason, Python's unittest for skipTest(reason), and a script of ours.
+# The output of GoogleTest for GTEST_SKIP() << reason, of Python's unittest for skipTest(reason), and of our scripts.
 SKIP_REASON = re.compile(r""": Skipped\n+([^\n]*)|\bskipped ['"](.*)['"]|^skipped: (.*)""", re.MULTILINE)
 
 
@@ -39,7 +39,7 @@ def skip_reason(case):
 
 
 def cases_of(file):
-    """The test cases of a JUnit file. Those of a program that forks for each of its tests are in a file of their own."""
+    """The test cases of a JUnit file. A program that forks for each of its tests has a separate file."""
     try:
         cases = list(xml.etree.ElementTree.parse(file).iter("testcase"))
     except (OSError, xml.etree.ElementTree.ParseError):
@@ -52,7 +52,7 @@ def cases_of(file):
         inner = results.read_results(forked[1] + "/", file.parent / "results" / f"{forked[1]}-{forked[2]}")
         yield from map(results.junit_case, inner)
         if case.get("status") != "run" and all(one.result != "failed" for one in inner):
-            yield case  # it failed in another way than by a test
+            yield case  # it failed outside its tests
 
 
 def read_junit(file):

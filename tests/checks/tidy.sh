@@ -2,12 +2,11 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
 # Whether clang-tidy finds nothing in the compiled sources. Usage: tidy.sh GREP_OPTION...
-#
-# The options choose among the sources' paths: -E 'src/' only the library's.
+# The options select paths of sources: -E 'src/' selects the library's.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 need clang-tidy clang++
-# Without precompiled headers: clang-tidy reads the plain ones.
+# Without precompiled headers: clang-tidy reads the plain headers.
 cmake --preset clang -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
 mapfile -t sources < <(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" build/tidy/compile_commands.json |
   sort -u | grep "$@")

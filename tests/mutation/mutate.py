@@ -1,23 +1,23 @@
 #!/usr/bin/env python3
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Changes the library, one place at a time, and asks its tests whether they notice.
+"""Changes the library, one place at a time, and checks whether its tests notice.
 
     mutate.py FOLDER... [--count N] [--seed S] [--tests BUILD] [--results FILE] [--again FILE]
 
-FOLDER names subsystems, as the folders of src/. For each, N mutants are drawn by the seed from all that operators.py
+FOLDER names subsystems, as the folders of src/. For each, N mutants are drawn with the seed from all that operators.py
 makes. A mutant is built as the library ships, and the subsystem's test program of the build folder BUILD (build/release
 unless given) runs against it. It is killed when a test fails, ends the process or hangs. A change that does not compile,
-or gives the same library after strip, is not a mutant: another one is drawn.
+or results in the same library after strip, is not a mutant: another one is drawn.
 
     mutate.py --deliberate
 
-The behaviours that are marked Deliberate in src/, each flipped by a change of its own, which deliberate.txt lists: a mark
-without a change, and a change that no test notices, are faults.
+The behaviours that are marked Deliberate in src/, each reversed by a change in deliberate.txt. A mark without a
+change, and a change that no test notices, are faults.
 
-The table has a line for each mutant. --results keeps them as JSON, and --again runs the mutants of such a file instead
-of drawing some; it fails when one survives that was killed in the file. The sources themselves are not changed: the
-library is built from a copy, in build/mutation.
+The table has a line for each mutant. --results saves them as JSON, and --again runs the mutants of such a file instead
+of drawing new ones; it fails when a mutant survives that the file lists as killed. The sources themselves are not
+changed: the library is built from a copy, in build/mutation.
 """
 
 import argparse
@@ -49,7 +49,7 @@ class Workshop:
     self.stripped = folder / 'stripped.so'
     shutil.rmtree(self.source, ignore_errors=True)
     for part in ('include', 'src', 'cmake'):
-      # As new files: what a mutant left in the build folder is older.
+      # As new files: files of an earlier mutant in the build folder are older.
       shutil.copytree(root / part, self.source / part, copy_function=shutil.copyfile)
     shutil.copy(root / 'CMakeLists.txt', self.source)
     (self.source / 'README.md').write_text('')
@@ -69,7 +69,7 @@ class Workshop:
     return self.stripped.read_bytes()
 
   def apply(self, mutant):
-    """Builds the mutant; False when it is none."""
+    """Builds the mutant; False when it is not one."""
     lines = (self.source / mutant.key.file).read_text().split('\n')
     lines[mutant.line] = mutant.after
     return self.build_with(mutant.key.file, '\n'.join(lines))
@@ -96,7 +96,7 @@ def failure(results):
 
 
 def run_tests(program, library, folder):
-  """What killed the library: the name of a test and how it ended; None when all tests passed."""
+  """What killed the mutant: the name of a test and how it ended; None when all tests passed."""
   children = []
   for shard in range(SHARDS):
     results = folder / ('results-%d' % shard)
@@ -135,7 +135,7 @@ def all_mutants(folder):
 
 
 def chosen(folder, options):
-  """Pairs of a mutant and what killed it before."""
+  """Pairs of a mutant and the test that killed it before."""
   mutants = all_mutants(folder)
   if not options.again:
     random.Random('%s %s' % (options.seed, folder)).shuffle(mutants)
@@ -164,7 +164,7 @@ class Flip:
     self.position = self.text.find(self.old)
 
   def fault(self, workshop, options, work):
-    """Why the change shows nothing; None when a test notices it."""
+    """Why the change proves nothing; None when a test notices it."""
     if self.text.count(self.old) != 1:
       return 'the old lines are %d times in the file' % self.text.count(self.old)
     if not workshop.build_with(self.file, self.text.replace(self.old, self.new)):
@@ -175,7 +175,7 @@ class Flip:
 
 
 def mark_faults(flips):
-  """Deliberate marks that name no test, or that no change follows before the next mark of their file."""
+  """Deliberate marks that name no test, or have no change before the next mark of their file."""
   for path in sorted((ROOT / 'src').rglob('*')):
     if path.suffix not in ('.cpp', '.h'):
       continue

@@ -2,9 +2,9 @@
 # SPDX-License-Identifier: Apache-2.0
 """The changes that the mutation tool makes: each mutant is one change of one line of a source file.
 
-A mutant is identified by what it changes and not by a line number, so that a list of mutants outlives edits of comments
-and of other lines: the file, the line's code without indentation, which of the equal lines of the file it is, the column,
-and the operator.
+A mutant is identified by its change and not by a line number, so a list of mutants outlives edits of comments and of
+other lines. Its parts are the file, the line's code without indentation, the index among equal lines of the file, the
+column, and the operator.
 """
 
 import collections
@@ -26,7 +26,7 @@ class Mutant:
                                       self.after.strip() or '(nothing)')
 
 
-# Comments, and the contents of strings and characters. What is masked keeps its length.
+# Comments, and the contents of strings and characters. Masked text keeps its length.
 MASKED = re.compile(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])*\'', re.DOTALL)
 
 
@@ -87,7 +87,7 @@ def changes(code):
     end = closing(code, opening)
     if end is None:
       continue
-    yield opening, 'condition', end + 1 - opening, None  # negated around what stands there
+    yield opening, 'condition', end + 1 - opening, None  # negates the existing condition
     rest = code[end + 1:].strip()
     if rest.endswith(';'):
       yield code.index(rest, end), 'statement', len(rest), '{}'

@@ -10,7 +10,7 @@
 namespace tarn_test {
 namespace {
 
-// To empty the file at each call would cost more than all else here.
+// Emptying the file at each call would cost more than everything else here.
 constexpr off_t kKept = 1 << 20;
 
 }  // namespace

@@ -11,9 +11,9 @@
 
 namespace tarn_test {
 
-// Takes standard output over for a scope, at the level of the descriptor. One at a time. What is not taken appears at
-// its end, so that nothing is lost when a test fails meanwhile. GoogleTest's own reports of failures go there too: keep
-// one for each round of a long loop, or a failure in one round fails all that follow.
+// Captures standard output for a scope, at the level of the descriptor. One at a time. Output that take() did not
+// return is printed at the end of the scope, so nothing is lost when a test fails. GoogleTest's failure reports are
+// captured too: in a long loop use one for each round, or a failure in one round fails all later ones.
 class Console {
  public:
   Console();

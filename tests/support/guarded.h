@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Memory that ends at pages which nobody may touch.
+// Memory between pages that nobody may access.
 #ifndef TARN_TESTS_SUPPORT_GUARDED_H
 #define TARN_TESTS_SUPPORT_GUARDED_H
 
@@ -40,7 +40,7 @@ class Guarded {
   uint8_t *bytes() const { return bytes_; }
   size_t size() const { return size_; }
 
-  // For the bytes themselves: with PROT_READ a write to them is a fault, with PROT_NONE any access is.
+  // Protects the bytes themselves: with PROT_READ a write to them is a fault, with PROT_NONE any access is.
   void protect(int protection) const {
     if (room_ != 0 && mprotect(all_ + page_, room_, protection) != 0) abort();
   }

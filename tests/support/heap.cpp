@@ -38,7 +38,7 @@ std::vector<void *> HeapWatch::freed() const {
 
 namespace {
 
-// The vectors allocate and release memory of their own while the mutex is held.
+// The vectors themselves allocate and release memory while the mutex is held.
 thread_local bool g_inside = false;
 
 template <typename Note>

@@ -10,7 +10,7 @@
 
 namespace tarn_test {
 
-// Follows, for a scope, the blocks that the library allocates from its start on. One at a time.
+// Records, for a scope, the blocks that the library allocates. One at a time.
 class HeapWatch {
  public:
   HeapWatch();
@@ -18,10 +18,10 @@ class HeapWatch {
   HeapWatch(const HeapWatch &) = delete;
   HeapWatch &operator=(const HeapWatch &) = delete;
 
-  // Blocks that the library has allocated since and that nobody has freed.
+  // Blocks of the scope that have not been freed.
   size_t live() const;
 
-  // Blocks that the library has allocated since and that were freed, in the order of their release.
+  // Blocks of the scope that have been freed, in the order of their release.
   std::vector<void *> freed() const;
 };
 

@@ -1,9 +1,10 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Configuration images, made and read from the description of the format alone.
+"""Configuration images, made and read without the library, from the description of the format.
 
 A header of 16 bytes (magic, checksum, active, flag, length of the records, version), then the records (key, length,
-value). Every number is big-endian; the checksum is RFC 1071's over the whole image with its own place as 0.
+value). Every number is big-endian; the checksum is that of RFC 1071 over the whole image,
+with its own field as 0.
 """
 
 import struct
@@ -13,7 +14,7 @@ MAGIC = 0x84739458
 HOST_NAME, BOOT_COUNT, UPLINK, UPLINK_CHECK_MS, STATISTICS_S, COLLECTOR = (
     0x0101, 0x0102, 0x0201, 0x0202, 0x0203, 0x0301)
 
-# What an image has to stay below: gatewayd's buffer of 4096 bytes less 16.
+# The limit of an image: gatewayd's buffer of 4096 bytes minus 16.
 MAX_SIZE = 4080
 
 
@@ -26,12 +27,12 @@ def checksum(data):
 
 
 def text(value):
-  """A value of gatewayd's texts, which are padded with zeros."""
+  """The value of a text field of gatewayd, padded with zeros."""
   return value.ljust(32, b'\0')
 
 
 def number_of(value):
-  """A value of gatewayd's numbers."""
+  """The value of a number field of gatewayd."""
   return value.to_bytes(4, 'big')
 
 
@@ -40,7 +41,7 @@ def record(key, value):
 
 
 def image(records, length=None, crc=None, active=0, flag=0, version=0):
-  """An image of `records`, bytes. A given `length` or `crc` stands in the header instead of the right one."""
+  """An image of `records`, bytes. A given `length` or `crc` replaces the right one in the header."""
   length = len(records) if length is None else length
   if crc is None:
     crc = checksum(struct.pack('>IHBBII', MAGIC, 0, active, flag, length, version) + records)
@@ -48,7 +49,7 @@ def image(records, length=None, crc=None, active=0, flag=0, version=0):
 
 
 def parse(data):
-  """A dict of the fields; asserts that the image is sound in every byte."""
+  """A dict of the fields; asserts that every byte of the image is sound."""
   magic, crc, _, _, length, _ = struct.unpack('>IHBBII', data[:16])
   assert magic == MAGIC, 'magic %#x' % magic
   assert length == len(data) - 16, 'the header states %d bytes of records, the file has %d' % (length, len(data) - 16)

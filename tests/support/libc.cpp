@@ -18,7 +18,7 @@
 
 extern "C" {
 
-// A sanitizer's allocator, where there is one, else glibc's. dlsym cannot find them: it allocates.
+// A sanitizer's allocator if there is one, else glibc's. Not found with dlsym, which itself allocates.
 void *__interceptor_malloc(size_t size) __attribute__((weak));
 void __interceptor_free(void *block) __attribute__((weak));
 void *__libc_malloc(size_t size);
@@ -42,7 +42,7 @@ void real_free(void *block) {
   }
 }
 
-// The definition of `name` behind the test program's: a sanitizer's or libc's.
+// The next definition of `name` after the test program's: a sanitizer's or libc's.
 template <typename Function>
 Function next(const char *name) {
   return reinterpret_cast<Function>(dlsym(RTLD_NEXT, name));
@@ -83,7 +83,7 @@ ssize_t real_read(int file, void *data, size_t size) {
   return function(file, data, size);
 }
 
-// What the shim would have done; read before the test's trampolines take its place.
+// The shim's own functions; read before the test's trampolines replace them.
 const auto g_shim_calls = tarn_sim::calls;
 
 int real_access(const char *path, int mode) { return g_shim_calls.access(path, mode); }
@@ -197,7 +197,7 @@ void *malloc(size_t size) {
 }
 
 void free(void *block) {
-  tarn_test::note_freed(block);  // told by the block, not by the caller: the library frees in tail position
+  tarn_test::note_freed(block);  // recognised by the block: the library frees in tail position
   tarn_test::real_free(block);
 }
 

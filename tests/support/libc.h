@@ -1,15 +1,15 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The calls that libtarn.so makes to libc, in the test's hands.
+// The calls that libtarn.so makes to libc, under the control of the test.
 //
-// A test program defines these functions itself. Calls that come from anywhere but the library go on to libc; calls
-// from the library go to the test's replacement while there is one:
+// A test program defines these functions itself. Calls from the library go to the test's replacement while there is
+// one; all other calls go to libc:
 //
 //   Replace no_memory(libc::malloc, [](size_t) -> void * { return nullptr; });
 //
-// A replacement may go on to `libc::malloc.real(size)`. It runs on the library's thread: install it before the library
-// has a thread of its own, or while that thread sleeps on a VirtualClock.
+// A replacement may call `libc::malloc.real(size)`. It may run on a thread of the library: install it before the
+// library starts one, or while that thread sleeps on a VirtualClock.
 //
 // access, bind, fopen, open, socket and sendto belong to the desktop shim, which redirects them for the whole process;
 // their replacements see the calls of the test too.
@@ -45,16 +45,16 @@ class Call<Result(Args...)> {
   // libc's own.
   Result real(Args... args) const { return real_(args...); }
 
-  // What the interposed function does for a call from the library.
+  // Called by the interposed function for a call from the library.
   Result operator()(Args... args) const {
     const Replacement *replacement = replacement_.load(std::memory_order_acquire);
     return replacement == nullptr ? real_(args...) : (*replacement)(args...);
   }
 
-  // What stands there now, for a replacement that goes on to it; null when it is libc's own.
+  // The current replacement, for a new one that calls it; null when it is libc's own function.
   const Replacement *replacement() const { return replacement_.load(std::memory_order_acquire); }
 
-  // Returns what was there before.
+  // Returns the previous replacement.
   const Replacement *exchange(const Replacement *replacement) { return replacement_.exchange(replacement); }
 
  private:
@@ -62,8 +62,8 @@ class Call<Result(Args...)> {
   std::atomic<const Replacement *> replacement_{nullptr};
 };
 
-// Puts a replacement in place for a scope; scopes nest. The function itself stays until the process ends: a thread of
-// the library may be about to call it when the scope is left.
+// Puts a replacement in place for a scope; scopes nest. The function object lives until the process ends: a thread of
+// the library may be about to call it when the scope ends.
 template <typename Signature>
 class Replace {
  public:
@@ -75,7 +75,7 @@ class Replace {
   Replace &operator=(const Replace &) = delete;
 
  private:
-  // Every function is reachable from the latest: none is a leak.
+  // Every function is reachable from the latest: none of them is a leak.
   struct Kept {
     template <typename F>
     explicit Kept(F replacement) : function(std::move(replacement)), before(latest.exchange(this)) {}
@@ -102,7 +102,7 @@ extern Call<time_t(time_t *)> time;
 extern Call<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> pthread_create;
 extern Call<int(pthread_attr_t *, size_t)> pthread_attr_setstacksize;
 extern Call<int(sem_t *, const timespec *)> sem_timedwait;
-// mq_open as the library calls it, with a mode and attributes.
+// mq_open with the library's arguments, including a mode and attributes.
 extern Call<mqd_t(const char *, int, mode_t, mq_attr *)> mq_open;
 // The argument of an ioctl of the library is always a pointer.
 extern Call<int(int, unsigned long, void *)> ioctl;
@@ -119,11 +119,11 @@ extern Call<pid_t()> getppid;
 
 }  // namespace libc
 
-// Makes allocations of the library fail: the `nth`, counted from 1, and those after it, `count` in all.
+// Makes `count` successive allocations of the library fail, from the `nth` on, counted from 1.
 class FailingMalloc {
  public:
   explicit FailingMalloc(int nth, int count = 1);
-  // Allocations seen, failed ones included.
+  // Allocations seen, including failed ones.
   int seen() const { return seen_; }
 
  private:

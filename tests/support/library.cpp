@@ -11,7 +11,7 @@ namespace tarn_test {
 
 namespace {
 
-// Written before main runs, so without any lock. Both zero until then: nothing is the library's yet.
+// Written before main runs, so without a lock. Both are zero until then: no address is in the library yet.
 uintptr_t g_begin;
 uintptr_t g_end;
 

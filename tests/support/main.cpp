@@ -3,13 +3,13 @@
 
 // The main function of the test programs.
 //
-// Started as they are, they run their tests as GoogleTest does it; CTest starts one for each test, so that each meets
-// fresh global state. Where there is no CTest, as on the virtual target, TARN_TEST_FORK=FILE in the environment gives
-// the same from one start: the program forks for each test and writes the results to FILE, a line a test,
+// By default they run their tests like any GoogleTest program; CTest starts one for each test, so each has fresh global
+// state. Without CTest, as on the virtual target, TARN_TEST_FORK=FILE in the environment has the same effect from one
+// start: the program forks for each test and writes the results to FILE, one line for each test,
 //
 //   passed|skipped|failed SUITE.TEST MILLISECONDS HOW
 //
-// where HOW is "exit N", "signal N" or "hang". What a test that did not pass printed follows, each line after "| ".
+// where HOW is "exit N", "signal N" or "hang". The output of a test that did not pass follows, each line after "| ".
 // The last line is "done N", the number of tests: a file without it was cut short. TARN_TEST_SHARD=K/N runs only every
 // Nth test, from the Kth, counted from 0: N starts share the tests. TARN_TEST_ONLY=TEXT runs only tests whose name
 // contains TEXT.
@@ -39,7 +39,7 @@ constexpr time_t kHangLimitS = 300;
   exit(result == 0 && skipped ? kExitSkipped : result);
 }
 
-// TARN_TEST_HANG_LIMIT_S sets another limit, for a test that is meant to take longer.
+// TARN_TEST_HANG_LIMIT_S sets another limit, for a test that takes longer.
 time_t hang_limit_s() {
   const char *seconds = getenv("TARN_TEST_HANG_LIMIT_S");
   return seconds == nullptr ? kHangLimitS : atol(seconds);
@@ -108,7 +108,7 @@ bool run_one(const std::string &name, FILE *results) {
   return passed || skipped;
 }
 
-// The part of the tests that this process runs.
+// The tests that this process runs.
 struct Shard {
   bool is_one() const { return index >= 0 && index < count; }
   int index = 0;

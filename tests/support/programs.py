@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Tests of programs: a *_test.py runs them as their users do, on a command line that it is given.
+"""Tests of programs: a *_test.py runs them as their users do, with the command line that it is given.
 
 Usage: FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM
 """
@@ -20,14 +20,14 @@ NOBODY = 65534  # the user and the group that own nothing
 
 
 def given():
-  """The words of the command line behind --."""
+  """The words of the command line after --."""
   return sys.argv[sys.argv.index('--') + 1:]
 
 
 def run_tests():
-  """Runs the tests of the main module that stand before --.
+  """Runs the tests of the main module that are named before --.
 
-  Exits with 1 when one fails, with 77 when all that was to run was skipped.
+  Exits with 1 when one fails, with 77 when all of them were skipped.
   """
   result = unittest.main(argv=sys.argv[:sys.argv.index('--')], verbosity=2, exit=False).result
   if not result.wasSuccessful():
@@ -37,14 +37,14 @@ def run_tests():
 
 
 def main(command):
-  """Puts what stands behind -- into `command`, a list, and runs the tests."""
+  """Puts the words after -- into `command`, a list, and runs the tests."""
   command.extend(given())
   command[-1] = os.path.abspath(command[-1])
   run_tests()
 
 
 def open_terminal(test):
-  """Both ends of a terminal of the test's own, closed after it; skips where none can be made."""
+  """Both ends of a terminal for the test, closed after it; skips if none can be made."""
   try:
     ours, theirs = os.openpty()
   except OSError as error:
@@ -68,14 +68,14 @@ def copy_for_others(test, *paths):
 
 
 def needed_libraries(program):
-  """The libraries that a program loads, but for the system's own."""
+  """The libraries that a program loads, except the system's own."""
   shown = subprocess.run(['ldd', program], stdout=subprocess.PIPE, text=True, check=True).stdout
   paths = re.findall(r'=> (/\S+)', shown)
   return [path for path in paths if not path.startswith(('/lib', '/usr/'))]
 
 
 def read_terminal(ours):
-  """All that programs print on a terminal, up to the end of the last of them; `ours` is closed."""
+  """All output of programs on a terminal, until the last of them ends; `ours` is closed."""
   output = b''
   while True:
     try:
@@ -89,7 +89,7 @@ def read_terminal(ours):
 
 
 class ProgramTest(unittest.TestCase):
-  """A folder of its own, and ways to run the program in it. `command` is the list that main has filled."""
+  """A private folder, and ways to run the program in it. `command` is the list that main filled."""
 
   command = []
 
@@ -112,7 +112,7 @@ class ProgramTest(unittest.TestCase):
     return sorted(os.listdir(self.folder))
 
   def line(self, args, preload=None):
-    """The command line that runs the program, on its emulator if it has one, with a library before all others."""
+    """The command line that runs the program, on its emulator if it has one, with a library preloaded."""
     *emulator, program = self.command
     if not preload:
       return [*emulator, program, *args]
@@ -121,7 +121,7 @@ class ProgramTest(unittest.TestCase):
 
   def run_program(self, *args, preload=None, env=None, **popen):
     """Runs it; returns its status, its output and what it wrote to standard error, as bytes."""
-    # Preloaded, a library comes before the address sanitizer's, which that would refuse.
+    # The address sanitizer refuses a library that is preloaded before its own.
     env = {**os.environ, 'ASAN_OPTIONS': 'verify_asan_link_order=0:' + os.environ.get('ASAN_OPTIONS', ''),
            **(env or {})}
     popen.setdefault('stdout', subprocess.PIPE)
@@ -132,8 +132,8 @@ class ProgramTest(unittest.TestCase):
     return done.returncode, done.stdout, done.stderr
 
   def as_other_user(self, user):
-    """Arguments of run_program that run it as a user whom permissions bind, though the tests are root's; none where they
-    are not. What that user needs is copied to where everybody reads: the program may be in a folder of root's."""
+    """Arguments of run_program that run it as an unprivileged user if the tests run as root, else none. Files that this
+    user needs are copied to a place that everybody can read: the program may be in a folder of root's."""
     if os.geteuid() != 0:
       return {}
     if len(self.command) > 1:
@@ -163,7 +163,7 @@ class ProgramTest(unittest.TestCase):
       return self.skipTest('no pseudo terminal: %s' % error)
 
   def on_the_path(self, name):
-    """The environment of a shell that finds the program as `name`."""
+    """The environment of a shell that finds the program under `name`."""
     os.mkdir(self.path('bin'))
     with open(self.path('bin/' + name), 'w', encoding='ascii') as script:
       script.write('#!/bin/sh\nexec %s "$@"\n' % ' '.join(shlex.quote(word) for word in self.command))
@@ -171,7 +171,7 @@ class ProgramTest(unittest.TestCase):
     return {**os.environ, 'PATH': self.path('bin') + ':' + os.environ['PATH']}
 
   def complete(self, script, function, *words):
-    """What bash offers for the last of `words`."""
+    """The completions that bash offers for the last of `words`."""
     bash = shutil.which('bash')
     if not bash:
       self.skipTest('no bash')
@@ -184,7 +184,7 @@ class ProgramTest(unittest.TestCase):
 
 
 def man_examples(page):
-  """The lines of a man page's EXAMPLES that are shown as they stand, as a reader sees them."""
+  """The literal lines of a man page's EXAMPLES, as a reader sees them."""
   with open(page, encoding='ascii') as file:
     text = file.read()
   examples = text[text.index('.SH EXAMPLES'):]

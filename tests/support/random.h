@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The one generator of the tests: seeded, so that a failing series can be run again.
+// The random number generator of the tests: seeded, so a failing series can be run again.
 #ifndef TARN_TESTS_SUPPORT_RANDOM_H
 #define TARN_TESTS_SUPPORT_RANDOM_H
 
@@ -27,7 +27,7 @@ class Random {
   uint64_t below(uint64_t limit) { return number() % limit; }
   bool chance(unsigned per_mille) { return below(1000) < per_mille; }
 
-  // Of 1 to 64 significant bits, small numbers as frequent as large ones.
+  // Of 1 to 64 significant bits; each number of bits is equally frequent.
   uint64_t of_any_width() { return number() >> below(64); }
 
   uint8_t byte() { return static_cast<uint8_t>(number() >> 56); }

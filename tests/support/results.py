@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Results of test programs that fork for each of their tests: read from what they left, written for the tally."""
+"""Results of test programs that fork for each of their tests: read from their files, written for the tally."""
 
 import dataclasses
 import re
@@ -26,7 +26,7 @@ class Case:
 
 
 def read_results(prefix, file):
-    """The results that tests/support/main.cpp wrote. A file that is missing or cut short is a failure more."""
+    """The results that tests/support/main.cpp wrote. A file that is missing or cut short is one more failure."""
     cases = []
     try:
         lines = file.read_text(errors="replace").splitlines()

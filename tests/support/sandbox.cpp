@@ -21,7 +21,7 @@ Sandbox::Sandbox() {
 
 Sandbox::~Sandbox() {
   unsetenv("TARN_SIM_ROOT");
-  std::error_code ignored;  // what is left in the temporary folder does no harm
+  std::error_code ignored;  // files that remain in the temporary folder do no harm
   std::filesystem::remove_all(root_, ignored);
 }
 

@@ -10,8 +10,8 @@
 
 namespace tarn_test {
 
-// A temporary folder with an empty overlay/, proc/ and dev/, which the desktop shim redirects to (see sim/shim/shim.h).
-// Removed at its end.
+// A temporary folder with an empty overlay/, proc/ and dev/, to which the desktop shim redirects (see sim/shim/shim.h).
+// Removed at the end of the scope.
 class Sandbox {
  public:
   Sandbox();
@@ -25,7 +25,7 @@ class Sandbox {
   std::string root_;
 };
 
-// A UDP socket on a free port of the loopback interface, to which the desktop shim redirects what is sent to port 514.
+// A UDP socket on a free port of the loopback interface, to which the desktop shim redirects datagrams for port 514.
 class Collector {
  public:
   Collector();
@@ -33,7 +33,7 @@ class Collector {
   Collector(const Collector &) = delete;
   Collector &operator=(const Collector &) = delete;
 
-  // The next datagram that has arrived; nothing when none has. On loopback a datagram has arrived when sendto returns.
+  // The next datagram that has arrived, if any. On loopback a datagram has arrived when sendto returns.
   std::optional<std::string> next();
 
  private:

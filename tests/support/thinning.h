@@ -1,14 +1,14 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How long the longest series of tests are.
+// The length of the longest series of tests.
 #ifndef TARN_TESTS_SUPPORT_THINNING_H
 #define TARN_TESTS_SUPPORT_THINNING_H
 
 namespace tarn_test {
 
-// Of a long series of cases that differ in their data alone, a test takes every kThinning-th. On an emulated processor
-// these take thirty times as long, and what it does differently shows in any of them; natively all are taken.
+// Of a long series of cases that differ only in their data, a test runs every kThinning-th. An emulated processor takes
+// thirty times as long, and any case shows how it differs; natively all cases run.
 #if defined(TARN_EMULATED)
 constexpr int kThinning = 5;
 #else

@@ -34,7 +34,7 @@ struct VirtualClock::State {
   int64_t wall_ns = kStart * kNsPerSecond;
   int awake = 0;  // threads of the library that do not sleep
   std::vector<Sleeper *> sleepers;
-  const State *const before = std::exchange(latest, this);  // keeps every state reachable: none is a leak
+  const State *const before = std::exchange(latest, this);  // keeps every state reachable: none of them leaks
   static inline const State *latest;
 
   void pass(int64_t ns) {
@@ -55,7 +55,7 @@ struct VirtualClock::State {
     changed.wait(lock, [&] { return self.woken; });
   }
 
-  // The sleeper whose sleep ends first; of several, the one that began to sleep first.
+  // The sleeper whose sleep ends first; among equals, the one that began to sleep first.
   std::vector<Sleeper *>::iterator earliest() {
     return std::min_element(sleepers.begin(), sleepers.end(),
                             [](const Sleeper *a, const Sleeper *b) { return a->deadline_ns < b->deadline_ns; });

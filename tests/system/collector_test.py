@@ -5,8 +5,8 @@
 
 Usage: collector_test.py RSYSLOG_ROOT LOG_STORM
 
-RSYSLOG_ROOT is a folder with rsyslog's packages unpacked, or / where it is installed. The test runs in a network
-namespace of its own, so that UDP port 514 is free and nobody else's. Exits with 77 where none can be made.
+RSYSLOG_ROOT is a folder with rsyslog's packages unpacked, or / where it is installed. The test runs in a private
+network namespace, in which UDP port 514 is free. Exits with 77 if it cannot make a namespace.
 """
 
 import collections
@@ -39,7 +39,7 @@ def set_loopback_up():
 
 
 def wait_until(condition, what, process):
-  """Until the condition holds, as long as the process lives; the hang limit is the caller's."""
+  """Waits until the condition holds or the process ends; the caller has the hang limit."""
   while not condition():
     if process.poll() is not None:
       sys.exit('collector: ended before %s' % what)
@@ -52,7 +52,7 @@ def is_port_bound():
 
 
 def start_collector(root, folder):
-  """rsyslog with a configuration of the test's own; returns the process and the file that it writes."""
+  """Starts rsyslog with the test's configuration; returns the process and the file that it writes."""
   file, configuration = os.path.join(folder, 'collected'), os.path.join(folder, 'rsyslog.conf')
   with open(configuration, 'w', encoding='ascii') as text:
     text.write(CONFIGURATION.format(folder=folder, file=file))
@@ -73,13 +73,13 @@ def count_lines(file):
 
 
 def run_mode(mode, storm, collector, file):
-  """Forwards everything in this mode; returns what is wrong."""
+  """Forwards everything in this mode; returns the faults."""
   before = count_lines(file)
   with subprocess.Popen([storm, str(mode), str(THREADS), str(ROUNDS), str(MESSAGES)], stdin=subprocess.PIPE,
                         stdout=subprocess.PIPE, text=True, bufsize=1) as sender:
     for _ in range(ROUNDS):
       sent = int(sender.stdout.readline().split()[1])
-      # Fewer than were sent would be a loss, for which this waits until the hang limit.
+      # If messages are lost, this waits until the hang limit.
       wait_until(lambda: count_lines(file) >= before + sent, '%d of %d messages had arrived' % (sent, sent), collector)
       sender.stdin.write('\n')
     stored = int(sender.stdout.readline().split()[1])

@@ -1,8 +1,8 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Installs a build and uses it as a stranger's project would: through CMake's package and through pkg-config, from C and
-# from C++, with the shared and with the static library.
+# Installs a build and uses it as another project would: through CMake's package and through pkg-config, from C and from
+# C++, with the shared and with the static library.
 #
 #   check.sh SOURCE_FOLDER BUILD_FOLDER WORK_FOLDER
 set -euo pipefail

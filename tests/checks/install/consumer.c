@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A daemon's smallest program in C. Uses each subsystem once; tells by its result what did not work.
+// The smallest daemon in C. Uses each subsystem once; its result shows which one did not work.
 
 #include <tarn/containers.h>
 #include <tarn/convert.h>

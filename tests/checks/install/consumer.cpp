@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The same for C++: the headers give C linkage, so this links to a library of C.
+// The same in C++: the headers declare C linkage, so this links to a C library.
 
 #include <tarn/containers.h>
 #include <tarn/convert.h>
