@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // SPDX-FileCopyrightText: 2026 The tarn authors
 /*
- * Files below tarn/ in debugfs, through which a test or a person plays the
- * hardware: "control" takes commands, one a line; "status" tells what the
- * driver knows. README.md lists the commands. Without debugfs there are none,
- * and the driver works all the same.
+ * Files below tarn/ in debugfs, through which a test or a person acts as the
+ * hardware: "control" accepts commands, one a line; "status" shows the state of
+ * the driver. README.md lists the commands. Without debugfs the driver works
+ * without these files.
  */
 #include <linux/debugfs.h>
 #include <linux/fs.h>
@@ -58,7 +58,7 @@ static int read_event(char **rest, u16 *type, u16 *device_id)
 	return error ? error : kstrtou16(next_word(rest), 10, device_id);
 }
 
-/* What was dropped on its way is counted, and no error of the command's. */
+/* A dropped occurrence is counted; it is not an error of the command. */
 static int send_event(u16 device_id, u16 type, const void *data, u16 length)
 {
 	const int result = channel_send(device_id, type, data, length);
@@ -108,7 +108,7 @@ static int command_storm(char *rest)
 	return 0;
 }
 
-/* datagram HEX: past the registry, as it is */
+/* datagram HEX: sent unchanged, without the registry */
 static int command_datagram(char *rest)
 {
 	char *bytes = next_word(&rest);
@@ -137,7 +137,7 @@ static int command_kmsg(char *rest)
 	return result == -EBUSY ? 0 : result;
 }
 
-/* raw TEXT: past the levels, without a frame */
+/* raw TEXT: printed whatever the levels, without a frame */
 static int command_raw(char *rest)
 {
 	pr_info("%s\n", rest ? rest : "");
@@ -179,8 +179,8 @@ static int run_line(char *line)
 }
 
 /*
- * All of a write is taken, or an error returned: that of the first line that
- * failed, behind which none was run.
+ * Runs all lines of a write, or stops at the first line that fails and returns
+ * its error.
  */
 static ssize_t control_write(struct file *file, const char __user *user,
 			     size_t size, loff_t *position)
@@ -194,7 +194,7 @@ static ssize_t control_write(struct file *file, const char __user *user,
 	if (IS_ERR(text))
 		return PTR_ERR(text);
 	if (strlen(text) != size)
-		error = -EINVAL;	/* a NUL is part of no command */
+		error = -EINVAL;	/* no command contains a NUL */
 	rest = text;
 	while (!error && (line = strsep(&rest, "\n")))
 		error = run_line(line);

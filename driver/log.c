@@ -2,7 +2,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 /*
  * Messages for the daemons' log: printed in a frame that names the module and
- * the level, as far as the daemons want them. The device sets what they want.
+ * the level, if the settings of the daemons let them pass. The device changes
+ * the settings.
  */
 #include <linux/fs.h>
 #include <linux/kernel.h>
@@ -41,12 +42,12 @@ enum log_setting {
 };
 
 /*
- * By module and setting. Single bytes that depend on nothing else: they are
- * read and written without a lock.
+ * By module and setting. Independent single bytes: they are read and written
+ * without a lock.
  */
 static u8 settings[LOG_MODULES][LOG_SETTINGS];
 
-/* From the log's level, which begins with "Off", to the kernel's. */
+/* The kernel's level for each level of the log, which begins with "Off". */
 static const char *const kernel_level[LOG_LEVEL_DEBUG + 1] = {
 	NULL, KERN_EMERG, KERN_ALERT, KERN_CRIT, KERN_ERR,
 	KERN_WARNING, KERN_NOTICE, KERN_INFO, KERN_DEBUG,
@@ -56,8 +57,8 @@ static const char *const kernel_level[LOG_LEVEL_DEBUG + 1] = {
  * log_framed() - print a message for the daemons' log
  * @module: log module, 0 to 99
  * @level: 1 "Emergency" to 8 "Debug"
- * @text: the message; what does not fit the kernel's line is cut, and the end
- *        of the frame with it
+ * @text: the message; one that does not fit the kernel's line is cut, and
+ *        then has no end of the frame
  *
  * Return: 0 if it was printed, -EBUSY if the module's settings silence it,
  * -EINVAL if there is no such module or level.
@@ -71,7 +72,7 @@ int log_framed(unsigned int module, unsigned int level, const char *text)
 	if (READ_ONCE(settings[module][LOG_SET_ENABLE]) != 1 ||
 	    level > READ_ONCE(settings[module][LOG_SET_RECORD]))
 		return -EBUSY;
-	/* Not printk(): its index holds no messages whose level varies. */
+	/* Not printk(): its index cannot hold messages whose level varies. */
 	_printk("%s<jxlog-%02u:%u:%s<jxlog>\n", kernel_level[level], module,
 		level, text);
 	return 0;
@@ -111,7 +112,7 @@ static struct miscdevice log_device = {
 };
 
 /**
- * log_show() - write a line for each module that is not as it was at first
+ * log_show() - write a line for each module whose settings have changed
  * @status: the file to write to
  */
 void log_show(struct seq_file *status)

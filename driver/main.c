@@ -29,8 +29,8 @@ stop_registry:
 }
 
 /*
- * Nobody is inside when this runs: an open device or control file holds the
- * module, and so does every socket of the protocol.
+ * Nothing uses the module when this runs: an open device or control file holds
+ * the module, and so does every socket of the protocol.
  */
 static void __exit platform_exit(void)
 {

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: GPL-2.0-only
 // SPDX-FileCopyrightText: 2026 The tarn authors
 /*
- * The two ways between the driver and a daemon: the configuration device, by
- * which a daemon asks, and a netlink socket, by which events reach it.
+ * The two channels between the driver and a daemon: the configuration device,
+ * for requests of the daemon, and a netlink socket, for events to it.
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
@@ -26,15 +26,15 @@
 
 static struct sock *event_socket;
 
-/* The netlink port that gets events, as it was last told; 0 for none. */
+/* The netlink port that receives events, as last set; 0 for none. */
 static u32 destination;
 
-/* Datagrams, by what became of them. */
+/* Numbers of datagrams, by their result. */
 static atomic64_t sent;
 static atomic64_t overruns;	/* the receiver's queue was full */
 static atomic64_t refused;	/* nobody has the port */
-static atomic64_t undirected;	/* no port was told */
-static atomic64_t failed;	/* no memory, for one */
+static atomic64_t undirected;	/* no port was set */
+static atomic64_t failed;	/* for example, no memory */
 
 static atomic64_t *count_for(int result)
 {
@@ -50,8 +50,8 @@ static atomic64_t *count_for(int result)
 }
 
 /**
- * channel_send_raw() - send bytes as one datagram to the told port
- * @datagram: header and payload; not looked at
+ * channel_send_raw() - send bytes as one datagram to the set port
+ * @datagram: header and payload; not examined
  * @size: bytes, 1 to PAL_DATAGRAM_MAX
  *
  * Never waits: a receiver that is too slow loses the datagram, and its socket
@@ -77,7 +77,7 @@ int channel_send_raw(const void *datagram, size_t size)
 		return -ENOMEM;
 	}
 	skb_put_data(skb, datagram, size);
-	/* Takes the buffer, whatever becomes of it. */
+	/* Frees the buffer in any case. */
 	result = netlink_unicast(event_socket, skb, port, MSG_DONTWAIT);
 	atomic64_inc(count_for(result));
 	return result < 0 ? result : 0;
@@ -91,7 +91,7 @@ int channel_send_raw(const void *datagram, size_t size)
  * @length: bytes of @data, at most PAL_DATA_MAX
  *
  * Return: 0 if it was sent; -EINVAL for a type or a length that does not
- * exist; -EBUSY if it is suppressed; else what kept it from being sent.
+ * exist; -EBUSY if it is suppressed; else the error of the send.
  */
 int channel_send(u16 device_id, u16 type, const void *data, u16 length)
 {

@@ -1,11 +1,11 @@
 /* SPDX-License-Identifier: GPL-2.0-only */
 /* SPDX-FileCopyrightText: 2026 The tarn authors */
 /*
- * The reference platform driver: what its files share.
+ * The reference platform driver: the declarations that its files share.
  *
  *   main.c      starts and stops the others
  *   registry.c  counts and suppresses events
- *   netlink.c   the configuration device, and the netlink socket that events leave by
+ *   netlink.c   the configuration device, and the netlink socket that sends events
  *   log.c       framed messages, and the device that sets their levels
  *   debugfs.c   the files in debugfs that let tests and people make the driver do something
  */
@@ -19,8 +19,8 @@
 struct seq_file;
 
 /*
- * What every argument of the configuration device and every datagram starts
- * with, in host byte order. The payload follows.
+ * The header of every argument of the configuration device and of every
+ * datagram, in host byte order. The payload follows.
  */
 struct pal_header {
 	u16 reserved0;
@@ -30,7 +30,7 @@ struct pal_header {
 	u16 reserved8;
 	u16 device_id;
 	u8 reserved12[8];
-	u32 destination;	/* the netlink port that shall get events */
+	u32 destination;	/* the netlink port that receives events */
 };
 
 static_assert(sizeof(struct pal_header) == 24);

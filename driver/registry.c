@@ -2,8 +2,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 /*
  * The event table: counters and the suppression of storms, with the semantics
- * that the library's own registry has in a process without configuration
- * handler. An event that is suppressed here never crosses to user space.
+ * of the library's registry in a process without a configuration handler. An
+ * event that is suppressed here never reaches user space.
  */
 #define pr_fmt(fmt) KBUILD_MODNAME ": " fmt
 
@@ -23,15 +23,15 @@ struct event {
 	bool suprs_s;		/* being suppressed */
 	u32 count;		/* passed on */
 	u32 suprs_cnt;		/* dropped */
-	u32 threshold;		/* to be passed on in one window */
+	u32 threshold;		/* most to pass on in one window */
 	u32 period_cnt;		/* passed on in this window */
 	u32 period;		/* polls in a window */
 	u32 tick;		/* polls in this window */
 };
 
 /*
- * Taken with interrupts off: an interrupt handler is where most events of a
- * real driver come from.
+ * Taken with interrupts off: in a real driver, most events come from an
+ * interrupt handler.
  */
 static DEFINE_SPINLOCK(events_lock);
 static struct event events[EVENT_TYPES];
@@ -56,7 +56,7 @@ int registry_admit(u32 type)
 	spin_lock_irqsave(&events_lock, flags);
 	if (event->suprs_en &&
 	    (event->suprs_s || event->period_cnt >= event->threshold)) {
-		/* The occurrence beyond the threshold is itself dropped. */
+		/* The occurrence beyond the threshold is dropped too. */
 		event->suprs_s = true;
 		event->suprs_cnt++;
 		result = -EBUSY;
@@ -116,8 +116,9 @@ static void get_counter(struct event *event, struct event_message *message)
 }
 
 /*
- * A window takes as many polls as the period has units of 10 ms, so 50 times
- * the period. A suppression that is on goes on, and so does the window.
+ * A window lasts as many polls as the period has units of 10 ms, that is 50
+ * times the period. A suppression in progress continues, and so does the
+ * window.
  */
 static void set_suppression(struct event *event,
 			    const struct event_message *message)
@@ -180,7 +181,7 @@ static int apply_to_event(struct event_message *message)
 
 /**
  * registry_apply() - carry out an event configuration message
- * @message: the request; takes the answer
+ * @message: the request; receives the answer
  *
  * Return: 0, or -EINVAL if the operation or the type does not exist.
  */

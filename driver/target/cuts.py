@@ -1,9 +1,10 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Part of the target's run: the power goes while a daemon logs, again and again, on one disk.
+"""Part of the target's run: repeated power cuts while a daemon logs, on one disk.
 
-The machine is killed as it stands, so what it had not given to its disk is gone; what it had given stays. A daemon of
-numbered messages tells on the console what it logged and saved. Each start shows what the cut before it left.
+The machine is killed at once, so data that it had not written to its disk is lost and written data remains. A daemon
+logs numbered messages and prints on the console what it logged and saved. Each start shows the state after the last
+cut.
 """
 
 import dataclasses
@@ -14,8 +15,8 @@ import image
 import results
 
 BOOT_LIMIT_S = 240
-COMMIT_S = 5  # the file system's own period, at which a closed file is on the disk at last
-# A save that is older than this must be on the disk: the commit, and as much again for a machine that is slow.
+COMMIT_S = 5  # the file system's own period, after which a closed file is on the disk
+# A save that is older than this must be on the disk: the commit period, doubled for a slow machine.
 SAFE_MS = 2 * COMMIT_S * 1000
 JOB = """
 mount -t ext4 /dev/vdb /overlay && echo "cut: mounted"
@@ -26,14 +27,14 @@ done
 """
 RECORD = re.compile(rb"\d{4}-\d\d-\d\d \d\d:\d\d:\d\d\[Error\](?:main|user):number (\d+) of a run that ends with the power ?")
 SAID = re.compile(r"cut: (found|logged|saved|rewrite) (\d+) (\d+)")
-# When the power goes: so many seconds after the daemon's start, or in the first rewrite from then on.
+# The moments of the cuts: seconds after the daemon's start, or the first rewrite from that time on.
 FIRST_MOMENTS = (("rewrite", 7), ("time", 8.5), ("rewrite", 12), ("time", 6))
 AT_START = ("start", 0)
 SIGN = {"rewrite": "cut: rewrite", "time": "cut: logged", "start": "cut: found"}
 
 
 def moment_of(number):
-    """The first ones, and then both kinds, spread over 15 s: three commits of the file system."""
+    """FIRST_MOMENTS, then both kinds, spread over 15 s: three commits of the file system."""
     if number < len(FIRST_MOMENTS):
         return FIRST_MOMENTS[number]
     return ("rewrite", "time")[number % 2], 1 + number * 5 % 29 / 2
@@ -41,7 +42,7 @@ def moment_of(number):
 
 @dataclasses.dataclass
 class Run:
-    """What a machine said before its power went."""
+    """The output of a machine before its power was cut."""
     found: int = 0  # records of the system log that the daemon had read back
     base: int = 0  # the number before the first of this run
     moment: str = ""
@@ -52,7 +53,7 @@ class Run:
     up: bool = False
 
     def hear(self, line):
-        heard = SAID.fullmatch(line)  # a line into which the kernel spoke is none
+        heard = SAID.fullmatch(line)  # a line mixed with kernel output does not match
         if heard is None:
             return
         what, first, second = heard[1], int(heard[2]), int(heard[3])
@@ -75,7 +76,7 @@ class Run:
 
 @dataclasses.dataclass
 class Left:
-    """What a log file held after a cut."""
+    """The content of a log file after a cut."""
     state: str
     numbers: list = dataclasses.field(default_factory=list)
 
@@ -109,7 +110,7 @@ def read_left(file, head_end, ring, run, found):
 
 
 def wait_for_moment(target, run, moment):
-    """Listens until the power shall go."""
+    """Reads the console until the moment of the cut."""
     what, seconds = moment
     deadline = time.monotonic() + BOOT_LIMIT_S
     while (line := target.next_line(deadline)) is not None:
@@ -119,7 +120,7 @@ def wait_for_moment(target, run, moment):
 
 
 def judge(run, left, name):
-    """What contradicts the rules of the log store; empty if nothing does."""
+    """The violations of the log store's rules, if any."""
     faults = []
     if left.state == "damaged":
         faults.append("its records are damaged, out of order, or were never logged")
@@ -131,7 +132,7 @@ def judge(run, left, name):
 
 
 def one_boot(target, disk, moment):
-    """Returns the run, the share with what the cut before it left, and whether the disk could be mounted."""
+    """Returns the run, the share with the files from before it, and whether the disk could be mounted."""
     run = Run()
     with target.start(JOB, overlay=disk) as machine:
         wait_for_moment(machine, run, moment)
@@ -154,7 +155,7 @@ def run_cuts(target):
     disk = target.work / "overlay.ext4"
     image.make_ext4(disk, 64)
     cases, rows = [], []
-    before = None  # the run whose power went
+    before = None  # the run whose power was cut
     found = [[], []]
     count = target.arguments.cuts
     for number in range(count + 1):

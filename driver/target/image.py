@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What the virtual machine boots from: an initramfs with busybox and kernel modules, and a disk with the programs."""
+"""The images that boot the virtual machine: an initramfs with busybox and modules, and a disk with the programs."""
 
 import os
 import pathlib
@@ -9,7 +9,7 @@ import shutil
 import subprocess
 
 HERE = pathlib.Path(__file__).resolve().parent
-# What the guest loads beside the driver, each with what it depends on.
+# The modules that the guest loads besides the driver, each with its dependencies.
 MODULES = ("virtio_pci", "virtio_blk", "crc32c_generic", "ext4", "9pnet_virtio", "9p")
 CROSS_LIBRARIES = pathlib.Path("/usr/aarch64-linux-gnu/lib")
 LIBRARIES = ("ld-linux-aarch64.so.1", "libc.so.6", "libm.so.6", "libgcc_s.so.1", "libstdc++.so.6")
@@ -22,13 +22,13 @@ def module_name(path):
 
 
 def depends(path):
-    """The modules that a module states as needed."""
+    """The modules that a module declares as needed."""
     found = re.search(rb"\0depends=([^\0]*)\0", path.read_bytes())
     return [name.replace("-", "_") for name in found[1].decode().split(",") if name] if found else []
 
 
 def modules_in_order(tree):
-    """The paths of MODULES and all they depend on, each behind its own dependencies. Built-in ones are in no file."""
+    """The paths of MODULES and their dependencies, each after its own dependencies. Built-in ones have no file."""
     by_name = {module_name(path): path for path in tree.rglob("*.ko")}
     order = []
 
@@ -51,7 +51,7 @@ def write_script(path, lines):
 
 
 def make_initramfs(kernel, build, file):
-    """kernel: the folder that kernel.sh filled. build: the programs' build folder, a path that they know themselves by."""
+    """kernel: the folder that kernel.sh filled. build: the programs' build folder, a path that they contain."""
     root = file.parent / "initramfs"
     shutil.rmtree(root, ignore_errors=True)
     for folder in FOLDERS:
@@ -60,7 +60,7 @@ def make_initramfs(kernel, build, file):
     for name in ("init", "emulator"):
         shutil.copy(HERE / "guest" / name, root / name)
         (root / name).chmod(0o755)
-    # Test programs start others the way the cross build does: by an emulator, at their place in the build folder.
+    # Test programs start others the way the cross build does: with an emulator, at their place in the build folder.
     (root / "bin/qemu-aarch64-static").symlink_to("/emulator")
     (root / "etc/build").write_text(f"{build}\n")
     (root / "lib").symlink_to("/programs/lib")
@@ -91,7 +91,7 @@ def programs(build):
 
 
 def make_programs_disk(build, file, size_mb=256):
-    """A read-only ext4 image with stripped copies of the programs, in the build's own layout, and libc and its like."""
+    """A read-only ext4 image with stripped copies of the programs, in the build's own layout, and system libraries."""
     root = file.parent / "programs"
     shutil.rmtree(root, ignore_errors=True)
     (root / "lib").mkdir(parents=True)

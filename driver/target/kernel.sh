@@ -2,12 +2,11 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
 # The kernel of the virtual machine: fetches the distribution's arm64 kernel, its headers and a static busybox, unpacks
-# them, and builds the driver against them. Nothing is installed, and the machine's own package state is left alone.
+# them, and builds the driver against them. Nothing is installed, and the machine's own package state does not change.
 #
 # Usage: kernel.sh FOLDER
-#
-# Leaves in FOLDER: root/ (what the packages hold), vmlinuz, release (the kernel's), busybox, tarn_platform.ko. What is
-# there is used again. Exit status 77: a package cannot be had here.
+# Creates in FOLDER: root/ (the content of the packages), vmlinuz, release (the kernel's), busybox, tarn_platform.ko.
+# Files that exist are used again. Exit status 77: a package is not available here.
 set -euo pipefail
 
 here=$(cd "$(dirname "${BASH_SOURCE[0]}")" && pwd)
@@ -27,11 +26,11 @@ cannot() {
 native=$(dpkg --print-architecture) || cannot "the kernel's packages are Debian's"
 readonly native
 
-# apt with a state of its own, which knows two architectures; its sources are the machine's.
+# apt with a private state for two architectures; its sources are the machine's.
 apt=(-o "Dir::State::Lists=$folder/apt/lists" -o Dir::State::status=/dev/null -o "Dir::Cache=$folder/apt/cache"
   -o APT::Architecture=arm64 -o "APT::Architectures=arm64,$native" -o APT::Sandbox::User=root)
 
-# depends_on PACKAGE PREFIX: the first package that PACKAGE depends on whose name begins so.
+# depends_on PACKAGE PREFIX: the first dependency of PACKAGE whose name begins with PREFIX.
 depends_on() {
   apt-cache "${apt[@]}" show --no-all-versions "$1" | sed -n 's/^Depends: //p' | sed 's/[,|]/\n/g' |
     sed -n "s/^ *\($2[^ ]*\).*/\1/p" | head -n 1
@@ -51,7 +50,7 @@ fetch() {
     "$kbuild:$native" busybox-static || cannot "the arm64 kernel's packages cannot be fetched"
 }
 
-# The header tree names its folders as if it were installed, and its compiler with a version.
+# The header tree contains the paths of its installation, and a compiler name with a version.
 make_headers_usable() {
   local headers
   headers=$(echo "$root"/usr/src/linux-headers-*-arm64)
@@ -68,7 +67,7 @@ if [[ ! -e $folder/release ]]; then
   cp "$root"/boot/vmlinuz-* "$folder/vmlinuz"
   cp "$root/bin/busybox" "$folder/busybox"
   release=$(basename "$root"/lib/modules/*)
-  echo "$release" >"$folder/release" # last: the mark that all is there
+  echo "$release" >"$folder/release" # last: marks the folder as complete
 fi
 
 # ---- The driver ------------------------------------------------------------------------------------------------------

@@ -11,14 +11,14 @@ import time
 
 
 class Hang(Exception):
-    """What was waited for on the console did not come."""
+    """An expected line did not appear on the console."""
 
 
 class Machine:
-    """A machine that runs `job`, a script, and shares a folder with it. Ends, at the latest, with its scope."""
+    """A machine that runs `job`, a script, and shares a folder with it. Ends at the end of its scope at the latest."""
 
     def __init__(self, folder, job, prepare=None, overlay=None, memory_mb=1024, interactive=False):
-        """folder: holds vmlinuz, initramfs.cpio, programs.ext4; the share and the console's log come there, too.
+        """folder: holds vmlinuz, initramfs.cpio, programs.ext4; the share and the console's log are created there.
         prepare: called with the share's folder before the start.
         overlay: the disk image of /overlay, which the job mounts as /dev/vdb."""
         self.folder = pathlib.Path(folder)
@@ -64,7 +64,7 @@ class Machine:
         return line
 
     def wait_for_line(self, beginning, limit_s):
-        """The line that begins so."""
+        """The line with this beginning."""
         deadline = time.monotonic() + limit_s
         while (line := self.next_line(deadline)) is not None:
             if line.startswith(beginning):

@@ -5,7 +5,7 @@
 
     run.py --kernel FOLDER --build FOLDER --work FOLDER [--parts PART,...] [--soak MINUTES] [--cuts N] [--shell]
 
---kernel: what kernel.sh left. --build: the cross build. --work: where images, logs and results go. The results stand in
+--kernel: the folder of kernel.sh. --build: the cross build. --work: for images, logs and results. The results are in
 WORK/tests.xml; the last line is "N passed, N failed". --shell: a prompt on the machine, with the driver loaded.
 """
 
@@ -51,7 +51,7 @@ class Target:
         return machine.Machine(self.work, job, **options)
 
     def boot(self, job, limit_s, prepare=None, overlay=None):
-        """Runs a job up to its end. Returns the share's folder."""
+        """Runs a job to its end. Returns the share's folder."""
         with self.start(job, prepare=prepare, overlay=overlay) as started:
             started.wait_for_end(limit_s, on_line=print_line)
         return started.share

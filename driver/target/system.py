@@ -20,12 +20,12 @@ cp /tmp/results /share
 echo "target: soak: $(cat /tmp/soak)"
 dmesg >/share/kernel-log
 """
-# What the kernel says when something went wrong in it.
+# The kernel's messages about its own faults.
 TROUBLE = ("BUG:", "WARNING:", "Oops", "Internal error", "Call trace:", "soft lockup", "hung task")
 
 
 def kernel_is_well(share):
-    """A case: whether the kernel's log tells of no trouble."""
+    """A case that passes if the kernel's log reports no fault."""
     try:
         text = (share / "kernel-log").read_text(errors="replace")
     except OSError:

@@ -4,8 +4,8 @@
 
 import results
 
-LIMIT_S = 1500  # none that passes comes near
-# The processors share each program's tests; without pieces smaller than that, one would be idle at the end.
+LIMIT_S = 1500  # far above any run that passes
+# The processors share each program's tests: with whole programs one processor would be idle at the end.
 SHARDS = 4
 JOB = r"""
 export LD_LIBRARY_PATH=/programs/lib
@@ -25,7 +25,7 @@ xargs -P 2 -n 3 /tmp/run </share/list
 
 
 def test_programs(build):
-    """The large ones first: none that takes long shall come last, alone."""
+    """The large ones first, so that none of them runs last on one processor."""
     found = [path for path in (build / "tests").rglob("*_test") if path.is_file()]
     return sorted(found, key=lambda path: -path.stat().st_size)
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Event configuration through the device: what the library asks, and what nobody may ask.
+// Event configuration through the device: valid requests of the library, and invalid ones.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -25,7 +25,7 @@ using tarn_test::Console;
 
 namespace {
 
-// A registry that forwards, without the thread: what mup_plat_event_init makes beside the channel.
+// A registry that forwards, without the event thread: mup_plat_event_init without the channel.
 struct Forwarding {
   Forwarding() { mu_event_init(MUP_EVENT_NUM, nullptr, mup_event_cfg_forward); }
 };
@@ -40,7 +40,7 @@ struct Argument {
 };
 static_assert(sizeof(Argument) == 56);
 
-// What the device answers to a request: 0 or the error number.
+// The device's answer to a request: 0 or the error number.
 int request(unsigned long code, void *argument, const char *device = MU_PAL_DEVICE) {
   const int file = open(device, O_RDWR | O_CLOEXEC);
   if (file < 0) return errno;
@@ -72,7 +72,7 @@ TEST(DriverConfiguration, IsKeptByTheDriverAndReadBack) {
     EXPECT_EQ(got.threshold, row.get.threshold);
     EXPECT_EQ(got.period, row.get.period);
   }
-  EXPECT_EQ(glb_evt.events[19].threshold, 0u);  // the process's own table is not touched
+  EXPECT_EQ(glb_evt.events[19].threshold, 0u);  // the process's own table does not change
 }
 
 TEST(DriverConfiguration, OfOneTypeLeavesTheOthersAlone) {
@@ -210,7 +210,7 @@ TEST(DriverDevice, SurvivesArgumentsAtBadAddresses) {
     EXPECT_EQ(request(code, pages + page), EFAULT);
     EXPECT_EQ(request(code, pages + page - 23), EFAULT);
     EXPECT_EQ(request(code, std::bit_cast<void *>(~uintptr_t{0})), EFAULT);
-    EXPECT_EQ(request(code, std::bit_cast<void *>(uintptr_t{0xffff800008000000})), EFAULT);  // the kernel's own
+    EXPECT_EQ(request(code, std::bit_cast<void *>(uintptr_t{0xffff800008000000})), EFAULT);  // a kernel address
   }
   Argument argument;
   argument.header.length = 32;
@@ -224,7 +224,7 @@ TEST(DriverDevice, SurvivesArgumentsAtBadAddresses) {
   memcpy(&argument.header.destination, "\1\2\3\0", 4);
   ASSERT_EQ(mprotect(pages, page, PROT_READ | PROT_WRITE), 0);
   memcpy(pages + page - 24, &argument, 24);
-  EXPECT_EQ(request(0x4302, pages + page - 24), 0);  // a header alone is all of this one
+  EXPECT_EQ(request(0x4302, pages + page - 24), 0);  // this argument consists of a header only
 }
 
 TEST(DriverDevice, GetsPayloadsOf4072BytesAndNotOf4073) {
@@ -236,7 +236,7 @@ TEST(DriverDevice, GetsPayloadsOf4072BytesAndNotOf4073) {
     Console console;
     EXPECT_EQ(mu_pal_ioctl(1, argument.data()), -1);
     EXPECT_EQ(console.take(),
-              "Can not run command '1', ret=-1.\n");  // the driver has seen it: its commands are shorter
+              "Can not run command '1', ret=-1.\n");  // from the driver, whose command numbers are shorter
   }
   header.length = 4073;
   memcpy(argument.data(), &header, sizeof header);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The driver's control file takes what it knows, refuses the rest, and survives all of it.
+// The driver's control file accepts valid commands, refuses all others, and survives both.
 
 #include <gtest/gtest.h>
 
@@ -77,7 +77,7 @@ TEST(DriverControl, RunsSeveralLinesUpToTheFirstThatFails) {
   EXPECT_EQ(status_number("undirected") + status_number("refused") + status_number("sent"), before + 2);
 }
 
-// Lines put together at random from what commands are made of.
+// Random lines, built from parts of commands.
 TEST(DriverControl, SurvivesRandomLines) {
   const char *const parts[] = {"event",
                                "storm",
@@ -110,7 +110,7 @@ TEST(DriverControl, SurvivesRandomLines) {
   for (int round = 0; round < 3000; round++) {
     std::string line;
     for (auto left = random() % 12; left > 0; left--) line += parts[random() % std::size(parts)];
-    (void)control(line);  // refused or not: the driver is still there, below
+    (void)control(line);  // refused or not: the driver must survive, see below
   }
   EXPECT_EQ(control("event 1 0"), 0);
   EXPECT_NE(status_number("destination"), -1);

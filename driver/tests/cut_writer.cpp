@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A daemon for the power-cut runs: it logs numbered messages without end and tells on the console what it does, so that
-// whoever cuts the power knows what was logged, saved, and being written.
+// A daemon for the power-cut runs: it logs numbered messages without end and prints its actions on the console, so the
+// script that cuts the power knows what was logged, saved, and being written.
 //
 //   cut: found COUNT LAST   records of the system log that the start read back, the highest number in both logs
 //   cut: logged N MS        message N, MS after the start of the machine
@@ -42,7 +42,7 @@ unsigned number_of(const mup_log_rec &record) {
   return sscanf(record.text, "number %u ", &number) == 1 ? number : 0;
 }
 
-void tell_found() {
+void report_found() {
   unsigned count = 0, last = 0;
   for (const mup_log_rec &record : mup_log_ctrl_get()->sys_ring) {
     count += number_of(record) != 0;
@@ -60,7 +60,7 @@ void log_next() {
   logged = next;
 }
 
-// Without the log's lock, which the save holds: sees a rewrite while it goes on.
+// Does not use the log's lock, which the save holds: sees a rewrite in progress.
 void *watch_file(void *) {
   off_t size = 0;
   while (true) {
@@ -72,7 +72,7 @@ void *watch_file(void *) {
   }
 }
 
-// The save clears the mark of the ring under the lock, when the files are closed.
+// The save clears the mark of the ring under the lock, after it has closed the files.
 void *watch_saves(void *) {
   mup_log_ctrl *log = mup_log_ctrl_get();
   bool was_dirty = false;
@@ -92,7 +92,7 @@ void *watch_saves(void *) {
 int main() {
   setvbuf(stdout, nullptr, _IOLBF, 0);
   mup_log_usr_init(17, kModules[0]);
-  tell_found();
+  report_found();
   pthread_t file, saves;
   mu_thread_create(&file, "file", watch_file, nullptr, 0, 0, 0);
   mu_thread_create(&saves, "saves", watch_saves, nullptr, 0, 0, 0);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// From the driver to the subscribers.
+// The delivery of events from the driver to the subscribers.
 
 #include <gtest/gtest.h>
 #include <sched.h>
@@ -18,7 +18,7 @@ using namespace driver_test;
 
 namespace {
 
-// A field of /proc/self/task/THREAD/stat, counted from 1. The name of the thread may hold blanks.
+// A field of /proc/self/task/THREAD/stat, counted from 1. The name of the thread may contain blanks.
 long thread_stat(pid_t thread, int field) {
   const std::string text = file_text(("/proc/self/task/" + std::to_string(thread) + "/stat").c_str());
   std::istringstream words(text.substr(text.rfind(')') + 1));
@@ -73,7 +73,7 @@ TEST(DriverEvents, OfATypeBehindTheTableReachNobody) {
 }
 
 TEST(DriverEvents, WithoutADestinationAreCountedAndGoNowhere) {
-  EXPECT_EQ(status_number("destination"), 0);  // nobody has told one
+  EXPECT_EQ(status_number("destination"), 0);  // no daemon has set one
   ASSERT_EQ(control("event 1 0\nevent 1 0"), 0);
   EXPECT_EQ(status_number("undirected"), 2);
   EXPECT_EQ(status_number("sent"), 0);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The driver's messages in the daemon's log, and the levels that it hears of.
+// The driver's messages in the daemon's log, and the levels that it is sent.
 
 #include <gtest/gtest.h>
 #include <semaphore.h>
@@ -20,7 +20,7 @@ using tarn_test::Console;
 
 namespace {
 
-constexpr int kSizeUnread = 9;  // of klogctl: what /proc/kmsg still has
+constexpr int kSizeUnread = 9;  // of klogctl: the unread size of /proc/kmsg
 constexpr int kNames = 21;
 constexpr char kModules[kNames][MUP_LOG_NAME_SIZE] = {"main", "config", "uplink", "kernel", "memory", "switch", "m6",
                                                       "m7",   "m8",     "m9",     "m10",    "m11",    "m12",    "m13",
@@ -60,7 +60,7 @@ bool logs(const std::string &text) {
   return eventually([&] { return record_with(text).line != 99; });
 }
 
-// A frame counts as complete when more has come behind it.
+// A frame counts as complete only when a byte follows it.
 void print_more() { ASSERT_EQ(control("raw a line of another driver"), 0); }
 
 bool kernel_printed(const std::string &text) { return kernel_log().find(text) != std::string::npos; }
@@ -107,7 +107,7 @@ TEST(DriverFrames, LongerThanAReadArriveWhole) {
   while (text.size() < 600) text += static_cast<char>('a' + text.size() % 26);
   ASSERT_EQ(control("kmsg 6 7 " + text + "\nkmsg 6 7 after the long frame"), 0);
   ASSERT_TRUE(logs("after the long frame"));
-  EXPECT_EQ(record_with(text.substr(0, 255)).text, text.substr(0, 255));  // as far as a record goes
+  EXPECT_EQ(record_with(text.substr(0, 255)).text, text.substr(0, 255));  // as much as a record can hold
 }
 
 TEST(DriverFrames, SplitOverTwoMessagesArriveAsOneWithWhatStandsBetween) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Device nodes that are missing, and a driver that goes away.
+// Missing device nodes, and a driver that is unloaded.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -25,7 +25,7 @@ constexpr char kPalMissing[] = "Device open failure /dev/mu_pal_ioctl\n";
 constexpr char kLogMissing[] = "Device open failure /dev/mulog-ioctl-dev\n";
 constexpr char kModules[2][MUP_LOG_NAME_SIZE] = {"main", "switch"};
 
-// A device node that is elsewhere for a scope.
+// Moves a device node away for a scope.
 class Without {
  public:
   explicit Without(const char *path) : path_(path) { rename(path_, "/dev/elsewhere"); }
@@ -41,7 +41,7 @@ long threads() {
   return std::distance(begin(tasks), end(tasks));
 }
 
-// The driver is loaded again, whatever a test did.
+// Loads the driver again after each test.
 struct Reloaded {
   ~Reloaded() { load_driver(); }
 };
@@ -72,7 +72,7 @@ TEST(DriverMissing, DeviceNodeLeavesTheChannelDeafUntilItIsThere) {
   mu_event_dest_set(4000000);
   {
     const Without device(MU_PAL_DEVICE);
-    ASSERT_TRUE(start_channel());  // the socket needs no node, but the driver was not told
+    ASSERT_TRUE(start_channel());  // the socket needs no node, but the driver does not know the port
     EXPECT_EQ(status_number("destination"), 4000000);
   }
   mu_event_dest_set(static_cast<uint32_t>(evt_dest));
@@ -120,7 +120,7 @@ TEST(DriverUnload, LeavesTheDaemonsCallsToFailAndReloadingServesThem) {
   load_driver();
   ASSERT_TRUE(eventually([] { return access(MU_PAL_DEVICE, F_OK) == 0 && access(kLogDevice, F_OK) == 0; }));
   EXPECT_EQ(mu_event_get(0, 1, &got), 0);
-  EXPECT_EQ(got.suprs_en, 0u);  // the driver has forgotten: a daemon that watches for it configures again
+  EXPECT_EQ(got.suprs_en, 0u);  // the driver has lost it: a daemon must configure it again
   EXPECT_EQ(mu_event_set(0, 1, &set), 0);
   EXPECT_EQ(mu_event_get(0, 1, &got), 0);
   EXPECT_EQ(got.threshold, 2u);
@@ -131,7 +131,7 @@ TEST(DriverUnload, LeavesANewDaemonWithoutAChannelAndItLives) {
   ASSERT_EQ(unload_driver(), 0);
   Child daemon([] {
     mup_plat_event_init();
-    const bool is_alone = eventually([] { return threads() == 2; });  // but for the timer's
+    const bool is_alone = eventually([] { return threads() == 2; });  // only the timer's besides
     if (is_alone) printf("alone, flag %u\n", evt_flag);
     pause();
   });

@@ -25,8 +25,8 @@ int wait_at_gate(uint16_t, uint32_t, void *, uint32_t, uint64_t) {
   return 0;
 }
 
-// The occurrences of a storm without those that were told twice: a receive that fails for an overrun sends what the
-// buffer holds once more.
+// The number of occurrences of a storm, without repeated ones: a receive that fails because of an overrun sends the
+// content of the buffer again.
 size_t different(const std::vector<Occurrence> &all) {
   size_t count = 0;
   for (size_t i = 0; i < all.size(); i++)
@@ -53,7 +53,7 @@ TEST(DriverOverrun, IsCountedAndTheServiceGoesOn) {
   EXPECT_GT(queued, 1);
   EXPECT_LT(queued, kStorm);  // the queue is shorter than the storm
   ASSERT_TRUE(eventually([queued] { return different(received()) >= static_cast<size_t>(queued); }));
-  // The first of the storm stand in the queue; the rest were lost.
+  // The queue holds the first occurrences of the storm; the rest were lost.
   const std::vector<Occurrence> all = received();
   uint32_t number = 0;
   size_t first = 0;

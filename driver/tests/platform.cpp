@@ -34,7 +34,7 @@ constexpr int kBufferSize = 10;
 std::mutex occurrences_lock;
 std::vector<Occurrence> occurrences;
 
-// The data as far as the library's buffer goes: the header may claim more.
+// The data up to the end of the library's buffer: the header may claim more.
 int remember(uint16_t device, uint32_t type, void *data, uint32_t length, uint64_t reserved) {
   const size_t size = std::min<size_t>(length, MU_PAL_DATAGRAM_MAX - sizeof(mu_pal_hdr_t));
   std::lock_guard<std::mutex> lock(occurrences_lock);
@@ -43,7 +43,7 @@ int remember(uint16_t device, uint32_t type, void *data, uint32_t length, uint64
   return 0;
 }
 
-// Each test, which has a process of its own, meets a driver without a past.
+// Each test has its own process and a newly loaded driver.
 class FreshDriver : public testing::Environment {
  public:
   void SetUp() override {

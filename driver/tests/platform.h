@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The driver in the hands of a test, and the test's view of what it does.
+// A test's control of the driver, and its view of what the driver does.
 #ifndef TARN_DRIVER_TESTS_PLATFORM_H
 #define TARN_DRIVER_TESTS_PLATFORM_H
 
@@ -28,35 +28,35 @@ bool eventually(const std::function<bool()> &holds);
 // Writes to the driver's control file, in one write. Returns 0 or the error number.
 int control(std::string_view commands);
 
-// The driver's status: the whole, the number behind `name`, and the line that begins with `beginning`.
+// The driver's status: all of it, the number after `name`, and the line that begins with `beginning`.
 std::string status();
 long status_number(const std::string &name);
 std::string status_line(const std::string &beginning);
 
-// Before each test the driver is loaded anew, so that it has no past.
+// Before each test the driver is loaded anew, so it has its initial state.
 void load_driver();
 // Returns 0 or the error number.
 int unload_driver();
 
 std::string hex(std::string_view bytes);
 
-// A datagram's header, and `data` behind it.
+// A datagram's header, followed by `data`.
 std::string datagram(uint16_t type, uint16_t device, uint16_t length, std::string_view data = {});
 
 // ---- The kernel ----------------------------------------------------------------------------------------------------
 
 std::string file_text(const char *path);
 
-// All that the kernel's log holds.
+// The whole kernel log.
 std::string kernel_log();
 
-// Reads what waits in /proc/kmsg, so that a bridge meets none of it.
+// Reads all unread messages of /proc/kmsg, so that a bridge does not see them.
 void skip_kernel_messages();
 
 // Whether a socket of the platform's netlink protocol is bound to this port.
 bool is_bound(uint32_t port);
 
-// ---- What the subscribers were told --------------------------------------------------------------------------------
+// ---- What the subscribers received ---------------------------------------------------------------------------------
 
 struct Occurrence {
   uint16_t device;

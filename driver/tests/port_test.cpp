@@ -36,7 +36,7 @@ TEST(DriverPort, IsFreshForADaemonOfAFreshParent) {
   Child first(serve);
   ASSERT_TRUE(first.says("up"));
   EXPECT_EQ(status_number("destination"), getpid());
-  Child second([] {  // a parent of its own
+  Child second([] {  // it has another parent
     printf("parent %d\n", getpid());
     if (fork() == 0) serve();
     wait(nullptr);
@@ -44,7 +44,7 @@ TEST(DriverPort, IsFreshForADaemonOfAFreshParent) {
   ASSERT_TRUE(second.says("up"));
   EXPECT_EQ(status_number("destination"), second.id());
   ASSERT_EQ(control("event 2 77"), 0);
-  EXPECT_TRUE(second.says("got 2 77 0"));  // the last one to tell its port gets the events
+  EXPECT_TRUE(second.says("got 2 77 0"));  // the last one that sets its port receives the events
 }
 
 TEST(DriverPort, IsRefusedToASecondDaemonOfTheSameParentAndTheFirstGoesOn) {
@@ -55,7 +55,7 @@ TEST(DriverPort, IsRefusedToASecondDaemonOfTheSameParentAndTheFirstGoesOn) {
     pause();
   });
   ASSERT_TRUE(second.says("bind socket failed(98)."));
-  EXPECT_EQ(status_number("destination"), getpid());  // told by the second one too, the same
+  EXPECT_EQ(status_number("destination"), getpid());  // the second one has set the same port
   ASSERT_EQ(control("event 2 78"), 0);
   EXPECT_TRUE(first.says("got 2 78 0"));
 }
@@ -77,7 +77,7 @@ TEST(DriverPort, OfAParentOutsideOfTheNamespaceIsNoneSoNoEventArrives) {
     if (unshare(CLONE_NEWPID) != 0) perror("unshare");
     if (fork() == 0) {
       mup_plat_event_init();
-      // Here the kernel chooses the port, so that no one tells when the socket is bound: the driver was told before.
+      // Here the kernel chooses the port, so nothing shows when the socket is bound; the driver's port was set before.
       printf("parent %d\n", getppid());
       pause();
     }

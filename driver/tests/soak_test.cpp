@@ -25,7 +25,7 @@ namespace {
 
 constexpr char kModules[2][MUP_LOG_NAME_SIZE] = {"main", "switch"};
 
-// What the subscriber has seen, without what a failed receive told twice: the same datagram, directly behind itself.
+// What the subscriber has seen, without datagrams that a failed receive repeats directly after the original.
 struct Seen {
   std::atomic<long> occurrences{0}, twice{0};
   uint64_t last = UINT64_MAX;
@@ -102,7 +102,7 @@ TEST(DriverSoak, LosesNothingThatItDoesNotCount) {
   long ordered = 0, resident = 0, files = 0;
   uint32_t round = 0;
   for (; std::chrono::steady_clock::now() < end || round < 20; round++) {
-    if (round == 10) resident = resident_kib(), files = open_files();  // all is warm
+    if (round == 10) resident = resident_kib(), files = open_files();  // all caches are filled
     ordered += one_round(round);
   }
   const long queued = status_number("sent") - sent;
@@ -116,7 +116,7 @@ TEST(DriverSoak, LosesNothingThatItDoesNotCount) {
   EXPECT_LT(resident_kib(), resident + 1024);
   FILE *summary = fopen("/tmp/soak", "w");
   ASSERT_NE(summary, nullptr);
-  fprintf(summary, "%u rounds: %ld ordered, %ld received, %ld overruns, %ld told twice, %ld KiB resident\n", round,
+  fprintf(summary, "%u rounds: %ld ordered, %ld received, %ld overruns, %ld repeated, %ld KiB resident\n", round,
           ordered, seen.occurrences.load(), lost, seen.twice.load(), resident_kib());
   fclose(summary);
 }

@@ -40,9 +40,9 @@ static void locate_image(const char *path) {
   if (image_file.folder < 0) err(ENDS_BAD_PATH, "%s: folder %s", path, folder);
 }
 
-// Returns 0, or the error number of the step that failed.
+// Returns 0 or the error number of the failed step.
 static int write_temporary(const uint8_t *image, uint32_t size) {
-  (void)unlink(image_file.temporary);  // what a crash left there, or anybody put there, is not written to
+  (void)unlink(image_file.temporary);  // never writes to a file of a crash or of another user
   const int file = open(image_file.temporary, O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file < 0) return errno;
   int error = 0;
@@ -52,12 +52,12 @@ static int write_temporary(const uint8_t *image, uint32_t size) {
     if (written < 0 && errno != EINTR) error = errno;
   }
   if (error == 0 && fsync(file) != 0) error = errno;
-  if (close(file) != 0 && error == 0) error = errno;  // some file systems report only here that a write failed
+  if (close(file) != 0 && error == 0) error = errno;  // some file systems report a failed write only here
   return error;
 }
 
-// A tlv_save_cb. The bytes are on the disk under another name before the image's name moves to them: at every moment, a
-// loss of power included, that name stands for a whole image. The store ignores the result: a failure is reported here.
+// A tlv_save_cb. The bytes are on the disk under another name before they get the image's name: at every moment, even
+// after a power loss, that name refers to a whole image. The store ignores the result, so failures are reported here.
 static int32_t save_image(const uint8_t *image, uint32_t size) {
   int error = write_temporary(image, size);
   if (error == 0 && rename(image_file.temporary, image_file.path) != 0) error = errno;
@@ -66,25 +66,26 @@ static int32_t save_image(const uint8_t *image, uint32_t size) {
     LOG(LOG_CONFIG, MUP_LOG_ERROR, "%s: not saved, the file stays as it was: %s", image_file.path, strerror(error));
     return -1;
   }
-  if (fsync(image_file.folder) != 0) {  // the new name is on the disk only when the folder is
+  if (fsync(image_file.folder) != 0) {  // only this writes the new name to the disk
     LOG(LOG_CONFIG, MUP_LOG_WARNING, "%s: saved, but a power loss may undo it: %s", image_file.path, strerror(errno));
   }
   return 0;
 }
 
-// An append may end up to 16 bytes after the size that the store is given, so that is 16 bytes less than there are.
+// An append may exceed the size given to the store by up to 16 bytes, so the given size is 16 bytes smaller than the
+// buffer.
 enum { BUFFER_SIZE = 4096, IMAGE_MAX_SIZE = BUFFER_SIZE - sizeof(tlv_hdr) };
 static uint8_t buffer[BUFFER_SIZE];  // all zeros make a blank image
 static tlv_inst *configuration;
 
-// What the header in `buffer` states, which need not be true.
+// The size according to the header in `buffer`, which may be wrong.
 static uint64_t image_size(void) {
   return ntohl(tlv_get_int(((const tlv_hdr *)buffer)->cfg_len)) + (uint64_t)sizeof(tlv_hdr);
 }
 
 // Fills `buffer` with the file, or with a blank image after a first start or if the file is damaged.
 static void read_image(void) {
-  const int file = open(image_file.path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // does not wait at a pipe
+  const int file = open(image_file.path, O_RDONLY | O_NONBLOCK | O_CLOEXEC);  // does not wait if it is a pipe
   if (file < 0 && errno == ENOENT) {
     LOG(LOG_CONFIG, MUP_LOG_NOTICE, "%s: not there, first start", image_file.path);
     return;
@@ -100,10 +101,10 @@ static void read_image(void) {
   }
   (void)close(file);
   if (length > IMAGE_MAX_SIZE) errx(ENDS_TOO_LARGE, "%s: larger than %d bytes", image_file.path, (int)IMAGE_MAX_SIZE);
-  // tlv_load would make a blank image of whatever has no magic number, so the image is checked before; and tlv_check
-  // believes the length that the header states, so that is measured first.
+  // tlv_load would make a blank image of data without the magic number, so tlv_check comes first. tlv_check trusts the
+  // length in the header, so the length is checked before that.
   if (length >= sizeof(tlv_hdr) && image_size() <= length && tlv_check(buffer) >= 0) return;
-  mu_printf("\r\n");  // the store's messages do not end their line
+  mu_printf("\r\n");  // the store's messages do not end with a line end
   const char *fate = rename(image_file.path, image_file.damaged) == 0 ? "kept as" : "but could not be kept as";
   LOG(LOG_CONFIG, MUP_LOG_ERROR, "%s: damaged, starting with defaults; %s %s", image_file.path, fate,
       image_file.damaged);
@@ -112,7 +113,7 @@ static void read_image(void) {
 
 struct settings settings = {"gateway", "lo", 1000, 3, 0, 0};
 
-// Their fields in the image: a text, or a number in its range.
+// The fields of the image: each is a text, or a number with its range.
 static const struct field {
   uint16_t key, size;
   char *text;
@@ -124,7 +125,7 @@ static const struct field {
 };
 enum { FIELDS = sizeof fields / sizeof fields[0] };
 
-// The size that a field has in the image; 0 if it is not there.
+// The size of a field in the image; 0 if it is missing.
 static uint32_t found_size(const struct field *field) {
   for (uint32_t i = 0; i < configuration->field_num; i++) {
     const tlv_field *found = configuration->field_tbl[i];
@@ -145,8 +146,8 @@ static void read_field(const struct field *field) {
   }
 }
 
-// Looks before it writes: the store lets through what breaks an image, namely a text of another size, and an append
-// that makes the image too long to be loaded again.
+// Checks before it writes: the store accepts two writes that break an image, a text of another size, and an append that
+// makes the image too long to be loaded again.
 static void write_field(const struct field *field) {
   const uint32_t found = found_size(field);
   const bool has_room = image_size() + sizeof(tlv_field) + field->size <= IMAGE_MAX_SIZE;
@@ -168,7 +169,7 @@ void open_configuration(const char *path, const struct in_addr *collector) {
   if (collector != NULL) settings.collector = ntohl(collector->s_addr);
   settings.boot_count++;
   for (size_t i = 0; i < FIELDS; i++) write_field(&fields[i]);
-  // All of it reaches the file at once, with this last change: until now there was no save function.
+  // This last change writes everything to the file: until now there was no save function.
   configuration->save_cb = save_image;
   (void)tlv_write_version(configuration, 1);
 }

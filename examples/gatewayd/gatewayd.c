@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// gatewayd: a small gateway daemon on tarn, written to be copied from.
+// gatewayd: a small gateway daemon on tarn, as a model for others.
 //
-// Four threads run here: the main one, the library's timer thread, on which callbacks run one after another, the kernel
-// bridge, which only logs, and the event thread, which calls the subscribers. Only the main thread deals with the
-// configuration: it fills `settings` before the first timer of its own, and nothing changes them later. Only the
-// callbacks use `uplink`. The timers' ids are shared, under `ids_lock`.
+// Four threads run here: the main thread; the library's timer thread, which runs callbacks one after another; the
+// kernel bridge, which only logs; and the event thread, which calls the subscribers. Only the main thread handles the
+// configuration: it fills `settings` before it adds the first timer, and nothing changes them later. Only callbacks use
+// `uplink`. The timers' ids are shared, under `ids_lock`.
 #define _DEFAULT_SOURCE
 
 #include <arpa/inet.h>
@@ -42,7 +42,7 @@ static const char usage[] =
 
 struct options {
   const char *config;
-  unsigned long run_for_s;  // 0: without end
+  unsigned long run_for_s;  // 0: no limit
   bool sets_collector;
   struct in_addr collector;
 };
@@ -57,11 +57,11 @@ static struct options parse_options(int argc, char **argv) {
   char *end;
   int option;
   while ((option = getopt_long(argc, argv, "", known, NULL)) != -1) {
-    if (option == '?') errx(ENDS_BAD_OPTION, "see gatewayd --help");  // getopt_long has said what is wrong
+    if (option == '?') errx(ENDS_BAD_OPTION, "see gatewayd --help");  // getopt_long has reported the fault
     if (option == 'h') exit(fputs(usage, stdout) < 0 ? ENDS_INTERNAL : EXIT_SUCCESS);
     if (option == 'c') options.config = optarg;
     if (option == 'r') {
-      options.run_for_s = strtoul(optarg, &end, 10);  // no number gives 0, a negative or longer one a large one
+      options.run_for_s = strtoul(optarg, &end, 10);  // 0 for text, a large number for a negative or longer one
       const bool is_good = *end == '\0' && options.run_for_s >= 1 && options.run_for_s <= 1000000;
       if (!is_good) errx(ENDS_BAD_OPTION, "--run-for: '%s' is not a time", optarg);
     }
@@ -86,8 +86,8 @@ static void set_levels(int module, uint8_t print, uint8_t record) {
   (void)mup_log_level_set(0, log_modules[module], MUP_LOG_SET_RECORD, record);
 }
 
-// From here on messages are seen and kept, with those that earlier runs left in the files. The kernel's log device
-// hears of each level that is set, and its drivers keep to it.
+// From here on messages are shown and kept, with those of earlier runs from the files. The kernel's log device receives
+// each level that is set, and its drivers follow it.
 static void start_log(void) {
   (void)mup_log_usr_init(sizeof log_modules / sizeof log_modules[0], log_modules[0]);
   if (mup_log_ctrl_get()->inited == 0) errx(ENDS_INTERNAL, "the log does not start");
@@ -95,7 +95,7 @@ static void start_log(void) {
   set_levels(LOG_TRAFFIC, MUP_LOG_INFO, MUP_LOG_INFO);
 }
 
-// Debugging messages have the least severe level. They are kept, and forwarded, but not shown.
+// Debugging messages have the least severe level. They are kept and forwarded, but not shown.
 static void keep_debugging_messages(bool are_kept) {
   const uint8_t level = are_kept ? MUP_LOG_DEBUG : MUP_LOG_INFO;
   for (int module = LOG_MAIN; module <= LOG_SWITCH; module++) {
@@ -113,7 +113,7 @@ static void use_collector(void) {
   (void)mu_mutex_unlock(log->mutex);
 }
 
-// The uplink's IPv4 address as a text; empty if it has none.
+// The uplink's IPv4 address as text; empty if it has none.
 static void find_address(char *text, size_t size) {
   struct ifreq request;
   memset(&request, 0, sizeof request);
@@ -128,7 +128,7 @@ static void find_address(char *text, size_t size) {
   (void)close(sock);
 }
 
-// What the user log says of the device at its head.
+// Sets the description of the device at the head of the user log.
 static void describe_device(void) {
   mup_log_usr_header header = {.manufacturer = "tarn", .product_class = "gatewayd", .hw_ver = "example"};
   (void)snprintf(header.serial_number, sizeof header.serial_number, "%.31s", settings.host_name);
@@ -138,25 +138,25 @@ static void describe_device(void) {
   (void)mup_log_usr_header_set(&header);
 }
 
-// Kernel messages come into the log from a thread of their own. Without the right to read them it ends at once and says
-// so; the daemon goes on without them.
+// A separate thread copies kernel messages into the log. Without the right to read them it reports that and ends at
+// once; the daemon continues without them.
 static void start_kernel_bridge(void) {
   sem_t started;
   pthread_t bridge;
   if (sem_init(&started, 0, 0) != 0 || mu_thread_create(&bridge, "klog", log_msg_process, &started, 0, 0, 0) != 0) {
     errx(ENDS_INTERNAL, "the kernel bridge does not start");
   }
-  (void)pthread_detach(bridge);              // it may end: then nobody waits for it
-  while (sem_wait(&started) != 0) continue;  // as after the process was stopped and goes on
+  (void)pthread_detach(bridge);              // it may end, and nothing joins it
+  while (sem_wait(&started) != 0) continue;  // EINTR, as after SIGSTOP and SIGCONT
   (void)sem_destroy(&started);
 }
 
 // Event types. The platform's driver sends them for its ports, and check_uplink for the uplink, as device 0.
 enum { EVENT_LINK_UP = 1, EVENT_LINK_DOWN, EVENT_TRAFFIC };
 
-// Subscribers run on the thread that sends, under the registry's lock: short work, and no call of the registry.
+// Subscribers run on the sending thread, under the registry's lock: keep the work short, and do not call the registry.
 static int on_link(uint16_t device, uint32_t type, void *data, uint32_t length, uint64_t reserved) {
-  (void)data, (void)length, (void)reserved;  // a kernel event's length is what it claims: not to be read by
+  (void)data, (void)length, (void)reserved;  // do not read `length` bytes: a kernel event's length may be wrong
   LOG(LOG_UPLINK, MUP_LOG_NOTICE, "device %u: link %s", device, type == EVENT_LINK_UP ? "up" : "down");
   return 0;
 }
@@ -167,8 +167,8 @@ static int on_traffic(uint16_t device, uint32_t type, void *data, uint32_t lengt
   return 0;
 }
 
-// With the platform's driver events come from the kernel, too, and the driver suppresses storms. Without it the
-// registry of this process does.
+// With the platform's driver, events come from the kernel too, and the driver suppresses storms. Without it, the
+// registry of this process suppresses them.
 static void start_events(void) {
   if (access(MU_PAL_DEVICE, F_OK) == 0) {
     mup_plat_event_init();
@@ -180,18 +180,18 @@ static void start_events(void) {
                          mu_event_register(0, EVENT_LINK_DOWN, on_link) == 0 &&
                          mu_event_register(0, EVENT_TRAFFIC, on_traffic) == 0;
   if (!all_known) errx(ENDS_INTERNAL, "the events do not start");
-  // Traffic storms: three in a window are enough. 100 ms are 10 polls of 500 ms, so a window takes 5 s.
+  // Traffic storms: three in a window are enough. 100 ms are 10 polls of 500 ms, so a window lasts 5 s.
   const mu_event_cfg_t storm = {.suprs_en = 1, .threshold = 3, .period = 100};
   (void)mu_event_set(0, EVENT_TRAFFIC, &storm);
 }
 
-// The timers. Callbacks share one thread with a small stack: short work, small buffers. A first call may come early:
-// the first scan of the service runs every timer that was added before it at once. So a callback must make sense at any
-// time.
+// The timers. Callbacks share one thread with a small stack: keep the work short and buffers small. The first call may
+// come early: the first scan of the service at once runs every timer that was added before it. A callback must
+// therefore work at any time.
 enum { TICK_MS = 10, SILENCE_MS = 3000, MEMORY_FIRST_MS = 1000, MEMORY_MOST_MS = 64000 };
 
-// A timer that is armed from a callback needs its id, which mu_timer_add returns when the callback may already run. So
-// the timers are added under this lock, and such a callback waits for it.
+// A callback that arms its timer needs the id, which mu_timer_add may return only after the callback has started. The
+// timers are therefore added under this lock, and such a callback waits for it.
 static mu_mutex_t ids_lock;
 static uint32_t silence_id;
 static uint32_t memory_id;
@@ -204,13 +204,13 @@ static void arm(const uint32_t *id, uint32_t interval_ms) {
 }
 
 static struct {
-  uint64_t bytes;       // received; at first more than there can be
+  uint64_t bytes;       // received; at first more than is possible
   uint64_t changed_at;  // in ticks
   uint32_t checks, changes;
   bool is_up;  // at the last check
 } uplink = {.bytes = UINT64_MAX};
 
-// Finds a row such as "    lo: 3319 30 0 ...", in which the bytes received come first.
+// Finds a row such as " lo: 3319 30 0 ...", in which the received bytes come first.
 static bool read_bytes(uint64_t *bytes) {
   FILE *table = fopen("/proc/net/dev", "re");
   if (table == NULL) return false;
@@ -242,13 +242,13 @@ static void check_uplink(void *unused) {  // circular
     LOG(LOG_UPLINK, MUP_LOG_ERROR, "%s: no counters", settings.uplink);
     return;
   }
-  if (bytes < uplink.bytes) {  // the first look, or the interface was made anew
+  if (bytes < uplink.bytes) {  // the first check, or a new interface
     LOG(LOG_UPLINK, MUP_LOG_INFO, "%s: counting from %" PRIu64 " bytes", settings.uplink, bytes);
   } else if (bytes == uplink.bytes) {
     LOG(LOG_UPLINK, MUP_LOG_DEBUG, "%s: nothing new", settings.uplink);
   } else {
     LOG(LOG_UPLINK, MUP_LOG_NOTICE, "%s: %" PRIu64 " bytes received", settings.uplink, bytes - uplink.bytes);
-    (void)mu_event_send(0, EVENT_TRAFFIC, NULL, 0);  // -1 for one that is suppressed
+    (void)mu_event_send(0, EVENT_TRAFFIC, NULL, 0);  // -1 if it is suppressed
     uplink.changes++;
     uplink.changed_at = mu_current_tick();
     arm(&silence_id, SILENCE_MS);
@@ -261,7 +261,7 @@ static void report_statistics(void *unused) {  // circular
   LOG(LOG_TRAFFIC, MUP_LOG_INFO, "%s: %u checks, %u with traffic", settings.uplink, uplink.checks, uplink.changes);
 }
 
-// One-shot, armed again by itself and by traffic. It measures the silence and does not conclude it from being called.
+// One-shot, armed again by itself and by traffic. It measures the silence: that it was called does not prove silence.
 static void watch_silence(void *unused) {
   (void)unused;
   const uint64_t silent_ms = (mu_current_tick() - uplink.changed_at) * TICK_MS;
@@ -290,15 +290,15 @@ static void start_timers(void) {
   const uint32_t statistics = mu_circle_timer_add((int)settings.statistics_s * 1000, report_statistics, NULL);
   silence_id = mu_timer_add(SILENCE_MS, watch_silence, NULL);
   memory_id = mu_timer_add(MEMORY_FIRST_MS, report_memory, NULL);
-  // The first look and the first report, at once and on the thread that makes all others.
+  // The first check and the first report, at once and on the same thread as all later ones.
   const bool has_begun = mu_timer_add(0, check_uplink, NULL) != 0 && mu_timer_add(0, report_statistics, NULL) != 0;
   const bool all_run = check != 0 && statistics != 0 && silence_id != 0 && memory_id != 0 && has_begun;
   (void)mu_mutex_unlock(ids_lock);
   if (!all_run) errx(ENDS_INTERNAL, "the timers do not start");
 }
 
-// Called before the timer thread starts, which inherits the mask: these signals interrupt nothing, but wait to be asked
-// for. SIGPIPE (nobody reads the output) and SIGXFSZ (a file grew too large) become errors of the write.
+// Called before the timer thread starts, which inherits the mask: these signals interrupt nothing and stay pending for
+// sigwaitinfo. SIGPIPE (nobody reads the output) and SIGXFSZ (a file grew too large) become errors of the write.
 static sigset_t hold_signals(void) {
   static const int awaited[] = {SIGINT, SIGTERM, SIGALRM, SIGUSR1, SIGUSR2};
   sigset_t signals;
@@ -310,11 +310,11 @@ static sigset_t hold_signals(void) {
   return signals;
 }
 
-// Does what the signals ask for, until one ends the daemon. Returns why it ends.
+// Handles signals until one ends the daemon. Returns the reason.
 static const char *wait_for_end(const sigset_t *signals, unsigned long run_for_s) {
   (void)alarm((unsigned)run_for_s);  // 0 for none
   for (;;) {
-    const int received = sigwaitinfo(signals, NULL);  // fails as after the process was stopped and goes on
+    const int received = sigwaitinfo(signals, NULL);  // fails with EINTR, as after SIGSTOP and SIGCONT
     if (received == SIGALRM) return "its time is over";
     if (received == SIGINT) return "SIGINT";
     if (received == SIGTERM) return "SIGTERM";
@@ -340,7 +340,7 @@ int main(int argc, char **argv) {
   mu_timer_show();
   mu_event_dump();  // with the driver, on the kernel's console
   (void)mup_log_show(0, 0);
-  (void)mup_log_usr_savefile();  // the save timer would come up to three seconds later
-  // The other threads end with the process; what they use is static.
+  (void)mup_log_usr_savefile();  // the save timer may be up to three seconds away
+  // The other threads end with the process; they use only static data.
   return EXIT_SUCCESS;
 }
