@@ -3,8 +3,8 @@
 
 // Bit arrays against a naive model, which keeps a byte for each bit.
 //
-// The arrays stand right before a page that may not be touched, or right after one: a byte read or written beyond what
-// the bits need ends the test.
+// The arrays are directly before or after a page without access: a read or write beyond the bytes of the bits ends the
+// test.
 
 #include <gtest/gtest.h>
 
@@ -29,8 +29,8 @@ using Bits = std::vector<uint8_t>;  // each 0 or 1
 
 constexpr size_t bytes_for(size_t nbits) { return (nbits + 7) / 8; }
 
-// Writes the bits to the bytes at `array`; what is left of the last byte becomes `rest`. By the definition: bit 0 is
-// the most significant bit of byte 0.
+// Writes the bits to the bytes at `array`; the unused bits of the last byte become `rest`. As in the definition, bit 0
+// is the most significant bit of byte 0.
 void store(const Bits &bits, bool rest, uint8_t *array) {
   unsigned value = 0;
   for (size_t bit = 0; bit < bytes_for(bits.size()) * 8; bit++) {
@@ -46,7 +46,7 @@ uint32_t first(const Bits &bits, bool value) {
   return found == bits.end() ? kNone : static_cast<uint32_t>(found - bits.begin());
 }
 
-// All three searches; with bits after the array's own that would match, and with some that would not.
+// All three searches, with bits after the array that would match, and with bits that would not.
 void expect_found(uint8_t *array, const Bits &bits) {
   const auto nbits = static_cast<uint32_t>(bits.size());
   const uint32_t first_clear = first(bits, false);
@@ -58,7 +58,7 @@ void expect_found(uint8_t *array, const Bits &bits) {
   }
 }
 
-// `common`: of so many bits, one differs from the others, on average.
+// On average, one of `common` bits differs from the others.
 Bits random_bits(Random &random, size_t nbits, uint64_t common = 2, bool background = false) {
   Bits bits(nbits);
   for (size_t bit = 0; bit < nbits; bit++) bits[bit] = background != (random.below(common) == 0);
@@ -121,7 +121,7 @@ TEST(BitTst, GivesOneOrZeroForEachBit) {
 }
 
 TEST(BitTst, ReachesTheLargestBitNumber) {
-  const Guarded array(size_t{INT_MAX} / 8 + 1);  // 256 MiB, of which a page is touched
+  const Guarded array(size_t{INT_MAX} / 8 + 1);  // 256 MiB, of which one page is used
   uint8_t &last_byte = array.bytes()[INT_MAX / 8];
   EXPECT_EQ(mu_bit_tst(array.bytes(), INT_MAX), 0);
   EXPECT_EQ(mu_bit_set(array.bytes(), INT_MAX), 0);
@@ -134,7 +134,7 @@ TEST(BitTst, ReachesTheLargestBitNumber) {
 
 // ---- Searches -------------------------------------------------------------------------------------------------------
 
-// Arrays of every length up to kLongest in which one bit differs from all others, each in turn, or none.
+// Arrays of every length up to kLongest, in which one bit, each in turn, or no bit differs from all others.
 TEST(BitSearch, FindsASingleBitAtEachPlaceOfEachLengthInExactlyItsBytes) {
   for (const Guarded::End end : kEnds) {
     for (size_t nbits = 0; nbits <= kLongest; nbits++) {
@@ -169,7 +169,7 @@ TEST(BitSearch, FindsTheLowestOfEachPair) {
   }
 }
 
-// What stands around the array is random too.
+// The bytes around the array are random too.
 TEST(BitSearch, FindsTheLowestOfSeveralAtEachAddress) {
   Random random(3);
   alignas(16) uint8_t room[64];
@@ -183,7 +183,7 @@ TEST(BitSearch, FindsTheLowestOfSeveralAtEachAddress) {
   }
 }
 
-// Well beyond the last byte of the array, too, nothing is looked at.
+// Bytes far after the array are not read either.
 TEST(BitSearch, IgnoresTheBitsAfterTheLength) {
   for (size_t nbits = 0; nbits < 130; nbits++) {
     SCOPED_TRACE(nbits);
@@ -234,7 +234,7 @@ TEST(BitSearch, WritesNothing) {
 
 // The length is unsigned: from 2^31 on it must not turn into a negative one, which would count as 0.
 TEST(BitTstAll, SeesAClearBitOfAnArrayOf2To31BitsAndMore) {
-  const Guarded zeros(size_t{1} << 29, Guarded::kFront);  // 512 MiB of which one page is touched
+  const Guarded zeros(size_t{1} << 29, Guarded::kFront);  // 512 MiB, of which one page is used
   for (const uint8_t first_byte : {uint8_t{0x00}, uint8_t{0x7f}}) {
     zeros.bytes()[0] = first_byte;
     for (const uint32_t nbits : {0x7fffffffu, 0x80000000u, 0x80000001u, 0xffffffffu}) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of the containers share.
+// Shared by the tests of the containers.
 #ifndef TARN_TESTS_CONTAINERS_FIXTURE_H
 #define TARN_TESTS_CONTAINERS_FIXTURE_H
 
@@ -23,7 +23,7 @@ constexpr Guarded::End kEnds[] = {Guarded::kFront, Guarded::kBack};
 
 // ---- Memory ---------------------------------------------------------------------------------------------------------
 
-// While it lives, the memory that the library gets is not zero by chance.
+// While it lives, memory that the library allocates is never zero by chance.
 class MarkedMemory {
   Replace<void *(size_t)> malloc_{libc::malloc, [](size_t size) {
                                     void *const block = libc::malloc.real(size);
@@ -31,7 +31,7 @@ class MarkedMemory {
                                   }};
 };
 
-// Notes the size of each block that the library asks for. Those above a mebibyte are refused.
+// Records the size of each block that the library requests, and refuses those above a mebibyte.
 class NotedSizes {
   static constexpr size_t kLargestBlock = 1 << 20;
 
@@ -74,7 +74,7 @@ class ListTest : public testing::Test {
     for (const uint32_t key : keys) ASSERT_EQ(add(key), 0);
   }
 
-  // The nodes from the head on. The links back, the places of the records, the ends and the count are checked.
+  // The nodes from the head on. Checks the links back, the places of the records, the ends and the count.
   Nodes nodes() const {
     Nodes found;
     const mu_list_node_t *before = nullptr;
@@ -101,7 +101,7 @@ class ListTest : public testing::Test {
 
 // ---- mu_lst and mu_hash ---------------------------------------------------------------------------------------------
 
-// An element for both. Its bucket is its own choice, so that a test can put it anywhere.
+// An element for both. It states its bucket, so a test can put it anywhere.
 struct Element {
   mu_lst_node links;
   uint32_t bucket;
@@ -124,7 +124,7 @@ inline Numbers numbers_up_to(int length) {
   return numbers;
 }
 
-// What a list holds, from the head on. Both directions, the ends and the count are checked.
+// The elements of a list, from the head on. Checks both directions, the ends and the count.
 inline Numbers numbers_of(const mu_lst &list) {
   Numbers found;
   const mu_lst_node *before = nullptr;
@@ -138,7 +138,7 @@ inline Numbers numbers_of(const mu_lst &list) {
   return found;
 }
 
-// What a walk meets, each with its bucket in `buckets`.
+// The elements that a walk meets, each with its bucket in `buckets`.
 inline Numbers walk(mu_hash *table, std::vector<uint32_t> *buckets = nullptr) {
   Numbers found;
   mu_lst_node *node = nullptr;
@@ -150,7 +150,7 @@ inline Numbers walk(mu_hash *table, std::vector<uint32_t> *buckets = nullptr) {
   return found;
 }
 
-// A table of four buckets whose functions note their calls, and elements for it.
+// A table of four buckets whose functions record their calls, and elements for it.
 class HashTest : public testing::Test {
  protected:
   static constexpr uint32_t kSize = 4;
@@ -198,7 +198,7 @@ class HashTest : public testing::Test {
 
   mu_hash *const table_ = mu_hash_create(kSize, noted_bucket, noted_compare);
   Element elements_[8];
-  mu_lst_node untouched_{};  // links to it were written by nobody
+  mu_lst_node untouched_{};  // links to it were not written by the library
   mu_lst_node *out_ = &untouched_;
   uint32_t bucket_ = kUntouched;
 };

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The mutex of a hash table: its name, what it covers, and what is called with it held.
+// The mutex of a hash table: its name, the accesses that it guards, and the callbacks that run with it held.
 //
 // The library calls its exported functions by name, so a program that defines one of them gets the library's calls too.
-// This one notes them and passes them on.
+// This program records them and passes them on.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -28,15 +28,15 @@ using namespace tarn_test;
 
 namespace {
 
-// What a test does when the library has locked and before it unlocks. Set while no other thread runs.
+// Hooks of a test, after the library's lock and before its unlock. Set while no other thread runs.
 std::function<void(mu_mutex_t)> g_on_lock;
 std::function<void(mu_mutex_t)> g_on_unlock;
 
-// The 20 bytes at the name that each mutex was given.
+// The 20 bytes at the name of each mutex.
 using Name = std::array<char, 20>;
 std::vector<Name> *g_names;
 
-// Takes a hook out for its own run, which may lock.
+// Removes a hook while it runs, because it may lock.
 void run_hook(std::function<void(mu_mutex_t)> &hook, mu_mutex_t mutex) {
   if (!hook) return;
   const std::function<void(mu_mutex_t)> taken = std::exchange(hook, nullptr);
@@ -81,7 +81,7 @@ int mu_mutex_unlock(mu_mutex_t mutex) {
 
 namespace {
 
-// What has happened, one word each.
+// The actions so far, one word each.
 std::string g_events;
 
 class HashLock : public HashTest {
@@ -101,7 +101,7 @@ class HashLock : public HashTest {
     g_on_unlock = nullptr;
   }
 
-  // What a call does, all of it to the mutex of `table`.
+  // The actions of a call, all of them on the mutex of `table`.
   static std::string events_of(const mu_hash *table, const std::function<void()> &call) {
     g_events.clear();
     g_on_lock = [table](mu_mutex_t mutex) { g_events += mutex == table->lock ? "lock " : "lock-another "; };
@@ -157,7 +157,7 @@ const Operation kOperations[] = {
 mu_hash *g_table;
 int g_trylock;
 
-// What an attempt to take the table's mutex gives.
+// The result of an attempt to lock the table's mutex.
 int try_table() {
   const int result = mu_mutex_trylock(g_table->lock);
   if (result == 0) mu_mutex_unlock(g_table->lock);
@@ -197,7 +197,7 @@ TEST_F(HashLock, CoversEveryChange) {
   }
 }
 
-// Another thread's add that comes just before the lock is seen; one that comes at its end is not.
+// An add by another thread just before the lock is seen; one at its end is not.
 TEST_F(HashLock, CoversWhatFirstReads) {
   add(0, 2);
   g_on_lock = [this](mu_mutex_t) { mu_lst_add(&table_->buckets[1], node(1)); };
@@ -258,7 +258,7 @@ TEST_F(HashLock, IsFreeInTheBucketFunctionAndHeldInTheCompareFunction) {
 TEST_F(HashLock, LetsTheBucketFunctionCallTheTable) {
   g_table = table_;
   table_->hash_fn = [](const mu_lst_node *node) -> uint32_t {
-    if (try_table() != 0) return UINT32_MAX;  // rather than wait for ever
+    if (try_table() != 0) return UINT32_MAX;  // instead of a wait without end
     const int key = number_of(node);
     return mu_hash_find(g_table, &key) != nullptr ? bucket_of(node) : mu_hash_count(g_table);
   };

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The hash table: its one block, and what puts elements in and takes them out.
+// The hash table: its single block, adding and removing elements.
 
 #include <gtest/gtest.h>
 
@@ -79,7 +79,7 @@ TEST_F(HashCreate, AsksForOneBlockOf40BytesAnd24ABucketBeforeTheMutex) {
 }
 
 TEST_F(HashCreate, RefusesNoBucketsAndNullFunctionsWithoutAllocating) {
-  const FailingMalloc watched(INT_MAX);  // fails nothing, counts
+  const FailingMalloc watched(INT_MAX);  // only counts, nothing fails
   EXPECT_EQ(mu_hash_create(0, bucket_of, compare), nullptr);
   EXPECT_EQ(mu_hash_create(4, nullptr, compare), nullptr);
   EXPECT_EQ(mu_hash_create(4, bucket_of, nullptr), nullptr);
@@ -177,7 +177,7 @@ TEST_F(HashAdd, RefusesABucketFromSizeOnAndChangesNothing) {
   }
 }
 
-// The registers of these processors leave the upper half of a 32-bit result open: a function may fill it.
+// On these processors the upper half of a 32-bit result in a register is undefined: a function may fill it.
 TEST_F(HashAdd, UsesTheLow32BitsOfTheFunctionsResultAsDelDoes) {
 #if defined(__x86_64__) || defined(__aarch64__)
   using Wide = uint64_t (*)(const mu_lst_node *);

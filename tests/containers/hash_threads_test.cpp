@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Several threads on one hash table. What must hold of the contents is checked here; that the calls do not race is for
-// the thread sanitizer to see.
+// Several threads on one hash table. The contents are checked here; data races are found by the thread sanitizer.
 
 #include <gtest/gtest.h>
 
@@ -36,8 +35,8 @@ class HashThreads : public testing::Test {
 
   mu_lst_node *node(int i) { return &elements_[i].links; }
 
-  // Runs `body(i)` for each element of each thread, in threads, and `meanwhile()` here again and again until all of
-  // them have ended. Threads that are stuck cannot be joined: they end the test program.
+  // Runs `body(i)` for each element of each thread, in threads, and `meanwhile()` here repeatedly until all of them
+  // have ended. Stuck threads cannot be joined: they end the test program.
   template <typename Body, typename Meanwhile>
   static void run_in_threads(const Body &body, const Meanwhile &meanwhile) {
     std::atomic<int> ended{0};
@@ -58,7 +57,7 @@ class HashThreads : public testing::Test {
     for (std::thread &thread : threads) thread.join();
   }
 
-  // Walks. Buckets must come in their order and, in a bucket, each thread's elements in the order of their adding.
+  // Walks. Buckets must come in their order and, in a bucket, each thread's elements in the order of their adds.
   Numbers checked_walk() {
     std::vector<uint32_t> buckets;
     Numbers met = walk(table_, &buckets);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The hash table in its order: walks, the search, the removal of the first element, the count, and the whole against
+// The order of the hash table: walks, the search, the removal of the first element, the count, and a comparison with
 // plain sequences.
 
 #include <gtest/gtest.h>
@@ -19,7 +19,7 @@ using namespace tarn_test;
 
 namespace {
 
-// What a failing call leaves in its outputs is what stood there.
+// A failing call does not change its outputs.
 class HashWalk : public HashTest {
  protected:
   void expect_outputs(const mu_lst_node *node, uint32_t bucket) const {
@@ -89,7 +89,7 @@ TEST_F(HashNext, AfterTheLastElementStoresNullAndLeavesTheBucketAsItWas) {
   }
 }
 
-// From `size` on there is no bucket after; the greatest number must not wrap to bucket 0.
+// From `size` on no bucket follows; the greatest number must not wrap to bucket 0.
 TEST_F(HashNext, FindsNoBucketAfterOneThatTheTableDoesNotHave) {
   fill({0, 3});
   for (const uint32_t bucket : {kSize - 1, kSize, kSize + 1, 0x80000000u, 0xfffffffeu, UINT32_MAX}) {
@@ -129,7 +129,7 @@ TEST_F(HashWalk, MeetsWhatIsAddedAfterItsPlaceAndNotWhatIsAddedBefore) {
   EXPECT_EQ(met, (Numbers{2, 3}));
 }
 
-// The node's own links stay as they were when it is deleted.
+// A delete does not change the node's own links.
 TEST_F(HashWalk, GoesOnFromANodeThatItsOwnThreadDeleted) {
   fill({0, 0, 1, 1, 2, 2});
   Numbers met;
@@ -174,7 +174,7 @@ TEST_F(HashFind, GivesTheFirstOfEqualsByBucketAndThenByAdd) {
   EXPECT_EQ(mu_hash_find(table_, &key), node(3));
 }
 
-// Any result of the compare function but 0 is not a match. A null key is passed on like any other.
+// Any result of the compare function other than 0 is not a match. A null key is passed on like any other.
 TEST_F(HashFind, ComparesInTheOrderOfAWalkUntilTheFirstZero) {
   static Numbers compared;
   static const void *expected_key;
@@ -201,7 +201,7 @@ TEST_F(HashFind, ComparesInTheOrderOfAWalkUntilTheFirstZero) {
   }
 }
 
-// Its own bucket function puts the element elsewhere by now, and is not asked.
+// The bucket function would now return another bucket, but is not called.
 TEST_F(HashFind, FindsAnElementInABucketThatIsNotItsKeys) {
   fill({3});
   hashed_.clear();

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The list through the caller's elements: every place where a node can be put or taken from, what stays as it was, and
-// the list against a plain sequence.
+// The list through the caller's elements: every place where a node can be added or removed, the parts that must not
+// change, and a comparison with a plain sequence.
 
 #include <gtest/gtest.h>
 
@@ -21,13 +21,12 @@ namespace {
 
 class LstTest : public testing::Test {
  protected:
-  static constexpr int kLongest =
-      5;  // one in the middle has neighbours on both sides that have neighbours of their own
+  static constexpr int kLongest = 5;  // the middle one's neighbours have further neighbours
   static constexpr int kSpare = 5;
 
   LstTest() { fill(0); }
 
-  // Makes a list of the elements 0, 1, ... `length` - 1. The others' links are of no list.
+  // Makes a list of the elements 0, 1, ... `length` - 1. The links of the others belong to no list.
   void fill(int length) {
     for (int i = 0; i <= kSpare; i++) elements_[i] = {{&garbage_, &garbage_}, 0, i};
     memset(&list_, 0xa5, sizeof list_);
@@ -37,7 +36,7 @@ class LstTest : public testing::Test {
 
   mu_lst_node *node(int i) { return &elements_[i].links; }
 
-  // Whether the element has changed since `before` was noted.
+  // Whether the element has changed since `before` was recorded.
   bool is_changed(int i, const Element *before) const {
     return memcmp(&before[i], &elements_[i], sizeof(Element)) != 0;
   }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The list of record copies: creation, the layout of its nodes, adding, and taking out one node, all, or the list.
+// The list of record copies: creation, the layout of its nodes, adding, and removing one node, all nodes, or the list.
 
 #include <gtest/gtest.h>
 
@@ -57,7 +57,7 @@ TEST_F(ListCreate, MakesAnEmptyListOfThatRecordSizeAndCallback) {
 }
 
 TEST_F(ListCreate, RefusesARecordSizeOfZeroOrLessWithoutAllocating) {
-  const FailingMalloc none(INT_MAX);  // fails nothing, counts
+  const FailingMalloc none(INT_MAX);  // only counts, nothing fails
   for (const int size : {0, -1, -4, INT_MIN}) EXPECT_EQ(mu_list_create(size, by_key), nullptr) << size;
   EXPECT_EQ(none.seen(), 0);
 }
@@ -156,7 +156,7 @@ TEST_F(ListAdd, LeavesTheListAsItWasWhenMemoryRunsOut) {
 }
 
 // 24 bytes of header and the record must fit a signed 32-bit size: 2147483623 is the largest record that does. The
-// record is never read here: there is no memory for the first, and the others are refused before.
+// record is never read here: memory runs out for the first, and the others are refused earlier.
 TEST_F(ListAdd, RefusesARecordWhoseNodeSizePassesAnInt) {
   const struct {
     int size;
@@ -208,7 +208,7 @@ TEST_F(ListDelete, RefusesNullPointersAndChangesNothing) {
   EXPECT_EQ(keys(), (Keys{1, 2}));
 }
 
-// As the header asks of a walk: the successor is read before the node is deleted.
+// As the header requires of a walk, the successor is read before the node is deleted.
 TEST_F(ListDelete, ServesAWalkThatDeletesWhereItStands) {
   fill({1, 2, 3, 4, 5, 6});
   for (mu_list_node_t *node = mu_list_first(list_); node != nullptr;) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The list of record copies: steps from node to node, searches, visits, and the whole against a plain sequence.
+// The list of record copies: steps from node to node, searches, visits, and a comparison with a plain sequence.
 
 #include <gtest/gtest.h>
 
@@ -19,7 +19,7 @@ using namespace tarn_test;
 
 namespace {
 
-// What the callbacks were called with, and the list: a callback has no argument for either.
+// The arguments of the callbacks, and the list: globals, because a callback has no argument for them.
 std::vector<std::pair<const void *, const void *>> g_compared;
 std::vector<void *> g_visited;
 mu_list_t *g_list;

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The ring buffer of 64-bit values: each field after each call, what a failure leaves as it was, and the whole against
-// a queue.
+// The ring buffer of 64-bit values: each field after each call, the state after a failure, and a comparison with a
+// queue.
 
 #include <gtest/gtest.h>
 
@@ -113,7 +113,7 @@ TEST_F(RingBufferCreate, GivesTwoBlocksThatTheOwnerFrees) {
 }
 
 TEST_F(RingBufferCreate, RefusesASizeOfZeroOrLessWithoutAllocating) {
-  const FailingMalloc watched(INT_MAX);  // fails nothing, counts
+  const FailingMalloc watched(INT_MAX);  // only counts, nothing fails
   for (const int size : {0, -1, -2, -8, -0x20000000, INT_MIN / 8, INT_MIN}) {
     EXPECT_EQ(mu_rbuf_create(size), nullptr) << size;
   }
@@ -198,7 +198,7 @@ TEST_F(RingBufferRead, StoresZeroForAnEmptyBufferAndChangesNothing) {
     const std::vector<uint8_t> before = image();
     expect_no_value();
     EXPECT_EQ(image(), before);
-    write(7);  // the next round is empty one slot further on
+    write(7);  // in the next round the indices meet one slot later
     read();
   }
 }
@@ -246,7 +246,7 @@ TEST_F(RingBuffer, LooksAtTheFullFlagOnlyWhenTheIndicesMeet) {
   EXPECT_EQ(write(3), 0) << "one slot is free, whatever the flag";
   EXPECT_EQ(write(4), 1);
   for (uint64_t i = 1; i <= 3; i++) {
-    rb_->full = i == 1 ? 1 : 0;  // the second and the third value are there without it
+    rb_->full = i == 1 ? 1 : 0;  // the second and the third value are readable without it
     EXPECT_EQ(read(), i);
   }
   expect_no_value();
@@ -376,7 +376,7 @@ TEST_F(RingBufferModel, AgreesWithAQueueOverEverySeriesOfTwelveCalls) {
   }
 }
 
-// Phases in which writes or reads prevail: the ring gets full and empty, and turns over many times.
+// Phases in which writes or reads prevail: the ring becomes full and empty, and wraps many times.
 TEST_F(RingBufferModel, AgreesWithAQueueForCapacitiesFrom1To70) {
   for (int size = 1; size <= 70; size += kThinning) {
     Random random(static_cast<uint64_t>(size));

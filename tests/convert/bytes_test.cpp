@@ -24,7 +24,7 @@ bool trails(const std::string &text) { return !text.empty() && is_separator(text
 
 size_t size_of(int count) { return count < 0 ? 0 : static_cast<size_t>(count); }
 
-// The grammar, word for word: a byte is stored when its separator is read, or when its last digit ends the text.
+// The grammar, as documented: a byte is stored when its separator is read, or when its last digit ends the text.
 Parsed<Bytes> reference_str2hex(std::string_view text, int count) {
   const size_t size = size_of(count);
   Bytes stored;
@@ -110,7 +110,7 @@ TEST_F(Str2Hex, ParsesOrKeepsWhatStoodBeforeTheFault) {
       {"1:2.3:04", 4, 0, {1, 2, 3, 4}},  // separators may be mixed
       {"", 0, 0, {}},
       {"", 1, 1, {}},
-      {"1", 0, 1, {}},  // zero bytes take only the empty text
+      {"1", 0, 1, {}},  // for zero bytes only the empty text is valid
       {":", 0, 1, {}},  // a separator at the start is not a trailing one
       {"g", 0, 1, {}},
       {".", 1, 1, {}},
@@ -156,7 +156,7 @@ TEST_F(Str2Hex, ParsesOrKeepsWhatStoodBeforeTheFault) {
 TEST_F(Str2Hex, AcceptsOneTrailingSeparator) {
   for (const char *text : {"aa:bb:", "aa.bb.", "aa:bb."}) {
     EXPECT_EQ(str2hex(text, 2), (Parsed<Bytes>{0, {0xAA, 0xBB}})) << text;
-    EXPECT_EQ(str2hex(text, 3), (Parsed<Bytes>{1, written({0xAA, 0xBB}, 3)})) << text;  // it stands for no byte
+    EXPECT_EQ(str2hex(text, 3), (Parsed<Bytes>{1, written({0xAA, 0xBB}, 3)})) << text;  // it means no byte
     EXPECT_EQ(str2hex(text, 1), (Parsed<Bytes>{1, {0xAA}})) << text;
   }
   EXPECT_EQ(str2hex("aa:bb::", 2), (Parsed<Bytes>{1, {0xAA, 0xBB}}));

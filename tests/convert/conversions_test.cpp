@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What holds for all conversions: no heap, no output except the dump's, no state, errno untouched, any thread.
+// Properties of all conversions: no heap, no output except the dump's, no state, errno unchanged, any thread.
 
 #include <atomic>
 #include <cerrno>
@@ -16,7 +16,7 @@ using namespace tarn_test;
 
 namespace {
 
-// Every parser and printer once, with failures and overflows among them; what they gave, in one text.
+// Every parser and printer once, including failures and overflows; their results, in one text.
 std::string call_them_all(unsigned seed) {
   const std::string n = std::to_string(seed % 200 + 1);
   uint32_t u32 = 0;
@@ -120,7 +120,7 @@ TEST(Conversions, MayBeCalledFromAnyThread) {
   EXPECT_EQ(differences, 0u);
 }
 
-// The exhaustive tests rest on these.
+// The exhaustive tests rely on these.
 TEST(Texts, AreAllThatThereAre) {
   std::multiset<std::string> texts;
   for_each_text("abc", 4, [&](const std::string &text) { texts.insert(text); });
@@ -128,7 +128,7 @@ TEST(Texts, AreAllThatThereAre) {
   EXPECT_EQ(std::set<std::string>(texts.begin(), texts.end()).size(), texts.size());
   texts.clear();
   for_each_neighbour("xy", [&](const std::string &text) { texts.insert(text); });
-  // Two places with 255 characters each, three places for an insertion, twice one left out; "xy" itself at the end.
+  // 255 replacements at two places, 255 insertions at three, two removals; "xy" itself at the end.
   EXPECT_EQ(texts.size(), 2u * 255 + 3 * 255 + 2 + 255);
   for (const char *text : {"xy", "x", "y", "zy", "xz", "zxy", "xzy", "xyz"})
     EXPECT_EQ(texts.count(text) != 0, true) << text;

@@ -14,7 +14,7 @@ static_assert(std::is_same_v<decltype(&mu_buffer_dump), mu_status_t (*)(const ch
 
 namespace {
 
-// Byte by byte, as the header describes it.
+// The expected output, as the header describes it.
 std::string reference_dump(const std::string &title, const Bytes &bytes) {
   std::string text = "\r\n" + title + "\n";
   for (size_t i = 0; i < bytes.size(); i++) {
@@ -26,7 +26,7 @@ std::string reference_dump(const std::string &title, const Bytes &bytes) {
 
 class BufferDump : public Conversion {
  protected:
-  // What is printed for a title and bytes after which nothing may be read. The bytes are read only.
+  // The output for a title and bytes after which nothing may be read. The bytes are read-only.
   std::string dump(const std::string &title, const Bytes &bytes) {
     const Guarded data(bytes);
     data.protect(PROT_READ);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of the conversions share: memory that ends where the caller's does, and texts to try.
+// Shared by the tests of the conversions: memory that ends where the caller's does, and texts to try.
 #ifndef TARN_TESTS_CONVERT_FIXTURE_H
 #define TARN_TESTS_CONVERT_FIXTURE_H
 
@@ -26,7 +26,7 @@ using Bytes = std::vector<uint8_t>;
 
 // ---- Memory ---------------------------------------------------------------------------------------------------------
 
-// Texts whose NUL is the last byte that may be read, or whose first character is the first one. Valid until the next.
+// Texts whose NUL is the last readable byte, or whose first character is the first one. Valid until the next call.
 class TextMemory {
  public:
   const char *at_end(std::string_view text) const { return put(text, back_.bytes() + kSize - text.size() - 1); }
@@ -46,7 +46,7 @@ class TextMemory {
   Guarded front_{kSize, Guarded::kFront};
 };
 
-// Bytes to write to, after which nothing may be touched. Bytes before them are a guard.
+// Bytes to write to. The memory after them has no access; guard bytes come before them.
 class Output {
  public:
   static constexpr uint8_t kUntouched = 0xA5;
@@ -59,7 +59,7 @@ class Output {
     return begin();
   }
 
-  // What they hold; a byte more when one before them was written.
+  // Their content; one byte more if a guard byte was written.
   Bytes bytes() const {
     const bool intact = std::all_of(begin() - kGuard, begin(), [](uint8_t byte) { return byte == kUntouched; });
     return {begin() - (intact ? 0 : 1), begin() + size_};
@@ -75,7 +75,7 @@ class Output {
   size_t size_ = 0;
 };
 
-// What an output of `size` bytes holds after the first of them were written.
+// The content of an output of `size` bytes after its first bytes were written.
 inline Bytes written(Bytes bytes, size_t size) {
   bytes.resize(size, Output::kUntouched);
   return bytes;
@@ -93,7 +93,7 @@ inline Bytes written_text(std::string_view text, size_t size) {
 template <typename Value>
 struct Parsed {
   mu_status_t status;
-  Value output;  // what it holds afterwards
+  Value output;  // its content after the call
   bool operator==(const Parsed &) const = default;
 
   friend void PrintTo(const Parsed &parsed, std::ostream *out) {
@@ -101,7 +101,7 @@ struct Parsed {
   }
 };
 
-// An output that a parser did not touch.
+// An output that a parser did not write.
 template <typename Number>
 constexpr Number kUntouched = static_cast<Number>(0xA5A5A5A5A5A5A5A5);
 
@@ -128,8 +128,8 @@ class Conversion : public testing::Test {
 inline constexpr std::string_view kDecimal = "0123456789";
 inline constexpr std::string_view kHexadecimal = "0123456789abcdefABCDEF";
 
-// All that the grammars give a meaning to, and the neighbours of those characters in the character set: the ones before
-// and after the digits and the letters, digits with the top bit set, signs, white space.
+// All characters with a meaning in the grammars, and similar ones: the neighbours of the digits and letters in the
+// character set, digits with the top bit set, signs, white space.
 inline constexpr std::string_view kRelevant = "0123456789abcdefABCDEFxXgG/:@`.+- \t\xB0\xE1\xFF";
 
 // Every character but the NUL.
@@ -154,8 +154,8 @@ void for_each_text(std::string_view alphabet, size_t longest, Check check) {
   }
 }
 
-// Calls `check` with every text that differs from `text` in one character: replaced or inserted, by each there is, or
-// left out. `text` is among them.
+// Calls `check` with every text that differs from `text` in one character: replaced by or inserted from all characters,
+// or removed. `text` is among them.
 template <typename Check>
 void for_each_neighbour(const std::string &text, Check check) {
   for (size_t at = 0; at <= text.size(); at++) {

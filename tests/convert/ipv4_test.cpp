@@ -52,8 +52,8 @@ Ip libc_str2ip(const char *text) {
   return inet_pton(AF_INET, text, &address) == 1 ? Ip{0, ntohl(address.s_addr)} : kRefused;
 }
 
-// Whether libc and this library mean to take the text alike: where no octet has zeros in front, the first is not 0, and
-// none has so many digits that it wraps.
+// Whether libc and this library should agree on the text: no octet has leading zeros, the first is not 0, and none has
+// so many digits that it wraps.
 bool in_common_with_libc(const std::string &text) {
   if (text[0] == '0') return false;
   for (const std::string &octet : split(text, '.')) {
@@ -112,7 +112,7 @@ TEST_F(Str2Ip, RefusesAndLeavesTheOutputUntouched) {
   const char *const texts[] = {
       // Fewer octets than four, or more.
       "", "1", "1.2", "1.2.3", "1.2.3.4.5", "1.2.3.4.5.6.7.8",
-      // No other notation than the dotted quad.
+      // Other notations than the dotted quad.
       "16909060", "1.131844", "1.2.772", "0x1.2.3.4", "1.0x2.3.4", "1.2.3.0x4",
       // A dot that does not follow a digit.
       ".", "...", "....", ".1.2.3.4", ".1.2.3", "1..2.3", "1..2.3.4", "1.2..4", "1.2..3.4", "1.2.3..4", "1.2.3..",
@@ -148,7 +148,7 @@ TEST_F(Str2Ip, AcceptsLeadingZerosAfterTheFirstOctet) {
   };
   for (const Row &row : kRows) {
     EXPECT_EQ(str2ip(row.text), (Ip{0, row.ip})) << row.text;
-    EXPECT_EQ(libc_str2ip(row.text), kRefused) << row.text;  // this is a difference
+    EXPECT_EQ(libc_str2ip(row.text), kRefused) << row.text;  // libc differs here
   }
 }
 

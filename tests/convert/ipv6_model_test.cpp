@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// IPv6 addresses: mu_str2ipv6 and mu_ipv6tostr against two models, the grammar of RFC 4291, section 2.2, written down
+// IPv6 addresses: mu_str2ipv6 and mu_ipv6tostr against two models: the grammar of RFC 4291, section 2.2, implemented
 // here, and libc.
 
 #include <arpa/inet.h>
@@ -79,7 +79,7 @@ std::string libc_ipv6tostr(const Bytes &address) {
 
 // ---- Addresses ------------------------------------------------------------------------------------------------------
 
-// With runs of zeros and small groups, as in use.
+// With runs of zeros and small groups, as in real addresses.
 Bytes some_address(Random &random) {
   std::array<uint16_t, 8> groups;
   for (uint16_t &group : groups) {
@@ -162,7 +162,7 @@ TEST_F(Str2Ipv6Models, AgreeOnEveryThreeCharactersInEveryPlace) {
 TEST_F(Str2Ipv6Models, AgreeOnEverySequenceOfPieces) {
   const std::string pieces[] = {":",       "::",       "1",         "ffff",  "12345",   "0",        ".",
                                 "1.2.3.4", "01.2.3.4", "256.1.1.1", "1.2.3", "1:2:3:4", "5:6:7:8:", "a:b"};
-  // The letters of the alphabet count the pieces.
+  // Each letter of the alphabet represents a piece.
   for_each_text("abcdefghijklmn", 4, [&](const std::string &letters) {
     std::string text;
     for (const char letter : letters) text += pieces[letter - 'a'];
@@ -198,7 +198,7 @@ TEST_F(Str2Ipv6Models, AgreeOnGeneratedTexts) {
 
 // ---- mu_ipv6tostr ---------------------------------------------------------------------------------------------------
 
-// libc compresses two zero groups or more, and writes lower case; all else is alike.
+// libc compresses two zero groups or more, and writes lower case; everything else is equal.
 TEST_F(Ipv6ToStrModels, AgreesWithInetNtopWhereNoTwoGroupsInARowAreZero) {
   Random random(12);
   size_t compared = 0;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// mu_atoi, mu_str2dec, mu_str2decl, mu_strtol and mu_strtoll against their rules, written down here, and libc.
+// mu_atoi, mu_str2dec, mu_str2decl, mu_strtol and mu_strtoll against their rules, implemented here, and libc.
 
 #include <cstdlib>
 
@@ -79,7 +79,7 @@ class NumberModels : public Conversion {
     EXPECT_EQ(mu_strtoll(text_.at_end(text)), decl.status == 0 ? decl.output : 0) << text;
   }
 
-  // `compare` with numbers of at most `bits` bits, in decimal and in hexadecimal by turns.
+  // `compare` with numbers of at most `bits` bits, alternately in decimal and in hexadecimal.
   template <typename Compare>
   void for_numbers(unsigned bits, Compare compare) {
     Random random(bits);

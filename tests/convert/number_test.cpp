@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Numbers from text: mu_atoi, mu_str2dec, mu_str2decl and what returns their values; mu_strtoul; mu_inter_to64.
-// number_model_test.cpp compares the parsers with models.
+// Numbers from text: mu_atoi, mu_str2dec, mu_str2decl and the functions that return their values; mu_strtoul;
+// mu_inter_to64. number_model_test.cpp compares the parsers with models.
 
 #include <cerrno>
 #include <climits>
@@ -366,7 +366,7 @@ TEST(InterTo64, PutsTheHighHalfOnTop) {
   EXPECT_EQ(mu_inter_to64(0x01234567, 0x89ABCDEF), 0x0123456789ABCDEFu);
   EXPECT_EQ(mu_inter_to64(0x80000000, 0), 0x8000000000000000u);
   EXPECT_EQ(mu_inter_to64(0x80000000, 0x80000000), 0x8000000080000000u);
-  EXPECT_EQ(mu_inter_to64(0, UINT32_MAX), 0x00000000FFFFFFFFu);  // the low half's top bit does not spread
+  EXPECT_EQ(mu_inter_to64(0, UINT32_MAX), 0x00000000FFFFFFFFu);  // the low half's top bit is not sign-extended
   EXPECT_EQ(mu_inter_to64(UINT32_MAX, 0), 0xFFFFFFFF00000000u);
   for (unsigned bit = 0; bit < 32; bit++) {
     EXPECT_EQ(mu_inter_to64(1u << bit, 0), uint64_t{1} << (bit + 32));

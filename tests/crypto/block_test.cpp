@@ -145,12 +145,12 @@ TEST_P(AesBlock, AgreesWithTheReferenceForEveryKindOfKeyAndOfBlock) {
   }
 }
 
-// Round keys are taken as they come: they need not be those of a key.
+// Round keys are used unchanged: they need not come from a key.
 TEST_P(AesBlock, AgreesWithTheReferenceForRoundKeysOfNoKey) {
   Random random(2);
   std::vector<Bytes> all = {Bytes(kRoundKeys, 0x00), Bytes(kRoundKeys, 0xff)};
   for (int i = 0; i < 200; i++) all.push_back(random.bytes(kRoundKeys));
-  for (size_t round = 0; round < 11; round++) {  // one that stands out
+  for (size_t round = 0; round < 11; round++) {  // one that differs from the others
     Bytes one(kRoundKeys);
     for (size_t i = 0; i < kBlock; i++) one[kBlock * round + i] = static_cast<uint8_t>(0x91 + i);
     all.push_back(one);
@@ -164,7 +164,7 @@ TEST_P(AesBlock, AgreesWithTheReferenceForRoundKeysOfNoKey) {
 
 // Every value of a byte in every place, through all of the S-box and its inverse.
 TEST_P(AesBlock, AgreesWithTheReferenceForEveryByteInEveryPlace) {
-  const Bytes round_keys(kRoundKeys);  // zeros: a byte meets the S-box as it is
+  const Bytes round_keys(kRoundKeys);  // zeros: a byte enters the S-box unchanged
   for (unsigned value = 0; value < 256; value++) {
     Bytes block(kBlock);
     for (size_t i = 0; i < kBlock; i++) block[i] = static_cast<uint8_t>(value + 17 * i);
@@ -212,7 +212,7 @@ TEST_P(AesBlock, MayBeWrittenOverItsInputItsKeyOrBoth) {
   }
 }
 
-// Neither the key of the last call nor the address at which it stood.
+// Neither the key of the last call nor its address.
 TEST_P(AesBlock, KeepsNoKeyFromOneCallToTheNext) {
   Random random(5);
   const Bytes keys[] = {random.bytes(kBlock), random.bytes(kBlock)};
@@ -231,7 +231,7 @@ TEST_P(AesKeySchedule, ExpandsTheExampleOfTheStandard) {
   EXPECT_EQ(schedule(from_hex(kExampleKey)), from_hex(kExampleRoundKeys));
 }
 
-// What the first word of each round key holds beyond SubWord(RotWord()) and the word before.
+// The part of each round key's first word besides SubWord(RotWord()) and the word before.
 TEST_P(AesKeySchedule, HasTheRoundConstantsOfTheStandard) {
   constexpr uint8_t kConstants[10] = {0x01, 0x02, 0x04, 0x08, 0x10, 0x20, 0x40, 0x80, 0x1B, 0x36};
   const Bytes w = schedule(from_hex("000102030405060708090a0b0c0d0e0f"));
@@ -247,7 +247,7 @@ TEST_P(AesKeySchedule, HasTheRoundConstantsOfTheStandard) {
 
 // ---- Tables ---------------------------------------------------------------------------------------------------------
 
-// The first word of round key 1 shows what the table holds for the last word of the key.
+// The first word of round key 1 shows the table's entries for the last word of the key.
 TEST_P(AesTables, HoldFigure7InTheKeySchedule) {
   for (unsigned a = 0; a < 256; a++) {
     SCOPED_TRACE(a);
@@ -262,8 +262,8 @@ TEST_P(AesTables, HoldFigure7InTheKeySchedule) {
   }
 }
 
-// With round keys of zeros a block of equal bytes stays one, for the rows of the matrices of MixColumns add up to 1:
-// ten substitutions are left.
+// With round keys of zeros a block of equal bytes stays one, because the rows of the matrices of MixColumns add up to
+// 1: only ten substitutions remain.
 TEST_P(AesTables, HoldFigure7InTheCipherAndItsInverseInTheInverse) {
   const Bytes no_keys(kRoundKeys);
   for (unsigned a = 0; a < 256; a++) {

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The callers' buffers, of every function alike: what is read and written of them, where they may stand, and that there
-// is nothing else.
+// The callers' buffers, for every function: the bytes that are read and written, their addresses, and that nothing else
+// is used.
 
 #include <climits>
 #include <cstring>
@@ -24,7 +24,7 @@ ON_EACH_PATH(Buffers);
 using Inputs = std::vector<const uint8_t *>;
 using Outputs = std::vector<uint8_t *>;
 
-// A call: what it is given, and what it must give.
+// A call: its inputs and its expected output.
 struct FunctionCall {
   std::string name;
   std::vector<Bytes> inputs;
@@ -44,7 +44,7 @@ FunctionCall cmac_call(Random &random, size_t msg_len) {
           }};
 }
 
-// Each function once, but AES-CMAC and the padding for several lengths.
+// Each function once, except AES-CMAC and the padding: these for several lengths.
 std::vector<FunctionCall> calls() {
   Random random(50);
   const Bytes key = random.bytes(kBlock);
@@ -95,7 +95,7 @@ std::vector<FunctionCall> calls() {
 
 }  // namespace
 
-// No byte beside a buffer is read or written, and none of an input is written.
+// No byte outside a buffer is read or written, and no byte of an input is written.
 TEST_P(Buffers, AreAllThatIsTouched) {
   std::vector<FunctionCall> all = calls();
   Random random(51);
@@ -124,7 +124,7 @@ TEST_P(Buffers, AreAllThatIsTouched) {
   }
 }
 
-// Any two buffers of a call stand at every pair of offsets from a multiple of 16, the second at every one from a
+// Any two buffers of a call are at every pair of offsets from a multiple of 16, the second also at every offset from a
 // multiple of 64.
 TEST_P(Buffers, MayHaveAnyAlignment) {
   for (const FunctionCall &call : calls()) {

@@ -159,7 +159,7 @@ TEST(CmacPadding, GivesZerosForANegativeLength) {
   }
 }
 
-// Of a block none of whose bytes after the length can be read; sixteen bytes are written.
+// The bytes of the block after the length cannot be read; sixteen bytes are written.
 TEST(CmacPadding, ReadsNoMoreThanTheLength) {
   Random random(35);
   for (int32_t length = -2; length <= 18; length++) {

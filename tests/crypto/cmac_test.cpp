@@ -32,7 +32,7 @@ ON_EACH_PATH(Cmac);
 ON_EACH_PATH(CmacTagLength);
 ON_EACH_PATH(CmacSubkeys);
 
-// The key and the message of RFC 4493, section 4, and of SP 800-38B, appendix D.1. Their examples are beginnings of it.
+// The key and the message of RFC 4493, section 4, and of SP 800-38B, appendix D.1. Their examples are prefixes of it.
 constexpr char kKey[] = "2b7e151628aed2a6abf7158809cf4f3c";
 constexpr char kMessage[] =
     "6bc1bee22e409f96e93d7e117393172aae2d8a571e03ac9c9eb76fac45af8e51"
@@ -56,7 +56,7 @@ constexpr char kK2[] = "f7ddac306ae266ccf90bc11ee46d513b";
 
 // The whole tag of the library.
 Bytes tag_of(const Bytes &key, const Bytes &msg) {
-  static const uint8_t nothing = 0;  // an empty vector may stand at null
+  static const uint8_t nothing = 0;  // the data of an empty vector may be null
   Bytes tag(kBlock, kMark);
   const uint8_t *const data = msg.empty() ? &nothing : msg.data();
   EXPECT_EQ(aes128_cmac_compute(key.data(), data, static_cast<uint32_t>(msg.size()), 16, tag.data()), 0);
@@ -107,8 +107,8 @@ TEST_P(Cmac, AgreesWithTheReferenceForEveryLengthTo300AndAroundMultiplesOfSixtee
   }
 }
 
-// Lengths, and counts of blocks, that 16 bits do not hold. The reference's cipher would take long: here it is the
-// library's, which the tests of blocks compare with the reference's.
+// Lengths, and counts of blocks, above 16 bits. The reference's cipher would take long. This uses the library's, which
+// the tests of blocks compare with the reference's.
 TEST_P(Cmac, AgreesWithTheReferenceForALongMessage) {
   const auto library = [](const Bytes &round_keys, const Bytes &in) {
     Bytes out(kBlock);
@@ -158,7 +158,7 @@ TEST_P(Cmac, TakesACompleteLastBlockWithK1AndAnIncompleteOneWithK2) {
   EXPECT_EQ(tag_of(key, part(msg, 0, 17)), reference::encrypt(w, exclusive_or(x, padded(16, 1))));
 }
 
-// Every bit counts, of a message with a padded last block and of one without.
+// Every bit counts, in a message with a padded last block and in one without.
 TEST_P(Cmac, DependsOnEveryBitAndOnTheLength) {
   const Bytes key = Random(14).bytes(kBlock);
   std::set<Bytes> tags;
@@ -186,7 +186,7 @@ TEST_P(Cmac, DistinguishesPaddingFromAMessageThatEndsLikeIt) {
   }
 }
 
-// RFC 4493 step by step through the exported pieces: they are those of the whole.
+// RFC 4493 step by step through the exported pieces: the result equals that of the whole function.
 TEST_P(Cmac, IsWhatItsPiecesMake) {
   Random random(16);
   for (size_t length = 0; length <= 50; length++) {
@@ -299,7 +299,7 @@ TEST_P(CmacTagLength, OfOneToSixteenBytesGivesTheFirstBytesInSilence) {
       SCOPED_TRACE(testing::Message() << msg.size() << " bytes, tag of " << int{tag_len});
       Bytes tag(32, kMark);
       Bytes expected = tag;
-      std::copy_n(whole.begin(), tag_len, expected.begin() + 8);  // what stands around the tag stays
+      std::copy_n(whole.begin(), tag_len, expected.begin() + 8);  // the bytes around the tag do not change
       Console console;
       const mu_status_t status = aes128_cmac_compute(from_hex(kKey).data(), msg.data(),
                                                      static_cast<uint32_t>(msg.size()), tag_len, tag.data() + 8);
@@ -348,7 +348,7 @@ TEST_P(CmacSubkeys, AreReducedAsTheTopBitsSay) {
   EXPECT_EQ(cases.size(), 4u);
 }
 
-// All sixteen bytes that stand there decide, for subkeys and for tags. They are only read.
+// All sixteen bytes of the constant affect subkeys and tags. They are only read.
 TEST_P(CmacSubkeys, AreMadeFromConstRb) {
   Random random(22);
   std::set<int> cases;

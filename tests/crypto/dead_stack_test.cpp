@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a call leaves on the stack: nothing of the key.
+// A call leaves no part of the key on the stack.
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -15,7 +15,7 @@ using namespace crypto_test;
 namespace {
 
 constexpr size_t kStackSize = 256 * 1024;
-constexpr size_t kPiece = 8;  // bytes in a row that are not there by chance
+constexpr size_t kPiece = 8;  // consecutive bytes that do not occur by chance
 
 // A call with its arguments, none of which is on the stack of the thread that makes it.
 struct Call {
@@ -82,7 +82,7 @@ TEST_P(CryptoStack, HoldsNothingOfTheKeyAfterACall) {
   const Bytes zeros(kBlock);
   Bytes round_keys(AES128_ROUND_KEYS_BYTES);
   Bytes subkeys(2 * kBlock);
-  Bytes first(kBlock);  // what the subkeys are made of
+  Bytes first(kBlock);  // the input of the subkeys
   aes_key_schedule_128(key.data(), round_keys.data());
   generate_subkey(key.data(), subkeys.data(), subkeys.data() + kBlock);
   aes128_ecb_encrypt(key.data(), zeros.data(), first.data());
@@ -100,7 +100,7 @@ TEST_P(CryptoStack, HoldsNothingOfTheKeyAfterACall) {
   }
 }
 
-// The search finds what is there.
+// The search finds bytes that are there.
 TEST_P(CryptoStack, IsSearchedWhereTheCallWas) {
   static const Bytes secret = from_hex("00112233445566778899aabbccddeeff");
   const Bytes stack = stack_after({.name = "", .function = [](const Call &) {

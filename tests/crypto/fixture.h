@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of cryptography share: bytes in hexadecimal, blocks of every kind, guarded buffers, and the choice of
-// a path.
+// Shared by the tests of cryptography: bytes in hexadecimal, blocks of every kind, guarded buffers, and the choice of a
+// path.
 #ifndef TARN_TESTS_CRYPTO_FIXTURE_H
 #define TARN_TESTS_CRYPTO_FIXTURE_H
 
@@ -28,13 +28,13 @@ using Bytes = std::vector<uint8_t>;
 
 constexpr size_t kBlock = 16;
 constexpr size_t kRoundKeys = 176;
-constexpr uint8_t kMark = 0xa5;  // of bytes that nobody has written
+constexpr uint8_t kMark = 0xa5;  // of bytes that have not been written
 
 constexpr Guarded::End kEnds[] = {Guarded::kFront, Guarded::kBack};
 
 // ---- Bytes ----------------------------------------------------------------------------------------------------------
 
-// Of the digits as the standards print them; blanks between them are ignored.
+// From digits as the standards print them; blanks between them are ignored.
 inline Bytes from_hex(std::string_view digits) {
   std::string packed;
   for (const char c : digits) {
@@ -99,7 +99,7 @@ constexpr BlockExample kBlockExamples[] = {
 
 // ---- Guarded buffers ------------------------------------------------------------------------------------------------
 
-// Bytes of which none can be written, nor any beside them read.
+// Read-only bytes; bytes outside them cannot be read.
 class Sealed : public Guarded {
  public:
   Sealed(const Bytes &content, End end) : Guarded(content, end) { protect(PROT_READ); }
@@ -109,9 +109,8 @@ inline Bytes content_of(const Guarded &guarded) { return {guarded.bytes(), guard
 
 // ---- The path -------------------------------------------------------------------------------------------------------
 
-// The path is chosen at the first use in a process, by what the processor says of itself. Each test has a process of
-// its own; where a test wants the portable path, the library is kept from learning of the AES instructions, and
-// chooses.
+// The path is chosen at the first use in a process, from the features that the processor reports. Each test has its own
+// process. For the portable path, a test hides the AES instructions from the library and lets it choose.
 
 // For 64-bit Arm: whether the interposed getauxval (path_test.cpp) names the instructions.
 inline std::atomic<bool> g_hides_instructions{false};
@@ -132,7 +131,7 @@ inline void order_portable_path() {
 
 inline void order_processors_path() { choose_path(); }
 
-// A test that is run on the portable path and on the processor's own, where it has one.
+// A test that runs on the portable path and, if there is one, on the processor's own.
 class OnEachPath : public testing::TestWithParam<const char *> {
  protected:
   OnEachPath() {

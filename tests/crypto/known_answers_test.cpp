@@ -130,8 +130,8 @@ TEST_P(AesMonteCarlo, HasThePublishedFirstValuesOfTheSubmission) {
   EXPECT_EQ(chain_1000(aes_decrypt_128, Bytes(16), Bytes(16), 10000), from_hex("44416ac2d1f53c583303917e6be9ebe0"));
 }
 
-// Ten counts, there and back: what 10 times 1000 encryptions have made, the same decryptions in reverse undo. All 100
-// counts are compared with libcrypto's, natively: here they would take minutes on an emulated processor.
+// Ten counts in both directions: decryptions in reverse order undo 10 times 1000 encryptions. All 100 counts are
+// compared with libcrypto's, natively: they would take minutes on an emulated processor.
 TEST_P(AesMonteCarlo, IsUndoneByDecryption) {
   Bytes key = from_hex("139a35422f1d61de3c91787fe0507afd");
   Bytes block = from_hex("b9145a768b7dc489a096b546f43b231f");

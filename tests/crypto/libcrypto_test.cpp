@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Comparisons with libcrypto, where its headers are: natively.
+// Comparisons with libcrypto, in native builds that find its headers.
 
 #include "crypto/fixture.h"
 
@@ -87,7 +87,7 @@ class PeerMac {
   EVP_MAC_CTX *context_;
 };
 
-// The first `tag_len` bytes of `whole`, and the bytes after them as they were.
+// The first `tag_len` bytes of `whole`, followed by unchanged bytes.
 void expect_tag(const Bytes &key, const Bytes &msg, uint8_t tag_len, const Bytes &whole) {
   Bytes tag(17, 0xA5);
   ASSERT_EQ(aes128_cmac_compute(key.data(), msg.data(), static_cast<uint32_t>(msg.size()), tag_len, tag.data()), 0);
@@ -153,7 +153,7 @@ TEST_P(CmacLibcrypto, AgreesForLengthsUpTo1100) {
     const Bytes msg = random.bytes(len);
     const Bytes whole = peer(key, msg);
     expect_tag(key, msg, 16, whole);
-    expect_tag(key, msg, static_cast<uint8_t>(len % 16 + 1), whole);  // each length of a tag with 68 lengths or more
+    expect_tag(key, msg, static_cast<uint8_t>(len % 16 + 1), whole);  // each tag length for at least 68 message lengths
   }
 }
 

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The memory that the portable path reads and writes, address by address: the same for every key and every block. Its
-// instructions are decoded as far as their addresses go.
+// The memory that the portable path reads and writes, address by address: the same for every key and every block. Only
+// the addresses of its instructions are decoded.
 
 #include <gtest/gtest.h>
 
@@ -24,7 +24,7 @@ constexpr int kRegisters[] = {REG_RAX, REG_RCX, REG_RDX, REG_RBX, REG_RSP, REG_R
                               REG_R8,  REG_R9,  REG_R10, REG_R11, REG_R12, REG_R13, REG_R14, REG_R15};
 
 struct Trace {
-  uint64_t way;       // a hash of the instructions' addresses in turn
+  uint64_t way;       // a hash of the sequence of instruction addresses
   uint64_t places;    // a hash of the addresses of their operands in memory
   uint64_t operands;  // in memory
 
@@ -48,8 +48,8 @@ bool has_operand_byte(const uint8_t *opcode, bool is_extended) {
 
 void mix(uint64_t &hash, uint64_t value) { hash = (hash ^ value) * 0x100000001B3; }
 
-// Notes the operand in memory of an instruction, where it has one. What is relative to the instruction pointer
-// follows from the instruction's own address.
+// Records the memory operand of an instruction, if it has one. The instruction's own address already determines an
+// operand that is relative to the instruction pointer.
 void note_step(const uint8_t *code, greg_t *registers) {
   mix(g_trace.way, std::bit_cast<uint64_t>(code));
   while (*code == 0x66 || *code == 0xF2 || *code == 0xF3) code++;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The choice between the portable path and the processor's own, and the two against each other.
+// The choice between the portable path and the processor's own, and a comparison of the two.
 
 #include <dlfcn.h>
 #include <sys/mman.h>
@@ -18,7 +18,7 @@ using namespace crypto_test;
 
 namespace {
 
-std::atomic<int> g_questions;  // of the library to the processor or to the system, about instructions
+std::atomic<int> g_questions;  // by the library to the processor or the system, about instructions
 
 }  // namespace
 
@@ -49,7 +49,7 @@ void use_everything() {
   aes128_cmac_compute(key, block, 16, 16, block);
 }
 
-// What the functions make of random input, one result after another.
+// The functions' results for random input, one after another.
 Bytes results() {
   Random random(40);
   Bytes results;
@@ -83,7 +83,7 @@ Bytes results() {
   return results;
 }
 
-// The same of a process that takes the portable path.
+// The same from a process that uses the portable path.
 Bytes portable_results(size_t size) {
   void *const shared = mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0);
   const pid_t child = fork();
@@ -108,7 +108,7 @@ Bytes portable_results(size_t size) {
 
 namespace {
 
-// Makes a call and returns how often the library asked meanwhile.
+// Makes a call and returns the number of the library's questions during it.
 int questions_in(const std::function<void()> &call) {
   g_questions = 0;
 #if defined(__x86_64__)
@@ -142,7 +142,7 @@ TEST(AesPath, IsNotAskedForByWhatDoesNotEncipher) {
 
 #endif
 
-// The two results of this process and of its child come from different paths, where the processor has one of its own.
+// The two results of this process and of its child come from different paths if the processor has its own.
 TEST(AesPath, GivesTheSameResultsAsTheOther) {
   constexpr size_t kSize = size_t{1000} * (176 + 9 * 16);
   const Bytes portable = portable_results(kSize);  // before this process has chosen

@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the library executes, instruction by instruction: which path it takes, and that the way does not depend on key
-// or data.
+// The instructions that the library executes: the chosen path, and that their sequence does not depend on key or data.
 
 #include <gtest/gtest.h>
 
@@ -21,7 +20,7 @@ namespace {
 struct Trace {
   uint64_t instructions;      // of the library
   uint64_t aes_instructions;  // AESENC, AESENCLAST, AESDEC, AESDECLAST, AESIMC
-  uint64_t way;               // a hash of their addresses in turn
+  uint64_t way;               // a hash of the sequence of their addresses
 };
 
 Trace g_trace;
@@ -112,7 +111,7 @@ void expect_processors_path() {
 }
 
 void expect_portable_path() {
-  for (const Function &function : std::span(kFunctions).first(3)) {  // the others are made of these
+  for (const Function &function : std::span(kFunctions).first(3)) {  // the others consist of these
     const Trace found = trace(function, Bytes(16), Bytes(192));
     EXPECT_GT(found.instructions, 100u) << function.name;
     EXPECT_EQ(found.aes_instructions, 0u) << function.name;
@@ -167,7 +166,7 @@ TEST_F(AesWay, IsTheSameForEveryKeyAndEveryMessage) {
   for (const Function &function : kFunctions) {
     SCOPED_TRACE(function.name);
     const Trace of_zeros = trace(function, Bytes(16), Bytes(192));
-    for (int i = 0; i < 4; i++) {  // the subkeys of four keys take the reduction or not in different ways
+    for (int i = 0; i < 4; i++) {  // the subkeys of four keys use the reduction in different ways
       const Bytes key = random.bytes(16);
       const Bytes bytes = random.bytes(192);
       EXPECT_EQ(trace(function, key, bytes).way, of_zeros.way);

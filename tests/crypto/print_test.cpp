@@ -65,7 +65,7 @@ constexpr struct {
     {4, "00010203 \n"},
     {5, "00010203 04\n"},
     {15, "00010203 04050607 08090a0b 0c0d0e\n"},
-    {16, "00010203 04050607 08090a0b 0c0d0e0f \n"},  // one line feed, and no prefix for a line that does not come
+    {16, "00010203 04050607 08090a0b 0c0d0e0f \n"},  // one line feed, and no prefix for a line that does not follow
     {17, "00010203 04050607 08090a0b 0c0d0e0f \n> 10\n"},
     {20, "00010203 04050607 08090a0b 0c0d0e0f \n> 10111213 \n"},
     {32, "00010203 04050607 08090a0b 0c0d0e0f \n> 10111213 14151617 18191a1b 1c1d1e1f \n"},
@@ -128,7 +128,7 @@ TEST(PrintHex, PrintsNothingForNoBytesOrFewer) {
   }
 }
 
-// Longer, too, than what the library's console printer takes at once: this is libc's.
+// Also longer than the limit of the library's console printer: this is libc's printf.
 TEST(PrintHex, PrintsAnyPrefixAsItIs) {
   std::vector<std::string> prefixes = {"", "\t", "100%s%n%d%%", "%s prefix"};
   for (const size_t size : {895u, 896u, 897u, 5000u}) prefixes.emplace_back(size, 'p');
@@ -167,7 +167,7 @@ TEST(PrintWords, PrintEveryByteAtEveryAddress) {
 
 // ---- Standard output ------------------------------------------------------------------------------------------------
 
-// libc's stream: what a program prints with it itself stands between.
+// libc's stream: a program's own output with it stays in order.
 TEST(PrintStream, KeepsTheOrderOfWhatIsPrintedAround) {
   const Bytes bytes = counted(20);
   Console console;
@@ -182,7 +182,7 @@ TEST(PrintStream, KeepsTheOrderOfWhatIsPrintedAround) {
             "a00010203 04050607 08090a0b 0c0d0e0f \n+10111213 \nb00010203 c00010203 04050607 08090a0b 0c0d0e0f \n");
 }
 
-// A buffered stream keeps it until the program flushes.
+// A buffered stream keeps the text until the program flushes.
 TEST(PrintStream, FlushesNothing) {
   const Bytes bytes = counted(20);
   FILE *const before = stdout;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// AES-128 and AES-CMAC a second time, written for nothing but likeness to the standards: bit by bit, without tables.
+// A second AES-128 and AES-CMAC, written only to follow the standards: bit by bit, without tables.
 #ifndef TARN_TESTS_CRYPTO_REFERENCE_H
 #define TARN_TESTS_CRYPTO_REFERENCE_H
 
@@ -169,7 +169,7 @@ struct Subkeys {
   Bytes l, k1, k2;
 };
 
-// RFC 4493, section 2.4. `cipher`: for long messages a faster one.
+// RFC 4493, section 2.4. `cipher`: a faster one for long messages.
 inline Bytes cmac(const Bytes &key, const Bytes &msg, const Bytes &rb = standard_rb(),
                   Bytes (*cipher)(const Bytes &w, const Bytes &in) = encrypt) {
   const Bytes w = expand_key(key);

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Calls one instruction at a time: the processor traps after each while its trace flag is set. On x86-64 only.
-// Instructions are not counted with sanitizers, which have checks of their own between them.
+// Instructions are not counted with sanitizers, which insert their own checks.
 #ifndef TARN_TESTS_CRYPTO_SINGLE_STEP_H
 #define TARN_TESTS_CRYPTO_SINGLE_STEP_H
 
@@ -24,7 +24,7 @@
 
 namespace crypto_test {
 
-// What is done before an instruction of the library: its code, and the registers, which may be changed.
+// Called before an instruction of the library, with its code and the registers, which it may change.
 using BeforeStep = void (*)(const uint8_t *code, greg_t *registers);
 
 inline BeforeStep g_before_step;
@@ -50,7 +50,7 @@ inline void run_in_steps(BeforeStep before_step, const std::function<void()> &ca
 // Bits of ECX of CPUID's leaf 1 that run_with_hidden_features takes for 0.
 inline unsigned g_hidden_features;
 
-// Runs a call on a processor that does not have some of its features, as far as the library can see.
+// Runs a call on a processor that, to the library, lacks some of its features.
 inline void run_with_hidden_features(unsigned features, const std::function<void()> &call) {
   g_hidden_features = features;
   run_in_steps(

@@ -18,7 +18,7 @@
 
 namespace {
 
-// What a cancelled thread left done.
+// Marks of the clean-up of a cancelled thread.
 struct Traces {
   std::atomic<bool> is_about_to_wait{false};
   std::atomic<bool> was_destroyed{false};
@@ -50,10 +50,10 @@ struct Wait {
   std::function<void()> (*make)();
 };
 
-constexpr uint32_t kLong = 4000000;  // of ms or of microseconds: nobody waits for its end
+constexpr uint32_t kLong = 4000000;  // ms or microseconds: no test waits so long
 constexpr uint32_t kMessageSize = 8;
 
-// A queue without messages, or with as many as it holds. Nothing is left of it in the system.
+// A queue without messages, or with as many as it holds. Removed from the system at the end.
 long make_queue(bool is_full) {
   const std::string name = "tarn-cancel-" + std::to_string(getpid());
   long queue = -1;
@@ -86,7 +86,7 @@ std::function<void()> wait_for_semaphore() {
   return [] { mu_sem_wait(sem, timeout_ms); };
 }
 
-// From a pipe whose other end says nothing.
+// From a pipe whose other end never writes.
 std::function<void()> read_pipe() {
   int ends[2];
   EXPECT_EQ(pipe2(ends, O_CLOEXEC), 0);
@@ -111,7 +111,7 @@ INSTANTIATE_TEST_SUITE_P(
 
 }  // namespace
 
-// A thread that is not there yet when it is cancelled is cancelled as soon as it waits.
+// A thread that does not wait yet when it is cancelled ends as soon as it waits.
 TEST_P(CancelledIn, RunsDestructorsAndCleanupHandlers) {
   Traces traces;
   traces.wait = GetParam().make();

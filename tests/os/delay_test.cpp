@@ -51,7 +51,7 @@ struct Row {
 
 TEST(OsDelay, WaitsInOneSelectWithoutDescriptors) {
   constexpr Row kRows[] = {
-      {0, 0, 0},  // makes the call too
+      {0, 0, 0},  // also makes the call
       {1, 0, 1},       {999999, 0, 999999},        {1000000, 1, 0},
       {1000001, 1, 1}, {2147483648, 2147, 483648}, {4294967295, 4294, 967295},
   };

@@ -55,7 +55,7 @@ class OsFile : public testing::Test {
   Sandbox sandbox_;
 };
 
-// What the kernel says to a length that is more than any file.
+// The kernel's error for a length above any file size.
 void expect_impossible(long result) {
   EXPECT_EQ(result, -1);
   EXPECT_TRUE(errno == EINVAL || errno == EFAULT) << errno;
@@ -133,7 +133,7 @@ TEST_F(OsFile, WriteGivesTheCount) {
   EXPECT_EQ(content(name), std::string("abc\0def", 7));
 }
 
-// Widened with its sign, a negative length is far more than any file; taken as 32 bits it would read the ten bytes.
+// Widened with its sign, a negative length is far above any file size; as 32 bits it would read the ten bytes.
 TEST_F(OsFile, NegativeLengthsAreRejectedByTheSystem) {
   const Quiet quiet;
   const std::string name = make("ten", "0123456789");
@@ -314,7 +314,7 @@ TEST_F(OsFile, CopyEndsAtAReadErrorAsSuccess) {
   EXPECT_EQ(content(path("destination")), "");
 }
 
-// Every write to /dev/full fails for want of space.
+// Every write to /dev/full fails with ENOSPC.
 TEST_F(OsFile, CopyDoesNotDetectWriteErrors) {
   if (access("/dev/full", W_OK) != 0) GTEST_SKIP() << "this system has no /dev/full";
   const std::string source = make("source", std::string(100000, 'x'));

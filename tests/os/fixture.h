@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of the OS layer share: threads that wait, a check that nothing is printed, memory that has been in
-// use.
+// Shared by the tests of the OS layer: threads that wait, a check that nothing is printed, memory with old data.
 #ifndef TARN_TESTS_OS_FIXTURE_H
 #define TARN_TESTS_OS_FIXTURE_H
 
@@ -44,8 +43,8 @@ inline void *dirty_block(size_t size) {
   return block;
 }
 
-// A thread that calls something that may wait. What should happen and does not is a failure after a while, far beyond
-// what a busy machine takes.
+// A thread that calls something that may wait. An event that does not occur is a failure after a time limit, far above
+// the delays of a busy machine.
 class Waiter {
  public:
   explicit Waiter(std::function<void()> body)
@@ -66,10 +65,10 @@ class Waiter {
   }
 
   // Sends SIGUSR1 whenever the thread sleeps, until its body ends: true. The thread may be seen asleep elsewhere, so
-  // one signal need not meet the wait; a wait that is resumed meets many, and the result is false.
+  // one signal may miss the wait. A wait that resumes is hit many times, and the result is false.
   bool ends_by_a_signal() {
     struct sigaction action = {};
-    action.sa_handler = [](int) {};  // and without SA_RESTART
+    action.sa_handler = [](int) {};  // without SA_RESTART
     sigaction(SIGUSR1, &action, nullptr);
     for (int signals = 0; signals < 1000 && sleeps(); signals++) pthread_kill(thread_.native_handle(), SIGUSR1);
     return done_;
@@ -79,7 +78,7 @@ class Waiter {
     if (!thread_.joinable()) return;
     if (!until([this] { return done_.load(); })) {
       fprintf(stderr, "a thread never comes out of its wait\n");
-      _exit(EXIT_FAILURE);  // it uses what this test would destroy
+      _exit(EXIT_FAILURE);  // it uses objects that this test would destroy
     }
     thread_.join();
   }

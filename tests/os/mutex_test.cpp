@@ -25,7 +25,7 @@ int trylock_from_another_thread(mu_mutex_t mutex) {
   return result;
 }
 
-// That a second thread sleeps in `lock` until the holder's `unlock`. One that spins never sleeps.
+// Checks that a second thread sleeps in `lock` until the holder's `unlock`. A spinning thread never sleeps.
 void expect_a_waiter_to_sleep(mu_mutex_t mutex, void (*lock)(mu_mutex_t), void (*unlock)(mu_mutex_t)) {
   lock(mutex);
   std::atomic<bool> released{false};

@@ -80,7 +80,7 @@ TEST(OsDoDiv, DividesUnsigned64By32BitsWithoutTrapping) {
       {UINT64_MAX, 0xFFFFFFFF, 0x100000001, 0},                  // 2^64 - 1 = (2^32 - 1) (2^32 + 1)
       {0xFFFFFFFE00000000, 0xFFFFFFFF, 0xFFFFFFFE, 0xFFFFFFFE},  // the largest remainder
       {0x123456789ABCDEF0, 0x80000000, 0x2468ACF1, 0x1ABCDEF0},
-      // A zero divisor: quotient 0, and the dividend's low half is left.
+      // A zero divisor: quotient 0, and the dividend's low half as remainder.
       {4294967301, 0, 0, 5},
       {0, 0, 0, 0},
       {UINT64_MAX, 0, 0, 0xFFFFFFFF},
@@ -94,6 +94,6 @@ TEST(OsDoDiv, DividesUnsigned64By32BitsWithoutTrapping) {
     OS_DO_DIV(row.dividend, row.divisor, &quotient, &remainder[0]);
     EXPECT_EQ(quotient, row.quotient);
     EXPECT_EQ(remainder[0], row.remainder);
-    EXPECT_EQ(remainder[1], 0x55555555u);  // 32 bits are stored, no more
+    EXPECT_EQ(remainder[1], 0x55555555u);  // only 32 bits are stored
   }
 }

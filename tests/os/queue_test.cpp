@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Message queues: how they are opened, and what comes through them.
+// Message queues: how they are opened, and the messages that they carry.
 
 #include <fcntl.h>
 #include <mqueue.h>
@@ -22,7 +22,7 @@ namespace {
 constexpr long kUntouched = 0x1122334455667788;
 constexpr uint32_t kMessageSize = 32;
 
-// What the library asks the system for; nothing is opened.
+// The library's requests to the system; nothing is opened.
 struct Opened {
   std::string name;
   int flags = -1;
@@ -46,7 +46,7 @@ class OpenWatch {
   Replace<mqd_t(const char *, int, mode_t, mq_attr *)> mq_open_;
 };
 
-// A queue of the system's own, for this process only, gone with the test.
+// A real queue with a name of this process, removed at the end of the test.
 class OsQueue : public testing::Test {
  protected:
   void SetUp() override {
@@ -90,7 +90,7 @@ class OsQueue : public testing::Test {
 
 }  // namespace
 
-// ---- What the system is asked for -----------------------------------------------------------------------------------
+// ---- The requests to the system ------------------------------------------------------------------------------------
 
 TEST(OsQueueCreate, OpensOrCreatesForReadingAndWritingWithMode0770) {
   const OpenWatch watch(5);
@@ -161,7 +161,7 @@ TEST(OsQueueCreate, AFailureLeavesTheDescriptorUntouched) {
   EXPECT_EQ(queue, kUntouched);
 }
 
-// A daemon with its standard input closed gets it.
+// In a daemon that closed its standard input, a queue can have descriptor 0.
 TEST(OsQueueCreate, DescriptorZeroIsNotAFailure) {
   const OpenWatch watch(0);
   long queue = kUntouched;
@@ -208,7 +208,7 @@ TEST_F(OsQueue, IsTheSystemsQueueOfThatNameAndBlocks) {
   expect_sizes(own, 3, 16);
   mq_close(own);
   expect_sizes(queue, 3, 16);
-  EXPECT_EQ(attributes_of(queue).mq_flags, 0);  // O_NONBLOCK among them
+  EXPECT_EQ(attributes_of(queue).mq_flags, 0);  // which include O_NONBLOCK
   OS_QUEUE_DELETE(queue);
 }
 
@@ -258,7 +258,7 @@ TEST_F(OsQueue, GetRefusesNullAndLeavesTheMessage) {
   OS_QUEUE_DELETE(queue);
 }
 
-// Measured against the queue's message size, not against the message at hand.
+// Compared with the queue's message size, not with the size of the message.
 TEST_F(OsQueue, GetFailsWithABufferShorterThanTheQueuesMessages) {
   const Quiet quiet;
   const long queue = create();

@@ -20,7 +20,7 @@ static_assert(std::is_same_v<decltype(&OS_SEM_WAIT), void (*)(mu_sem_t, int)>);
 
 namespace {
 
-// The system's semaphore of a handle, learned from a timed wait on it that takes nothing.
+// The system's semaphore of a handle, obtained from a timed wait that does not take it.
 sem_t *system_semaphore(mu_sem_t sem) {
   sem_t *seen = nullptr;
   Replace timed_wait(libc::sem_timedwait, [&](sem_t *waited_for, const timespec *) {
@@ -43,7 +43,7 @@ void post_null() {
   OS_SEM_POST(nullptr);
 }
 
-// One timed wait as the system sees it: the answers that it gives in turn, and the deadlines that it is asked for.
+// One timed wait as the system sees it: its successive answers, and the deadlines of the calls.
 class ScriptedTimedWait {
  public:
   // Each answer is 0 for a taken semaphore, or an errno.
@@ -107,7 +107,7 @@ TEST_F(OsSemaphore, CreateDoesNotCheckWhetherTheSystemTookTheCount) {
   }
 }
 
-// libc keeps in the semaphore whether processes share it.
+// libc stores in the semaphore whether processes share it.
 TEST_F(OsSemaphore, IsPrivateToTheProcess) {
   Replace dirty(libc::malloc, dirty_block);
   sem_t own[2];
@@ -263,7 +263,7 @@ TEST_F(OsSemaphore, ATimedWaitTakesOneThatIsThere) {
   EXPECT_EQ(count_of(sem_), 0);
 }
 
-// The wall clock that the library reads is far behind the system's own, so each deadline has passed.
+// The wall clock that the library reads is far earlier than the system's, so each deadline has passed.
 TEST_F(OsSemaphore, ADeadlineThatHasPassedDoesNotWait) {
   Replace old_clock(libc::gettimeofday, [](timeval *now, void *) {
     *now = {100000000, 0};

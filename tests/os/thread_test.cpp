@@ -53,7 +53,7 @@ struct Attributes {
   }
 };
 
-// Refuses every thread, and notes with which attributes it was asked for. An implementation may write to the handle.
+// Refuses every thread, and records the requested attributes. An implementation may write to the handle.
 class RefusedThreads {
  public:
   int count() const { return count_; }
@@ -80,7 +80,7 @@ Attributes attributes_for(uint32_t stack_size, int priority = 0, uint32_t flags 
   return refused.last();
 }
 
-// A thread that gives its argument back, joined.
+// A thread that returns its argument, joined.
 void expect_a_thread(uint32_t stack_size) {
   int value = 0;
   pthread_t thread = kUntouched;

@@ -72,7 +72,7 @@ TEST_F(MuFile, FailuresPassThrough) {
   EXPECT_FALSE(std::filesystem::exists(path("copy")));
 }
 
-// Passed down as a signed number, such a length is negative: an impossible request.
+// As a signed number, such a length is negative: an impossible request.
 TEST_F(MuFile, ALengthAbove31BitsFails) {
   const std::string file = make("ten", "0123456789");
   const int both = open_file(file, O_RDWR);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of the wrappers share.
+// Shared by the tests of the wrappers.
 #ifndef TARN_TESTS_PLATFORM_FIXTURE_H
 #define TARN_TESTS_PLATFORM_FIXTURE_H
 
@@ -20,7 +20,7 @@ inline int from_another_thread(const std::function<int()> &call) {
   return result;
 }
 
-// Expects that an init call whose memory runs out stores a null handle and gives 1.
+// Expects that an init call whose memory runs out stores a null handle and returns 1.
 template <typename Handle, typename Init>
 void expect_null_without_memory(Init init) {
   const Quiet quiet;

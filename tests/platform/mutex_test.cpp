@@ -50,7 +50,7 @@ TEST(MuMutex, ANullHandleGivesOneFromTheLocksAndZeroFromTheRest) {
   const Quiet quiet;
   EXPECT_EQ(mu_mutex_lock(nullptr), 1);
   EXPECT_EQ(mu_mutex_trylock(nullptr), 1);
-  EXPECT_EQ(OS_MUTEX_TRYLOCK(nullptr), -1);  // the layer below differs
+  EXPECT_EQ(OS_MUTEX_TRYLOCK(nullptr), -1);  // the OS layer differs
   EXPECT_EQ(mu_mutex_unlock(nullptr), 0);
   EXPECT_EQ(mu_mutex_destroy(nullptr), 0);
 }

@@ -16,7 +16,7 @@ TEST(MuDiv, Divides) {
   } kRows[] = {
       {1000000000007, 10, 100000000000, 7},
       {UINT64_MAX, 0xFFFFFFFF, 0x100000001, 0},
-      {4294967301, 0, 0, 5},  // a zero divisor leaves the low half
+      {4294967301, 0, 0, 5},  // zero divisor: the low half is the remainder
   };
   for (const auto &row : kRows) {
     SCOPED_TRACE(row.dividend);

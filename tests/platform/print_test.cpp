@@ -17,7 +17,7 @@ static_assert(MU_PRINTF_SIZE == 896);
 
 namespace {
 
-// Puts a file with a buffer of the given mode in the place of standard output.
+// Replaces standard output with a file that has a buffer of the given mode.
 class OutputFile {
  public:
   explicit OutputFile(int buffering) : before_(stdout), file_(tmpfile()) {
@@ -70,7 +70,7 @@ TEST(MuPrintf, TheFormattedTextIsNotAFormat) {
   EXPECT_EQ(console.take(), "100%s%n%d %d");
 }
 
-// The buffer is printed as text, which a NUL ends.
+// The buffer is printed as text, so a NUL ends it.
 TEST(MuPrintf, ANulEndsTheText) {
   Console console;
   mu_printf("ab%ccd", '\0');

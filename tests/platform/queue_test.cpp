@@ -55,7 +55,7 @@ TEST(MuQueueCreate, DropsItsFifthArgument) {
   }
 }
 
-// A daemon with its standard input closed gets it.
+// In a daemon that closed its standard input, a queue can have descriptor 0.
 TEST(MuQueueCreate, DescriptorZeroIsNotAFailure) {
   Replace open(libc::mq_open, [](const char *, int, mode_t, mq_attr *) { return 0; });
   long queue = -7;
@@ -87,7 +87,7 @@ TEST_F(MuQueue, SendsAndReceives) {
   EXPECT_EQ(mu_queue_get(queue, buffer, 16, &length, 0), 0);
   EXPECT_EQ(std::string(buffer, length), "hello");
   EXPECT_EQ(mu_queue_delete(queue), 0);
-  EXPECT_EQ(mu_queue_delete(queue), 0);  // closed already: 0 all the same
+  EXPECT_EQ(mu_queue_delete(queue), 0);  // already closed, still 0
   EXPECT_EQ(mu_queue_put(queue, "hello", 5), -1);
 }
 

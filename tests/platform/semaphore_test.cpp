@@ -19,7 +19,7 @@ static_assert(std::is_same_v<decltype(&mu_sem_destroy), int (*)(mu_sem_t)>);
 
 namespace {
 
-// The semaphore's count, read from the system's semaphore that a timed wait is for.
+// The count of the system's semaphore, which a timed wait reveals.
 int count_of(mu_sem_t sem) {
   int count = -1;
   Replace timed_wait(libc::sem_timedwait,
@@ -114,7 +114,7 @@ TEST(MuSem, ANullHandleMayBeWaitedOnAndDestroyed) {
   const Quiet quiet;
   for (const int timeout : {0, -1, 10, INT_MIN}) EXPECT_EQ(mu_sem_wait(nullptr, timeout), 0) << timeout;
   EXPECT_EQ(mu_sem_destroy(nullptr), 0);
-  EXPECT_EQ(OS_SEM_DESTROY(nullptr), -1);  // dropped on the way
+  EXPECT_EQ(OS_SEM_DESTROY(nullptr), -1);  // this result is not passed on
 }
 
 TEST(MuSem, PostHandsNullOnUnchecked) { EXPECT_DEATH(post_null(), ""); }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Appends of fields of every size: what they write, seal, index and save, and what they need.
+// Appends of fields of every size: what they write, seal, index and save, and the space that they need.
 
 #include "startup_cfg/fixture.h"
 #include "support/heap.h"
@@ -73,7 +73,7 @@ TEST(TlvAppend, IsRefusedWhereTheRecordAreaDoesNotFit) {
       store->max_size = static_cast<uint32_t>(max_size);
       Console console;
       EXPECT_EQ(writer.write(store.inst(), kNew, kValue), -1);
-      // The writers of numbers are silent.
+      // The writers of numbers print nothing.
       EXPECT_EQ(console.take(),
                 writer.size == 8 ? "new cfg len 43 > max len " + std::to_string(max_size) + " \n" : std::string());
       EXPECT_EQ(store.bytes(), image);
@@ -83,7 +83,7 @@ TEST(TlvAppend, IsRefusedWhereTheRecordAreaDoesNotFit) {
   }
 }
 
-// tlv_load measures the whole image, so one that no load takes is written and saved.
+// The limit of tlv_load applies to the whole image, so an image that no load accepts is written and saved.
 TEST(TlvAppend, ThatFitsOnlyWithItsRecordAreaIsSavedUnsealed) {
   for (const Writer &writer : kWriters) {
     for (const size_t over : {1u, 16u}) {  // bytes of the image after max_size
@@ -169,7 +169,7 @@ TEST(TlvAppend, ReportsNoLackOfMemory) {
   }
 }
 
-// It sets the checksum to 0, which says "not yet computed".
+// It sets the checksum to 0, which means "not yet computed".
 TEST(TlvAppend, SealsADamagedImage) {
   for (const Writer &writer : kWriters) {
     SCOPED_TRACE(writer.name);

@@ -20,7 +20,7 @@ Bytes with_records(const Bytes &records, uint32_t cfg_len) {
 
 Bytes with_records(const Bytes &records) { return with_records(records, static_cast<uint32_t>(records.size())); }
 
-// The walk over a block of exactly the image's size.
+// The check of the records, in a block of exactly the image's size.
 int32_t field_check(const Bytes &image) { return tlv_field_check(Guarded(image).bytes()); }
 
 }  // namespace
@@ -69,7 +69,7 @@ TEST(TlvCrcCheck, CoversHeaderAndRecordsAndNothingAfterThem) {
   }
 }
 
-// cfg_len 0xFFFFFFF0 + k makes k bytes: only so many count, `crc` as zero among them.
+// cfg_len 0xFFFFFFF0 + k makes k bytes: only these count, including `crc` as zero.
 TEST(TlvCrcCheck, FormsTheLengthIn32Bits) {
   for (uint32_t bytes = 0; bytes < 16; bytes++) {
     SCOPED_TRACE(bytes);
@@ -244,7 +244,7 @@ TEST(TlvCheck, SealsAnImageWhoseChecksumIsZeroAndNothingAfterIt) {
 TEST(TlvCheck, RefusesBadRecordsAfterTheWalksOwnMessage) {
   const std::pair<Bytes, const char *> rows[] = {
       {{0, 1, 0, 3, 9, 9}, "\r\n Cfg len doesn't mach.\r\n Startup-cfg field check failed."},
-      // The type is the same number in either order.
+      // The type is the same number in both byte orders.
       {{1, 1, 0, 0}, "\r\n The max len of field(257) is 0.\r\n Startup-cfg field check failed."}};
   for (const auto &[records, message] : rows) {
     Bytes image = with_records(records);
@@ -268,8 +268,8 @@ TEST(TlvCheck, SettlesTheChecksumBeforeItWalksTheRecords) {
   }
 }
 
-// 0x8473 + 0x9458 folds to 0x18CC; with a version of 0xE733 the sum is 0xFFFF and the checksum 0, which says "not yet
-// computed": such an image passes whatever happens to it, and is sealed anew.
+// 0x8473 + 0x9458 folds to 0x18CC; with a version of 0xE733 the sum is 0xFFFF and the checksum 0, which means "not yet
+// computed": such an image passes even if damaged, and is sealed anew.
 TEST(TlvCheck, TakesAChecksumThatComesOutAsZeroForNotYetComputed) {
   Bytes image = build({}, {0, 0, 0xE733});
   ASSERT_EQ(get(image, 4, 2), 0u);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The checksum of an image: values worked by hand, sums that wrap, and the plain loop of RFC 1071.
+// The checksum of an image: values computed by hand, sums that wrap, and the plain loop of RFC 1071.
 
 #include "startup_cfg/fixture.h"
 #include "support/random.h"
@@ -126,8 +126,8 @@ uint8_t filler(Fill fill, size_t at, Random &random) {
   return 0;
 }
 
-// For `size` bytes at the end of a heap block, `alignment` bytes after a multiple of 16. What stands before them is
-// neither all ones nor all zeros, so that reading it shows.
+// For `size` bytes at the end of a heap block, `alignment` bytes after a multiple of 16. The bytes before them are
+// neither all ones nor all zeros, so a read of them has an effect.
 void expect_agreement(size_t size, size_t alignment, Fill fill, Random &random) {
   const std::unique_ptr<uint8_t[]> block(new uint8_t[alignment + size]);
   memset(block.get(), 0x3C, alignment);

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Damaged images, in blocks of exactly their size: whatever they hold, they are judged as stated and nothing after them
-// is touched.
+// Damaged images, in blocks of exactly their size: for any content the result is as documented, and nothing after them
+// is accessed.
 
 #include "startup_cfg/fixture.h"
 #include "support/random.h"
@@ -16,7 +16,7 @@ const Records kRecords = {{0x0102, {0x11}}, {0x0304, {0x22, 0x33}}, {0x0506, {0x
 const Header kHeader = {0x51, 0x52, 0x53545556};
 const std::vector<size_t> kRecordsAt = {16, 21, 27};
 
-// ---- What is stated -------------------------------------------------------------------------------------------------
+// ---- The documented result ------------------------------------------------------------------------------------------
 
 struct Judgement {
   int32_t result;  // the number of records, or -1
@@ -39,7 +39,7 @@ Judgement judge_check(Bytes image) {
   return {static_cast<int32_t>(walked.at.size()), "", image, walked.at};
 }
 
-// tlv_load into all of the block.
+// tlv_load with the whole block.
 Judgement judge_load(Bytes image) {
   if (get(image, 0, 4) != TLV_MAGIC) {
     std::copy(kBlank.begin(), kBlank.end(), image.begin());
@@ -72,7 +72,7 @@ void expect_reload(const Bytes &good, const Bytes &damaged, Console &console) {
   ASSERT_EQ(store.index(), stated.result < 0 ? kRecordsAt : stated.at);
 }
 
-// tlv_check, tlv_crc_check and tlv_field_check themselves; they trust cfg_len, so it must lie inside.
+// tlv_check, tlv_crc_check and tlv_field_check themselves; they trust cfg_len, so it must be inside the block.
 void expect_checks(const Bytes &image, Console &console) {
   if (get(image, 0, 4) != TLV_MAGIC || image_size(image) > image.size()) return;
   const Judgement stated = judge_check(image);
@@ -116,8 +116,9 @@ TEST(TlvDamage, IsJudgedForEveryValueOfEveryByte) {
 }
 
 TEST(TlvDamage, NeverPassesWithOneOtherByte) {
-  // Said without the reference: neither byte of the checksum is 0, and a byte's change moves the sum by less than
-  // 65535 either way, so it shows. A shorter length drops bytes as well: rejected here by chance of 65534 in 65535.
+  // Without the reference: neither byte of the checksum is 0, and a changed byte moves the sum by less than 65535
+  // either way, so the checksum differs. A shorter length drops bytes as well: rejected here by chance of 65534 in
+  // 65535.
   const Bytes good = build(kRecords, kHeader);
   ASSERT_NE(good[4], 0);
   ASSERT_NE(good[5], 0);
@@ -190,7 +191,7 @@ TEST(TlvTruncated, LoadsOnlyAtARecordsEndWithLengthAndChecksumPutBack) {
 }
 
 TEST(TlvTruncated, IsJudgedWithZerosForTheRest) {
-  // What an erased or half-written medium gives.
+  // The content of an erased or half-written medium.
   const Bytes good = build(kRecords, kHeader);
   Console console;
   for (size_t size = 0; size < good.size(); size++) {
@@ -210,12 +211,12 @@ Records random_records(Random &random) {
   for (Record &record : records) {
     record.type = static_cast<uint16_t>(random.number());
     record.value = Bytes(1 + random.below(9));
-    for (uint8_t &byte : record.value) byte = static_cast<uint8_t>(random.below(4));  // bytes that could be heads
+    for (uint8_t &byte : record.value) byte = static_cast<uint8_t>(random.below(4));  // bytes of a possible head
   }
   return records;
 }
 
-// Changes lengths more often than values: they steer the walk.
+// Changes lengths more often than values: they control the walk.
 void mutate(Bytes &image, Random &random) {
   const Walk heads = walk(image);
   const auto some_head = [&] { return heads.at[random.below(heads.at.size())]; };
@@ -254,7 +255,7 @@ TEST(TlvDamage, IsJudgedAfterRandomDamageWithTheChecksumPutBack) {
     no_length += stated.message.find("is 0.") != std::string::npos;
     overrun += stated.message.find("mach") != std::string::npos;
   }
-  // The damage reaches the walk, and each of its ends.
+  // The damage reaches the walk, and each way that it ends.
   EXPECT_GT(loaded, 500 / kThinning);
   EXPECT_GT(no_length, 500 / kThinning);
   EXPECT_GT(overrun, 500 / kThinning);
@@ -277,7 +278,7 @@ TEST(TlvDamage, OfNoiseAfterTheMagicIsJudged) {
 // ---- Reads and writes over what loads -------------------------------------------------------------------------------
 
 TEST(TlvDamage, IsReadAndWrittenInsideItsBlockWhereItLoads) {
-  // An append may end 16 bytes after max_size, so the block has these.
+  // An append may end 16 bytes after max_size, so the block includes them.
   Random random(1073);
   Console console;
   for (int round = 0; round < 4000; round++) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of the startup configuration share.
+// Shared by the tests of the startup configuration.
 #ifndef TARN_TESTS_STARTUP_CFG_FIXTURE_H
 #define TARN_TESTS_STARTUP_CFG_FIXTURE_H
 
@@ -39,7 +39,7 @@ struct Save {
   Bytes bytes;
 };
 
-// What the save function was given, the bytes as they were at that time.
+// The arguments of the save function, with the bytes at that time.
 inline std::vector<Save> saves;
 
 inline int32_t record_save(const uint8_t *base, uint32_t size) {
@@ -84,7 +84,7 @@ class Store {
   tlv_inst *const inst_;
 };
 
-// The save function got the first `size` bytes as they are now, once.
+// The save function received the first `size` bytes in their current state, once.
 inline void expect_saved(const Store &store, size_t size) {
   ASSERT_EQ(saves.size(), 1u);
   EXPECT_EQ(saves[0].base, store.data());
@@ -92,7 +92,7 @@ inline void expect_saved(const Store &store, size_t size) {
   saves.clear();
 }
 
-// The sizes of the blocks that the library asks for meanwhile.
+// The sizes of the blocks that the library requests during a call.
 template <typename Body>
 std::vector<size_t> asked_sizes(const Body &body) {
   std::vector<size_t> asked;

@@ -104,7 +104,7 @@ TEST_F(TlvInstDuplicate, CopiesTheImageAndTheIndexButNotTheSaveFunction) {
 
 TEST_F(TlvInstDuplicate, KeepsTheMaxSizeOfItsSource) {
   Duplicate copy;
-  // Index, image and instance, in this order: the image's buffer has no room for more.
+  // Index, image and instance, in this order: the image's buffer has room only for the image.
   EXPECT_EQ(asked_sizes([&] { copy.reset(tlv_inst_duplicate(source_.inst())); }),
             (std::vector<size_t>{3 * sizeof(void *), image_.size(), sizeof(tlv_inst)}));
   ASSERT_NE(copy, nullptr);

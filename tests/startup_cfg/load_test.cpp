@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Loading: blank images, the index, and what a refusal leaves.
+// Loading: blank images, the index, and the state after a refusal.
 
 #include "startup_cfg/fixture.h"
 #include "support/heap.h"
@@ -76,7 +76,7 @@ TEST(TlvLoadBlank, LoadsABlankImageAsItIsInSixteenBytesAndNotInFifteen) {
 
 TEST(TlvLoadIndex, PointsAtEachRecordInImageOrder) {
   const Bytes image = build(kThree, {1, 2, 3});
-  const Store store(image, 1000);  // the block ends with the image, though the instance has more
+  const Store store(image, 1000);  // the block ends with the image, although max_size is larger
   Console console;
   EXPECT_EQ(asked_sizes([&] { EXPECT_EQ(store.load(), 0); }), std::vector<size_t>{24});  // 8 bytes a record
   EXPECT_EQ(console.take(), "");
@@ -135,7 +135,7 @@ TEST(TlvLoadIndex, WhoseAllocationFailsLeavesTheInstanceUnloaded) {
   }
   EXPECT_EQ(console.take(), "");
   EXPECT_TRUE(store.is_unloaded());
-  EXPECT_EQ(heap.live(), 0u);  // the old one is freed before
+  EXPECT_EQ(heap.live(), 0u);  // the old one is freed first
   EXPECT_EQ(store.bytes(), image);
   EXPECT_EQ(store.load(), 0);
   EXPECT_EQ(store.index(), kThreeAt);

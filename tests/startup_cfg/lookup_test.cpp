@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The look-up of fields, by the readers and writers that need it, and what they ask first.
+// The look-up of fields, by the readers and writers that need it, and their first checks.
 
 #include "startup_cfg/fixture.h"
 

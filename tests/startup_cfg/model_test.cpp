@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Long random sequences of operations, each step held against a model that keeps a list of records and builds the image
-// from it anew.
+// Long random sequences of operations, each step compared with a model that keeps a list of records and builds the
+// image from it anew.
 
 #include "startup_cfg/fixture.h"
 #include "support/random.h"
@@ -18,7 +18,7 @@ struct Step {
   bool saves_image = false;
 };
 
-// What is stated, without resizes.
+// The documented behaviour, without resizes.
 class Model {
  public:
   Model(const Bytes &buffer, size_t max_size) : buffer_(buffer), max_size_(max_size) {}
@@ -28,7 +28,7 @@ class Model {
     if (!sealed_) put(image, 4, 2, 0);
     return image;
   }
-  Bytes buffer() const {  // bytes that no image has reached are as they were
+  Bytes buffer() const {  // bytes that no image has reached do not change
     const Bytes now = image();
     Bytes buffer = buffer_;
     std::copy(now.begin(), now.end(), buffer.begin());

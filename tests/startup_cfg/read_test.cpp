@@ -69,7 +69,7 @@ using TlvReadBuffer = TlvRead;
 
 }  // namespace
 
-// ---- What all share -------------------------------------------------------------------------------------------------
+// ---- All readers ----------------------------------------------------------------------------------------------------
 
 TEST_F(TlvRead, ChecksItsArgumentsInOrder) {
   const Store unloaded(image_);
@@ -152,7 +152,7 @@ TEST_F(TlvRead, NamesLengthAndTypeOfAFieldOfAnotherSize) {
 }
 
 TEST_F(TlvRead, TakesACharOfARecordWithoutLength) {
-  // "At most 1": no load lets such a record through, but the image may change under the index.
+  // "At most 1": no load accepts such a record, but the image may change after it was indexed.
   store_.data()[16 + 3] = 0;
   Console console;
   uint8_t value = 0;

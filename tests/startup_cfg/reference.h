@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A second maker of startup configuration images, written from their layout without the library.
+// A second generator of startup configuration images, written from their layout without the library.
 #ifndef TARN_TESTS_STARTUP_CFG_REFERENCE_H
 #define TARN_TESTS_STARTUP_CFG_REFERENCE_H
 
@@ -52,7 +52,7 @@ inline void seal(Bytes &image, size_t size) {
 }
 inline void seal(Bytes &image) { seal(image, image_size(image)); }
 
-// With a checksum of 0, which says "not yet computed".
+// With a checksum of 0, which means "not yet computed".
 inline Bytes unsealed(Bytes image) {
   put(image, 4, 2, 0);
   return image;

@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // Resizes in images of 64 KiB and more, where the 16-bit size of the tail and the two halves of cfg_len show.
-// Deliberate, each of them: see write_buffer_resize_test.cpp.
+// All of them are deliberate: see write_buffer_resize_test.cpp.
 
 #include "startup_cfg/fixture.h"
 
@@ -78,7 +78,7 @@ TEST(TlvResizeLarge, WritesTheUpperHalfOfALengthThatFallsBelow64KiB) {
   ASSERT_EQ(store.load(), 0);
   EXPECT_EQ(tlv_write_buffer(store.inst(), 1, 8, 8, kData), 0);
   Bytes expected = build({{1, Bytes(kData, kData + 8)}, {2, tail}});
-  expected.insert(expected.end(), before.end() - 16, before.end());  // left behind
+  expected.insert(expected.end(), before.end() - 16, before.end());  // left over
   put(expected, 8, 4, 8);
   seal(expected, 0x10008 + 16);
   EXPECT_EQ(store.bytes(), expected);

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Deliberate: a buffer field that is rewritten with another max_len is resized in place, in a form that most often
-// leaves an image that does not load. Every byte of it is promised.
+// Deliberate: a buffer field that is rewritten with another max_len is resized in place, and in most cases the
+// resulting image does not load. Every byte of it is part of the contract.
 
 #include "startup_cfg/fixture.h"
 #include "support/heap.h"
@@ -38,19 +38,19 @@ struct Row {
   const char *why;
   uint32_t max_len;
   int32_t len;
-  Bytes area;    // and what follows
+  Bytes area;    // and the bytes after it
   size_t saved;  // 31 + the growth + 16
 };
 
 const Row kRows[] = {
-    {"shorter by 3: the last 3 bytes of the old tail stay behind",
+    {"shorter by 3: the last 3 bytes of the old tail remain",
      5,
      3,
      {0x00, 0x01, 0x00, 0x01, 0x11,                          // 0x0001
       0x00, 0x02, 0x00, 0x05, 0xD0, 0xD1, 0xD2, 0x00, 0x00,  // the field
       0x00, 0x03, 0x00, 0x02, 0x33, 0x44,                    // 0x0003
       0x00, 0x04, 0x00, 0x04, 0x55, 0x66, 0x77, 0x88,        // 0x0004
-      0x66, 0x77, 0x88,                                      // left behind
+      0x66, 0x77, 0x88,                                      // left over
       0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC},
      44},
     {"shorter by 7: the tail is longer than the new value area",
@@ -60,7 +60,7 @@ const Row kRows[] = {
       0x00, 0x02, 0x00, 0x01, 0xD0,                    //
       0x00, 0x03, 0x00, 0x02, 0x33, 0x44,              //
       0x00, 0x04, 0x00, 0x04, 0x55, 0x66, 0x77, 0x88,  //
-      0x04, 0x00, 0x04, 0x55, 0x66, 0x77, 0x88,        // left behind
+      0x04, 0x00, 0x04, 0x55, 0x66, 0x77, 0x88,        // left over
       0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC, 0xCC},
      40},
     {"longer by 1: the tail moves up over itself",
@@ -122,7 +122,7 @@ TEST_F(TlvResize, MovesTheTailButKeepsIndexLengthAndSeal) {
     EXPECT_EQ(store->field_tbl, index);
     EXPECT_EQ(store.index(), kFourAt);
     // The checksum of the old length holds, but the records do not tile it. Shortened by 7, the seven bytes that are
-    // left behind are walked as a record, "04 00 04 55 66 77 88": type 0x0400, a length of 0x0455.
+    // left over are checked as a record, "04 00 04 55 66 77 88": type 0x0400, a length of 0x0455.
     EXPECT_EQ(store.load(), -1);
     EXPECT_EQ(console.take(), kOverrun + kWalkFailed);
     EXPECT_EQ(store.index(), kFourAt);
@@ -165,7 +165,7 @@ TEST_F(TlvResize, TakesTheFirstOfTwoRecordsOfOneType) {
   ASSERT_EQ(store.load(), 0);
   EXPECT_EQ(tlv_write_buffer(store.inst(), 5, 1, 1, kData), 0);
   Bytes expected = build({{5, {0xD0}}, {5, {2, 2}}});
-  expected.push_back(2);  // left behind
+  expected.push_back(2);  // left over
   put(expected, 8, 4, 12);
   seal(expected);
   EXPECT_EQ(store.bytes(), expected);
@@ -223,8 +223,8 @@ TEST_F(TlvResize, LosesTheLastRecordOfALengthenedImageWhereTheOldLengthIsABounda
 }
 
 TEST_F(TlvResize, LeavesStaleEntriesAfterAShortenedField) {
-  // The entries still point at 33 and 39, where now the middle of 0x0003, "02 33 44 00", and that of 0x0004,
-  // "04 55 66 77", stand: types 0x0233 and 0x0455.
+  // The entries still point at 33 and 39, which are now in the middle of 0x0003, "02 33 44 00", and of 0x0004, "04 55
+  // 66 77": types 0x0233 and 0x0455.
   resize(5, 3);
   Console console;
   uint16_t value = 0xEEEE;

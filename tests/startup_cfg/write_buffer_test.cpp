@@ -24,7 +24,7 @@ Bytes padded(size_t len, size_t max_len) {
 
 }  // namespace
 
-// ---- Failures, in the order in which they are looked for ------------------------------------------------------------
+// ---- Failures, in the order of their checks -------------------------------------------------------------------------
 
 TEST(TlvWriteBuffer, RefusesWrongArgumentsAndChangesNothing) {
   const struct {
@@ -106,7 +106,7 @@ TEST(TlvWriteBuffer, RefusesWhatDoesNotFitTheRecordAreaAndNamesBothSizes) {
       {8, 42, "new cfg len 43 > max len 42 \n"},  // 31 + 4 + 8
       {8, 0, "new cfg len 43 > max len 0 \n"},
       {65535, 1000, "new cfg len 65570 > max len 1000 \n"},
-      {65536, 65570, "new cfg len 65571 > max len 65570 \n"},  // the capacity before the limit of a record
+      {65536, 65570, "new cfg len 65571 > max len 65570 \n"},  // the capacity is checked before the limit of a record
       {0x7FFFFFD8u, 1000, "new cfg len 2147483643 > max len 1000 \n"},
   };
   for (const auto &row : rows) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the writers of fields have in common, appends apart: what they refuse, and rewriting in place.
+// The common behaviour of the writers of fields, except appends: refusals, and rewriting in place.
 
 #include "startup_cfg/fixture.h"
 

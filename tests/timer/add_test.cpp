@@ -26,7 +26,7 @@ using TimerLimit = StartedTimers;
 
 // ---- Records --------------------------------------------------------------------------------------------------------
 
-// 1 for at most 10 ms, signed; else a tenth, truncated.
+// Signed: 1 for at most 10 ms, otherwise a tenth, truncated.
 TEST_F(TimerAdd, TurnsMillisecondsIntoTicks) {
   const std::pair<int, uint32_t> rows[] = {{INT_MIN, 1}, {-20, 1}, {-7, 1},   {-1, 1},     {0, 1},
                                            {1, 1},       {5, 1},   {9, 1},    {10, 1},     {11, 1},
@@ -80,7 +80,7 @@ TEST_F(TimerAdd, TakesOneBlockForATimer) {
 
 TEST_F(TimerAdd, RefusesANullCallbackSilentlyAndWithoutTheMutex) {
   Console console;
-  mu_mutex_lock(timer_info.mutex);  // an add that took it would wait forever
+  mu_mutex_lock(timer_info.mutex);  // an add that locks it would wait forever
   for (const Add add_timer : kAdds) EXPECT_EQ(add_timer(1000, nullptr, nullptr), 0u);
   mu_mutex_unlock(timer_info.mutex);
   EXPECT_EQ(console.take(), "");

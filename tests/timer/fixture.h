@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tests of the timer service share.
+// Shared by the tests of the timer service.
 #ifndef TARN_TESTS_TIMER_FIXTURE_H
 #define TARN_TESTS_TIMER_FIXTURE_H
 
@@ -63,13 +63,13 @@ inline bool mutex_is_free() {
   return true;
 }
 
-// Starts the service with no timer and lets its first scan pass, which counts the age of the clock.
+// Starts the service without a timer and runs the first scan, which counts the age of the clock.
 inline void start_service(VirtualClock &clock) {
   mu_timer_add(0, nullptr, nullptr);
   clock.scan();
 }
 
-// A clock at 1000 ms, and timers that note what they do. The service is not started.
+// A clock at 1000 ms, and timers that record their runs. The service is not started.
 class Timers : public testing::Test {
  protected:
   // Adds a timer that runs `body`, which lives as long as the test.
@@ -80,7 +80,7 @@ class Timers : public testing::Test {
   uint32_t once(int interval_ms, Body body) { return add(mu_timer_add, interval_ms, std::move(body)); }
   uint32_t circle(int interval_ms, Body body) { return add(mu_circle_timer_add, interval_ms, std::move(body)); }
 
-  // The body of a callback that notes its name, and that takes some time.
+  // The body of a callback that records its name and takes some time.
   Body note(char name, int64_t ms = 0) {
     return [this, name, ms] {
       fired_ += name;
@@ -88,7 +88,7 @@ class Timers : public testing::Test {
     };
   }
 
-  // The names that `count` scans note.
+  // The names that `count` scans record.
   std::string scan(int count = 1) {
     fired_.clear();
     clock_.scan(count);
@@ -106,7 +106,7 @@ class StartedTimers : public Timers {
   StartedTimers() { start_service(clock_); }
 };
 
-// A callback that stays inside until the test lets it go.
+// A callback that waits until the test releases it.
 class Held {
  public:
   void enter() {

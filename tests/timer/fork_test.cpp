@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The service in a child that fork made: the thread stayed in the parent.
+// The service in a child that fork made: only the parent has the thread.
 
 #include <gtest/gtest.h>
 #include <sys/wait.h>
@@ -28,7 +28,7 @@ int number_of_threads() {
 
 enum { kAsDocumented = 0, kNotRunning, kNoTimer, kThreadsInTheChild };
 
-// Whether a child finds what the header says.
+// Whether the state in a child is as the header describes it.
 int look_around() {
   if (timer_initialized != 1) return kNotRunning;
   int never = 0;

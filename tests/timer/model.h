@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A model of the timer service, and the calls that a test makes to the model and to the service alike.
+// A model of the timer service, and the calls that a test makes to both the model and the service.
 #ifndef TARN_TESTS_TIMER_MODEL_H
 #define TARN_TESTS_TIMER_MODEL_H
 
@@ -23,13 +23,13 @@ constexpr int64_t kAge = 1003;  // ms, off the tick's boundary
 constexpr uint32_t kLimit = 256;
 constexpr size_t kCallbacks = 4;
 
-// ---- What is done and what is seen ----------------------------------------------------------------------------------
+// ---- Actions and observations ---------------------------------------------------------------------------------------
 
 enum class Kind { kAdd, kAddCircle, kDel, kStop, kStart, kRestart, kCount, kPass, kFire };
 
 struct Action {
   Kind kind;
-  size_t serial = 0;  // of the add whose timer is meant; one that was not made yet means id 0
+  size_t serial = 0;  // of the timer's add; a future add means id 0
   int64_t ms = 0;
   bool no_memory = false;
   bool by_another_thread = false;
@@ -76,7 +76,7 @@ inline void PrintTo(const Totals &totals, std::ostream *out) {
        << " expired " << totals.expired << " now " << totals.now_ms << " ms}";
 }
 
-// What both worlds have in common: the journal, and the ids that the adds gave.
+// The common part of both worlds: the journal, and the ids that the adds returned.
 struct World {
   virtual ~World() = default;
   virtual uint64_t act(const Action &action, uint32_t id, size_t serial) = 0;
@@ -90,7 +90,7 @@ struct World {
     journal.push_back({action.kind, id, result});
   }
 
-  // The body of every callback; what it does depends only on the number of the expiry.
+  // The body of every callback; its actions depend only on the number of the expiry.
   void fire(uint64_t arg);
 
   std::vector<Entry> journal;
@@ -102,7 +102,7 @@ struct World {
 inline int64_t some_interval_ms(Random &random) {
   switch (random.below(8)) {
     case 0:
-      return static_cast<int64_t>(random.below(40)) - 10;  // zero and negative ones too
+      return static_cast<int64_t>(random.below(40)) - 10;  // also zero and negative ones
     case 1:
       return static_cast<int64_t>(random.below(10000));
     case 2:
@@ -137,7 +137,7 @@ inline void World::fire(uint64_t arg) {
   while (random.chance(350)) {
     Action action = some_action(random, ids.size());
     if (random.chance(400)) action.serial = arg;  // the callback's own timer
-    // Few enough that one scan cannot go on for ever.
+    // Few enough that one scan ends.
     if (random.chance(150)) action.kind = random.chance(500) ? Kind::kAdd : Kind::kAddCircle;
     action.by_another_thread = action.kind != Kind::kPass && random.chance(300);
     perform(action);
@@ -152,7 +152,7 @@ class Model : public World {
     now_ms_ = std::max(now_ms_, wake_ms_);
     uint64_t elapsed = last_drain_ + tick() - last_tick_;
     for (auto timer = timers_.begin(); timer != timers_.end();) {
-      const auto next = std::next(timer);  // the end, for the last: what is appended meanwhile is not reached
+      const auto next = std::next(timer);  // the end, for the last: timers appended meanwhile are not visited
       if (timer->deleted != 0) {
         timers_.erase(timer);
       } else if (timer->stopped != 0) {

@@ -20,7 +20,7 @@ namespace {
 
 // ---- The service ----------------------------------------------------------------------------------------------------
 
-// A second thread to make calls from.
+// A second thread that makes calls.
 class AnotherThread {
  public:
   ~AnotherThread() {
@@ -136,7 +136,7 @@ class Service : public World {
   static uint64_t add(const Action &action, size_t serial) {
     const auto add_timer = action.kind == Kind::kAdd ? mu_timer_add : mu_circle_timer_add;
     const auto ms = static_cast<int32_t>(action.ms);
-    // A serial number in a pointer's clothes: never followed.
+    // A serial number as a pointer: never dereferenced.
     void *const arg = reinterpret_cast<void *>(serial);  // NOLINT(performance-no-int-to-ptr)
     if (!action.no_memory) return add_timer(ms, kCallback[serial % kCallbacks], arg);
     const FailingMalloc failing(1);
@@ -219,7 +219,7 @@ TEST_P(TimerModel, AgreesWithTheServiceAfterEveryStep) {
     compare();
     if (HasFatalFailure()) return;
   }
-  // The series was worth its while.
+  // The series reached the interesting cases.
   EXPECT_GT(model_.fired, 300u);
   EXPECT_GT(model_.totals().max_drain, 0u);
   EXPECT_EQ(service_.fired, timer_info.expired);

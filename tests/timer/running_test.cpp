@@ -22,7 +22,7 @@ namespace {
 using TimerRunning = StartedTimers;
 using Request = uint32_t (*)(uint32_t id);
 
-// Returns false when the condition does not come true within a minute.
+// Returns false when the condition does not become true within a minute.
 template <typename Condition>
 bool wait_until(const Condition &condition) {
   const auto limit = std::chrono::steady_clock::now() + std::chrono::minutes(1);
@@ -103,7 +103,7 @@ TEST_F(TimerRunning, BelongsToOneTimerOnlyAndLetsOtherThreadsCallEveryFunction) 
   EXPECT_EQ(mu_timer_count(), 3u);
 }
 
-// A caller may hold a lock that a callback waits for: the service holds none of its own meanwhile.
+// A caller may hold a lock that a callback waits for: the service holds no lock during a callback.
 TEST_F(TimerRunning, DoesNotCloseACircleOfLocks) {
   std::mutex own;
   Held held;
@@ -142,7 +142,7 @@ bool sleeps(long thread) {
   return name_end != nullptr && name_end[1] == ' ' && name_end[2] == 'S';
 }
 
-// Until the kernel says that the thread waits, or `ended` that it has nothing left to wait for.
+// Returns when the kernel reports that the thread waits, or when `ended` reports its end.
 bool wait_until_it_sleeps(long thread, const std::atomic<bool> &ended) {
   return wait_until([&] { return ended || sleeps(thread); });
 }
@@ -203,8 +203,8 @@ TEST_F(TimerMutex, IsWaitedForByEveryFunction) {
 
 namespace {
 
-// The callback of one timer, held until the test lets it go. Relaxed atomics: they must not be what orders the callback
-// before what the test reads.
+// The callback of one timer, which waits until the test releases it. Relaxed atomics: they must not order the callback
+// before the test's reads.
 class HeldCallback : public StartedTimers {
  protected:
   HeldCallback() {
@@ -251,7 +251,7 @@ TEST_F(TimerRunningFlag, IsClearedBeforeTheMutexIsTakenAgain) {
   EXPECT_EQ(timer_->remain, 1u);
 }
 
-// Whoever sees it cleared may use what the callback wrote: a deleter that gets 0 sees no more than this.
+// A thread that sees it cleared may use the data that the callback wrote: a deleter that receives 0 has seen only this.
 TEST_F(TimerRunningFlag, OrdersTheCallbackBeforeWhoeverSeesItCleared) {
   wait_for_the_end();
   EXPECT_EQ(written_, 7);

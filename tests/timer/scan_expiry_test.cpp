@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a scan does with a timer that has run out: one-shot and circular ones, and what callbacks may do to the list
-// meanwhile.
+// The expiry of timers in a scan: one-shot and circular ones, and changes of the list by callbacks.
 
 #include "support/heap.h"
 #include "timer/fixture.h"
@@ -69,7 +68,7 @@ TEST_F(TimerOneShot, StaysWhenItsCallbackArmsItAgain) {
   }
 }
 
-// What becomes of the timer when its own callback does these things; 0 remaining removes it, whatever its flags.
+// The result of these calls in the timer's own callback. A timer with 0 remaining is removed, whatever its flags.
 TEST_F(TimerOneShot, StaysOnlyIfItsCallbackLeavesTicksInRemain) {
   const struct {
     const char *name;
@@ -174,7 +173,7 @@ TEST_F(TimerListDuringScan, ReachesATimerAddedBeforeTheLastNodeWasRead) {
     note('a')();
     once(10, note('c'));
   });
-  mu_timer_add(kLong, ignore, nullptr);  // read before the callback; the new timer stands after it
+  mu_timer_add(kLong, ignore, nullptr);  // read before the callback; the new timer comes after it
   EXPECT_EQ(scan(), "ac");
 }
 

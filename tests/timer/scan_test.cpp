@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The scan: the ticks that it counts, when it comes, and how it runs a callback.
+// The scan: the ticks that it counts, its times, and how it runs a callback.
 
 #include <sys/syscall.h>
 #include <unistd.h>
@@ -41,7 +41,7 @@ TEST_F(TimerFirstScan, RunsAnOverdueCircularTimerOnceAndReloadsIt) {
   EXPECT_EQ(remain(id), 3u);
 }
 
-// Tick 2^32 + 6: cut to 32 bits it would be 6, and no timer would run out.
+// Tick 2^32 + 6: cut to 32 bits it would be 6, and no timer would expire.
 TEST_F(TimerFirstScan, CountsIn64Bits) {
   clock_.pass_ms(((INT64_C(1) << 32) + 5) * 10 - 1000);
   once(1000, note('a'));
@@ -71,7 +71,7 @@ TEST_F(TimerScan, CountsTheTicksSinceTheEndOfTheOneBefore) {
   EXPECT_EQ(remain(id), 99u);
   clock_.scan(4);
   EXPECT_EQ(remain(id), 95u);
-  clock_.pass_ms(300);  // a late wake-up: 30 ticks, the sleep of one tick among them
+  clock_.pass_ms(300);  // a late wake-up: 30 ticks, including the sleep of one tick
   clock_.scan();
   EXPECT_EQ(remain(id), 65u);
 }

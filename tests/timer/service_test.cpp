@@ -29,14 +29,14 @@ bool is_zero(const mu_timer_info_t &info) {
   return memcmp(&info, &zero, sizeof zero) == 0;
 }
 
-// A start that failed abandons its mutex and its list. Known here, they are not a leak to a sanitizer.
+// A failed start abandons its mutex and its list. Kept here, so that a sanitizer does not report a leak.
 void keep_abandoned() {
-  static auto &kept = *new std::vector<const void *>;  // alive when leaks are looked for
+  static auto &kept = *new std::vector<const void *>;  // alive when leaks are searched
   kept.push_back(timer_info.mutex);
   kept.push_back(timer_info.list);
 }
 
-// Counts the threads that the library asks for, and refuses them or not.
+// Counts the threads that the library requests, and may refuse them.
 class ThreadGate {
  public:
   explicit ThreadGate(bool refuses = false) : refuses_(refuses) {}
@@ -190,7 +190,7 @@ TEST(TimerThread, IsAskedForOnceWithAStackOf32768BytesAndANullArgument) {
 
 // ---- Starts that fail -----------------------------------------------------------------------------------------------
 
-// In the order of the start: the mutex, the list, the cell that takes the new thread's handle.
+// In the order of the start: the mutex, the list, the cell for the new thread's handle.
 TEST_P(TimerService, FailsWithTheLimitMessageWhenMemoryRunsOut) {
   const struct {
     int failing_allocation;
@@ -223,7 +223,7 @@ TEST_P(TimerService, FailsWithTheLimitMessageWhenTheThreadIsRefused) {
   EXPECT_EQ(timer_info.max_num, 0u);
   EXPECT_EQ(timer_info.last_id, 0u);
   keep_abandoned();
-  // The other functions work on what is there.
+  // The other functions use the existing state.
   EXPECT_EQ(mu_timer_del(1), 0u);
   EXPECT_EQ(console.take(), kNoDelete);
   mu_timer_restart(1, 10);
@@ -302,7 +302,7 @@ TEST(TimerCompare, ComparesIdsAsUnsignedNumbers) {
   for (const auto &row : rows) {
     SCOPED_TRACE(testing::Message() << row.own << " against " << row.searched);
     mu_timer_rec_t record;
-    memset(&record, 0xee, sizeof record);  // nothing but the id matters
+    memset(&record, 0xee, sizeof record);  // only the id matters
     record.id = row.own;
     EXPECT_EQ(mu_timer_compare(&record, &row.searched), row.result);
   }

@@ -13,14 +13,14 @@ using namespace tarn_test;
 
 namespace {
 
-// How libc prints the address after the "0x" of the format: with a prefix of its own.
+// libc's form of the address after the "0x" of the format: it has its own prefix.
 std::string address(mu_timer_cb_t callback) {
   char text[40];
   snprintf(text, sizeof text, "0x%p", reinterpret_cast<void *>(callback));
   return text;
 }
 
-// A row whose columns up to the callback are given: left-aligned in 4, 10, 7, 9, 8 and 6 places.
+// A row from its columns before the callback: left-aligned in 4, 10, 7, 9, 8 and 6 places.
 std::string row(const std::string &columns, mu_timer_cb_t callback = ignore) {
   return columns + address(callback) + "\r\n";
 }
@@ -84,7 +84,7 @@ TEST_F(TimerShow, PrintsLargeNumbersWithoutCuttingThem) {
   EXPECT_EQ(shown(), kTableHeader + row("0   1234567891429496729429496729OneShot 0     ") + statistics());
 }
 
-// "%d" takes an id as signed.
+// "%d" prints an id as signed.
 TEST_F(TimerShow, PrintsAnIdAbove2147483647AsNegative) {
   timer_info.last_id = UINT32_MAX - 1;
   mu_timer_add(1000, ignore, nullptr);
@@ -139,6 +139,6 @@ TEST_F(TimerShow, WorksFromACallback) {
     table = console.take();
   });
   clock_.scan();
-  // Its own timer has run out and is not yet reloaded.
+  // Its own timer has expired and is not yet reloaded.
   EXPECT_EQ(table, kTableHeader + row("0   1         0      1        Circle  0     ", run) + statistics(0, nullptr, 1));
 }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The timer thread's name, which the daemon gives it.
+// The timer thread's name, which the daemon sets.
 
 #include <gtest/gtest.h>
 #include <pthread.h>

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Several threads call the service while the timer thread scans and callbacks call it too. What must hold afterwards is
-// checked here; that the calls do not race is for the thread sanitizer to see.
+// Several threads call the service while the timer thread scans and callbacks call it too. The state afterwards is
+// checked here; data races are found by the thread sanitizer.
 
 #include <algorithm>
 #include <array>
@@ -21,10 +21,10 @@ namespace {
 
 constexpr size_t kWorkers = 4;
 constexpr int kRounds = 250;
-constexpr uint32_t kCrowd = 200;  // no worker adds above it, so that the limit of 256 is never met
+constexpr uint32_t kCrowd = 200;  // no worker adds above it, so the limit of 256 is never reached
 constexpr std::string_view kHeader = kTableHeader;
 
-// Ids that every thread knows and plays with; their timers may be gone.
+// Ids that every thread knows and uses; their timers may be gone.
 std::array<std::atomic<uint32_t>, 32> g_shared_ids;
 std::atomic<uint32_t> g_fired;
 std::atomic<uint32_t> g_shown;
@@ -93,8 +93,9 @@ void run_in_threads_while_scanning(VirtualClock &clock, const Body &body) {
   for (std::thread &thread : threads) thread.join();
 }
 
-// Checks every table but for its header, the only part that is printed without the mutex: rows numbered from 0, two
-// lines of statistics and an empty one, none of them torn, nothing in between. Returns the number of tables, or -1.
+// Checks every table except its header, the only part that is printed without the mutex: rows numbered from 0, two
+// lines of statistics and an empty one, all of them whole, with nothing in between. Returns the number of tables, or
+// -1.
 int count_whole_tables(std::string text) {
   for (size_t at = text.find(kHeader); at != std::string::npos; at = text.find(kHeader, at)) {
     text.erase(at, kHeader.size());
@@ -133,7 +134,7 @@ TEST(TimerThreads, AgreeOnTimersIdsAndExpiriesWhileAllOfThemCall) {
   start_service(clock);
   std::array<std::vector<uint32_t>, kWorkers> added;
   std::array<Random, kWorkers> randoms{Random(1), Random(2), Random(3), Random(4)};
-  const uint32_t steady = mu_circle_timer_add(10, fire, nullptr);  // known to nobody else: fires in every scan
+  const uint32_t steady = mu_circle_timer_add(10, fire, nullptr);  // unknown to the threads: fires in every scan
   Console console;
   run_in_threads_while_scanning(clock, [&](size_t number) {
     Random &random = randoms[number];
@@ -186,8 +187,8 @@ TEST(TimerThreads, AddUpToTheLimitAndNoFurther) {
 
 // A thread that gets 0 knows that the callback neither runs nor will run, so its argument may be released.
 TEST(TimerThreads, MayReleaseACallbacksArgumentOnceADeleteGaveZero) {
-  using Runs = uint32_t;           // plain: of the timer thread while the timer exists
-  static std::atomic<Runs> fired;  // relaxed: it must not be what orders the callback before the release
+  using Runs = uint32_t;           // plain: only the timer thread uses it while the timer exists
+  static std::atomic<Runs> fired;  // relaxed: it must not order the callback before the release
   VirtualClock clock;
   start_service(clock);
   std::array<std::vector<std::unique_ptr<Runs>>, kWorkers> kept;
