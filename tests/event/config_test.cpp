@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Counters, settings, the table; with and without a configuration handler; and messages applied to the registry.
 
 #include <gtest/gtest.h>

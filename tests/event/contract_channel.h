@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The kernel's side of the event channel, in the hands of a test: the socket, and a script of what arrives on it.
 #ifndef TARN_TESTS_EVENT_CONTRACT_CHANNEL_H
 #define TARN_TESTS_EVENT_CONTRACT_CHANNEL_H

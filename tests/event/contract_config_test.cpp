@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The counter and configuration operations: on the table, and through a configuration handler.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform device: its two commands, to the byte, and the application of configuration messages.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // How the registry starts, and what it refuses before that.
 
 #include <gtest/gtest.h>

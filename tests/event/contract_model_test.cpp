@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The registry against a model of it: the same long random series of operations must leave the same records, results,
 // callbacks, messages and tables.
 

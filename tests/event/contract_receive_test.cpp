@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The event thread: how it sets the channel up, and its receive loop.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The start of the channel: the thread with its attributes, then the registry.
 
 #include <gtest/gtest.h>

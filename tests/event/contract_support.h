@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the contract tests of the events share: a registry on the virtual clock, and a journal of all that it calls.
 #ifndef TARN_TESTS_EVENT_CONTRACT_SUPPORT_H
 #define TARN_TESTS_EVENT_CONTRACT_SUPPORT_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Suppression: how it begins, how it ends, and the windows that the poll counts.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Many threads at once. What must hold afterwards is checked here; that the calls do not race is for the thread
 // sanitizer to see.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Requests to the kernel through the platform's device.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Programs that a daemon starts do not get the event service's descriptors.
 
 #include <gtest/gtest.h>

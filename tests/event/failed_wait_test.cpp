@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The event thread when its wait fails, as it does for ever once somebody has closed the socket.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The platform driver's part in the channel, in the test's hands: the device, the netlink socket, and what a loop that
 // never ends is given to receive.
 #ifndef TARN_TESTS_EVENT_KERNEL_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The registry against a model: both take the same long random walk, and agree at each step.
 //
 // The model is written from the contract alone: its types are values, its windows are told in what was let through and

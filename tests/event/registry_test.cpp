@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The start of the registry, its subscribers, and sending without suppression.
 
 #include <gtest/gtest.h>

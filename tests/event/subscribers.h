@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Subscribers, a send hook and suppression callbacks that note what they are called with.
 #ifndef TARN_TESTS_EVENT_SUBSCRIBERS_H
 #define TARN_TESTS_EVENT_SUBSCRIBERS_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Suppression, poll by poll: by calling mu_event_poll, and through the polling timer on the virtual clock.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The kernel bridge on the machine's own kernel log, where the test may write to it. What it reads there is gone for
 // the machine's syslog daemon, if it has one.
 

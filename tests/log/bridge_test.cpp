@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The kernel bridge, fed with reads by the test, and the message to the kernel's log device.
 
 #include <fcntl.h>

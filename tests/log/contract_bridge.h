@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The kernel bridge on a scripted stream. Its thread sleeps on the virtual clock between its reads, so each read is one
 // step of the test.
 #ifndef TARN_TESTS_LOG_CONTRACT_BRIDGE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The steps of the kernel bridge against a model of them, on random streams.
 
 #include <random>

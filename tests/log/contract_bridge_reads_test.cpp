@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the kernel bridge holds from one read to the next, and how it reads.
 
 #include "contract_bridge.h"

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // How the kernel bridge starts, and what it makes of frames and of the text between them.
 
 #include <fcntl.h>

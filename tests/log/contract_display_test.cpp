@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mu_log2str: the display text of a record, against a calendar counted here by hand.
 
 #include <gmock/gmock.h>

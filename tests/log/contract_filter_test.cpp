@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Which messages a module lets through: every pair of thresholds with every level, and every value of the switch.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Forwarding to the log collector: when a datagram leaves, to where, and what a failure does.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mup_log_init: what it sets, what it keeps, and each way in which it fails.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mup_log_kern_level_set: the message that the log control device gets, and when it gets one.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Files of the log by hand, and what loading them gives.
 #ifndef TARN_TESTS_LOG_CONTRACT_LOAD_H
 #define TARN_TESTS_LOG_CONTRACT_LOAD_H

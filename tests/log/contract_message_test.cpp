@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mup_log_msg: its checks in their order, the console line, the text's limits, and what is done before the lock.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The two rings: which messages they take, how they wrap, and how mup_log_show prints and clears the system ring.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Changing and reading the settings of modules, one by one and in ranges, and the hook that is told of it.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The log with its files in a private overlay, and an independent reading of what the files say.
 #ifndef TARN_TESTS_LOG_CONTRACT_STORE_H
 #define TARN_TESTS_LOG_CONTRACT_STORE_H

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Reading the files back into the rings: every place at which a file can end, every way in which the chunks of 512
 // bytes can cut it, and files that fill a ring or are damaged.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mup_log_file_get: which lines a copy has, and what it does with files that are not there.
 
 #include <gmock/gmock.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // mup_log_usr_init: fresh files, what it prints, the timer, and each way in which a part of it fails.
 
 #include <fcntl.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Reading the files back into the rings: the marker, and every form of line.
 
 #include "contract_load.h"

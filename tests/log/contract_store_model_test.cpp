@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Whatever is logged: a save and a start give the rings that the formats imply, by a model of both.
 
 #include <deque>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Writing the files: what is written, when, and what a save does to the rings.
 
 #include <fcntl.h>

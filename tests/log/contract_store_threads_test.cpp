@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Eight threads log while others save, show, empty, set levels and copy out. A message names its thread and number and
 // is otherwise made of them, so a record torn between two shows wherever it went.
 

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Times in zones: the files hold UTC, a copy shows local time, and a start reads the files as local time.
 
 #include <random>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Registration lists of many sizes: what every function does for ids inside, at the end of, and beyond the table.
 
 #include <gtest/gtest.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Many threads at once. Each message is made of its thread and its number alone, so that one torn between two threads
 // is found out wherever it went.
 

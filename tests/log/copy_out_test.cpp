@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Log files copied out: filters, and times in the reader's zone.
 
 #include <cerrno>

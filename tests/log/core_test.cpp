@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The start of the log, the settings of modules, and the road of a message.
 
 #include <arpa/inet.h>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // Module tables for the tests of the log.
 #ifndef TARN_TESTS_LOG_MODULES_H
 #define TARN_TESTS_LOG_MODULES_H

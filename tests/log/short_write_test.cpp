@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // A save on a disk that takes only a part: the file is a prefix of what it should hold.
 
 #include <algorithm>

@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // What the tests of the log's files share: the two files in a private folder, and the log started on them.
 #ifndef TARN_TESTS_LOG_STORE_FILES_H
 #define TARN_TESTS_LOG_STORE_FILES_H

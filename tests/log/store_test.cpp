@@ -1,3 +1,6 @@
+// SPDX-FileCopyrightText: 2026 The tarn authors
+// SPDX-License-Identifier: Apache-2.0
+
 // The log with its files: its start, what is saved, what is read back.
 
 #include <sys/stat.h>
