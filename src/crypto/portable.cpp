@@ -49,11 +49,13 @@ Bytes rotate_columns(Bytes bytes, int rows) {
   return reinterpret_cast<Bytes>(columns >> to_the_right | columns << (32 - to_the_right));
 }
 
+// 0xFF for each byte whose top bit is set, 0 for the others.
+Bytes has_top_bit(Bytes bytes) { return reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) < 0); }
+
 // Each byte times x, as in xtime.
 Bytes times_x(Bytes bytes) {
   constexpr u8 kPolynomial = 0x1B;
-  const auto has_top_bit = reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) < 0);
-  return (bytes + bytes) ^ (has_top_bit & kPolynomial);
+  return (bytes + bytes) ^ (has_top_bit(bytes) & kPolynomial);
 }
 
 #if defined(__aarch64__)
@@ -74,8 +76,6 @@ Bytes inverse_substitute(Bytes bytes) { return look_up(kInverseSbox, bytes); }
 #else
 
 // The S-boxes are computed (section 5.1.1) for all bytes at once: a table would be read at secret indices.
-
-Bytes has_top_bit(Bytes bytes) { return reinterpret_cast<Bytes>(reinterpret_cast<SignedBytes>(bytes) < 0); }
 
 Bytes multiply(Bytes a, Bytes b) {
   Bytes product = {};

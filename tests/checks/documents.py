@@ -59,6 +59,8 @@ ELSEWHERE = (
     # The virtual target builds the driver, loads it and uses its files.
     (re.compile(r"make -C driver|insmod |echo .*/sys/kernel/debug"), check_nothing),
     (re.compile(r"(sudo )?ldconfig|sudo apt"), check_nothing),
+    # tests/programs/tools runs what the tools' pages show, and tests/programs/sim what needs a simulation.
+    (re.compile(r"tarn-(cfg|log|event) "), check_nothing),
 )
 
 
@@ -99,6 +101,7 @@ def faults_of_page(page, sources, build, work):
     shutil.copytree(sources, tree, ignore=shutil.ignore_patterns("build", ".git"), symlinks=True)
     (tree / "build").mkdir()
     (tree / "build/release").symlink_to(build)
+    subprocess.run("git init -q && git add -A .", cwd=tree, shell=True, check=True)  # for pages that show git grep
     for line in UNFENCED.findall(FENCE.sub("", text)):
         yield f"commands stand between ```sh and ```: {line.strip()}"
     for language, block in FENCE.findall(text):

@@ -118,7 +118,7 @@ def public_fault(header_name, header, quoted):
 
 def outsider_fault(folder, header, quoted):
     """sim/, examples/ and tools/ use the library from outside: none of them includes a header of src/."""
-    if not quoted or header.startswith(folder + "/") or "/" not in header:
+    if not quoted or header.startswith((folder + "/", "common/" if folder == "tools" else folder + "/")) or "/" not in header:
         return None
     if header.startswith("tarn/"):
         return None

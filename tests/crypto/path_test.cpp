@@ -4,6 +4,7 @@
 // The choice between the portable path and the processor's own, and a comparison of the two.
 
 #include <dlfcn.h>
+#include <sys/auxv.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
