@@ -100,11 +100,11 @@ TEST_P(CryptoStack, HoldsNothingOfTheKeyAfterACall) {
   }
 }
 
-// The search finds bytes that are there.
+// The search finds bytes that are there. They are deep in the stack: the end of the thread uses the top of it again.
 TEST_P(CryptoStack, IsSearchedWhereTheCallWas) {
   static const Bytes secret = from_hex("00112233445566778899aabbccddeeff");
   const Bytes stack = stack_after({.name = "", .function = [](const Call &) {
-                                     uint8_t copy[kBlock];
+                                     uint8_t copy[8192];
                                      memcpy(copy, secret.data(), kBlock);
                                      __asm__ volatile("" : : "r"(copy) : "memory");
                                    }});
