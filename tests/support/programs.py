@@ -138,6 +138,12 @@ class ProgramTest(unittest.TestCase):
     done = subprocess.run(self.line(args, preload), cwd=self.folder, env=env, check=False, **popen)
     return done.returncode, done.stdout, done.stderr
 
+  def skip_if_sanitized(self):
+    """For tests that limit the address space: the address sanitizer reserves terabytes of it."""
+    with open(self.command[-1], 'rb') as program:
+      if b'__asan_init' in program.read():
+        self.skipTest('the address sanitizer needs more address space')
+
   def as_other_user(self, user):
     """Arguments of run_program that run it as an unprivileged user if the tests run as root, else none. Files that this
     user needs are copied to a place that everybody can read: the program may be in a folder of root's."""
