@@ -40,7 +40,7 @@ constexpr size_t kDepthScale = 4;
 
 // Zeroes the stack below the caller, where the functions that it called earlier had their variables.
 template <size_t kDepth>
-[[gnu::noinline, gnu::no_stack_protector]] void wipe_stack() {
+__attribute__((noinline, no_stack_protector)) void wipe_stack() {
   alignas(16) u8 dead[kDepth * kDepthScale];
   memset(dead, 0, sizeof dead);
   __asm__ volatile("" : : "r"(dead) : "memory");  // the compiler must not drop the zeros
