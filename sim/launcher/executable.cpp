@@ -40,7 +40,7 @@ std::string find_program(const std::string &name) {
   std::istringstream path(folders != nullptr ? folders : "/bin:/usr/bin");
   std::string folder;
   while (std::getline(path, folder, ':')) {
-    const std::string candidate = (folder.empty() ? "." : folder) + '/' + name;
+    std::string candidate = (folder.empty() ? "." : folder) + '/' + name;
     if (is_executable(candidate)) return candidate;
   }
   return "";
@@ -116,23 +116,23 @@ std::string interpreter_of(const Descriptor &file) {
   return std::string(line.substr(0, line.find_first_of(std::string_view(" \t\0", 3))));
 }
 
-std::optional<std::string> examine(const std::string &path, const std::string &shim, int depth) {
-  const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
-  if (!file.is_open()) return "cannot be read, to see whether the shim can enter it";
-  if (is_elf(file)) return examine_elf(file, shim);
-  const std::string interpreter = interpreter_of(file);
-  if (depth == kMostInterpreters || !is_executable(interpreter)) return std::nullopt;  // execution fails
-  const auto reason = examine(interpreter, shim, depth + 1);
-  if (!reason) return std::nullopt;
-  return "its interpreter " + interpreter + ' ' + *reason;
-}
-
 }  // namespace
 
 std::optional<std::string> reason_to_refuse(const std::string &program, const std::string &shim) {
-  const std::string path = find_program(program);
-  if (path.empty() || is_emulator(path)) return std::nullopt;
-  return examine(path, shim, 0);
+  std::string path = find_program(program);
+  if (is_emulator(path)) return std::nullopt;
+  std::string place;
+  for (int depth = 0; depth <= kMostInterpreters && is_executable(path); depth++) {
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!file.is_open()) return place + "cannot be read, to see whether the shim can enter it";
+    if (is_elf(file)) {
+      const auto reason = examine_elf(file, shim);
+      return reason ? std::optional(place + *reason) : std::nullopt;
+    }
+    path = interpreter_of(file);
+    place += "its interpreter " + path + ' ';
+  }
+  return std::nullopt;  // execution fails, and says why
 }
 
 }  // namespace tarn_sim
