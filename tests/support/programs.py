@@ -90,7 +90,6 @@ def read_terminal(ours):
     except OSError:  # no program has the other end any more
       piece = b''
     if not piece:
-      os.close(ours)
       return output
     output += piece
 
@@ -151,15 +150,10 @@ class ProgramTest(unittest.TestCase):
       return {}
     if len(self.command) > 1:
       self.skipTest('an emulated program is not run as another user')
-    open_folder = tempfile.mkdtemp(prefix='tarn-')
-    self.addCleanup(shutil.rmtree, open_folder, ignore_errors=True)
-    os.chmod(open_folder, 0o755)
-    program = shutil.copy(self.command[-1], open_folder)
-    for library in needed_libraries(self.command[-1]):
-      shutil.copy(library, open_folder)
+    program, *_ = copy_for_others(self, self.command[-1], *needed_libraries(self.command[-1]))
     self.command = [program]
     os.chmod(self.folder, 0o777)
-    other = {'user': user, 'group': user, 'extra_groups': [], 'env': {'LD_LIBRARY_PATH': open_folder}}
+    other = {'user': user, 'group': user, 'extra_groups': [], 'env': {'LD_LIBRARY_PATH': os.path.dirname(program)}}
     try:
       status, _, errors = self.run_program('--version', **other)
     except OSError as error:
