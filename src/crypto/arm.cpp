@@ -100,24 +100,7 @@ TARN_AES void encrypt_once(const u8 *key, const u8 *in, u8 *out) {
   vst1q_u8(out, veorq_u8(state, next_round_key(round_key, kRoundConstants[kRounds - 1])));
 }
 
-// When a program first calls a function, the loader stores the first vector registers. The upper halves of v8 to v15
-// are free too, but no function of this file needs so many.
-void wipe() {
-  __asm__ volatile(
-      "movi v0.2d, #0\n movi v1.2d, #0\n movi v2.2d, #0\n movi v3.2d, #0\n"
-      "movi v4.2d, #0\n movi v5.2d, #0\n movi v6.2d, #0\n movi v7.2d, #0\n"
-      "movi v16.2d, #0\n movi v17.2d, #0\n movi v18.2d, #0\n movi v19.2d, #0\n"
-      "movi v20.2d, #0\n movi v21.2d, #0\n movi v22.2d, #0\n movi v23.2d, #0\n"
-      "movi v24.2d, #0\n movi v25.2d, #0\n movi v26.2d, #0\n movi v27.2d, #0\n"
-      "movi v28.2d, #0\n movi v29.2d, #0\n movi v30.2d, #0\n movi v31.2d, #0"
-      :
-      :
-      : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24",
-        "v25", "v26", "v27", "v28", "v29", "v30", "v31");
-  wipe_stack<512>();  // last: its frame begins where those of the earlier functions did
-}
-
-constexpr Path kCryptographyExtensions = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe};
+constexpr Path kCryptographyExtensions = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe<768>};
 
 }  // namespace
 

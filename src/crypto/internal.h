@@ -38,12 +38,76 @@ constexpr size_t kDepthScale = 1;
 constexpr size_t kDepthScale = 4;
 #endif
 
-// Zeroes the stack below the caller, where the functions that it called earlier had their variables.
+#define TARN_VECTOR_REGISTERS                                                                                         \
+  "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7", "xmm8", "xmm9", "xmm10", "xmm11", "xmm12", "xmm13", \
+      "xmm14", "xmm15"
+
+// Zeroes the registers that a call may change. The loader stores them on the stack when a program calls a function for
+// the first time.
+[[gnu::always_inline]] inline void wipe_registers() {
+#if defined(__x86_64__)
+#if defined(__AVX__)
+  __asm__ volatile("vzeroall" : : : TARN_VECTOR_REGISTERS);
+#else
+  __asm__ volatile(
+      "pxor %%xmm0, %%xmm0\n pxor %%xmm1, %%xmm1\n pxor %%xmm2, %%xmm2\n pxor %%xmm3, %%xmm3\n"
+      "pxor %%xmm4, %%xmm4\n pxor %%xmm5, %%xmm5\n pxor %%xmm6, %%xmm6\n pxor %%xmm7, %%xmm7\n"
+      "pxor %%xmm8, %%xmm8\n pxor %%xmm9, %%xmm9\n pxor %%xmm10, %%xmm10\n pxor %%xmm11, %%xmm11\n"
+      "pxor %%xmm12, %%xmm12\n pxor %%xmm13, %%xmm13\n pxor %%xmm14, %%xmm14\n pxor %%xmm15, %%xmm15"
+      :
+      :
+      : TARN_VECTOR_REGISTERS);
+#endif
+  __asm__ volatile(
+      "xor %%eax, %%eax\n xor %%ecx, %%ecx\n xor %%edx, %%edx\n xor %%esi, %%esi\n xor %%edi, %%edi\n"
+      "xor %%r8d, %%r8d\n xor %%r9d, %%r9d\n xor %%r10d, %%r10d\n xor %%r11d, %%r11d"
+      :
+      :
+      : "rax", "rcx", "rdx", "rsi", "rdi", "r8", "r9", "r10", "r11", "cc");
+#elif defined(__aarch64__)
+  // Of v8 to v15 a call may change the upper halves.
+  __asm__ volatile(
+      "movi v0.2d, #0\n movi v1.2d, #0\n movi v2.2d, #0\n movi v3.2d, #0\n"
+      "movi v4.2d, #0\n movi v5.2d, #0\n movi v6.2d, #0\n movi v7.2d, #0\n"
+      "mov v8.d[1], xzr\n mov v9.d[1], xzr\n mov v10.d[1], xzr\n mov v11.d[1], xzr\n"
+      "mov v12.d[1], xzr\n mov v13.d[1], xzr\n mov v14.d[1], xzr\n mov v15.d[1], xzr\n"
+      "movi v16.2d, #0\n movi v17.2d, #0\n movi v18.2d, #0\n movi v19.2d, #0\n"
+      "movi v20.2d, #0\n movi v21.2d, #0\n movi v22.2d, #0\n movi v23.2d, #0\n"
+      "movi v24.2d, #0\n movi v25.2d, #0\n movi v26.2d, #0\n movi v27.2d, #0\n"
+      "movi v28.2d, #0\n movi v29.2d, #0\n movi v30.2d, #0\n movi v31.2d, #0"
+      :
+      :
+      : "v0", "v1", "v2", "v3", "v4", "v5", "v6", "v7", "v16", "v17", "v18", "v19", "v20", "v21", "v22", "v23", "v24",
+        "v25", "v26", "v27", "v28", "v29", "v30", "v31");
+  __asm__ volatile(
+      "mov x0, xzr\n mov x1, xzr\n mov x2, xzr\n mov x3, xzr\n mov x4, xzr\n mov x5, xzr\n mov x6, xzr\n"
+      "mov x7, xzr\n mov x8, xzr\n mov x9, xzr\n mov x10, xzr\n mov x11, xzr\n mov x12, xzr\n mov x13, xzr\n"
+      "mov x14, xzr\n mov x15, xzr\n mov x16, xzr\n mov x17, xzr"
+      :
+      :
+      : "x0", "x1", "x2", "x3", "x4", "x5", "x6", "x7", "x8", "x9", "x10", "x11", "x12", "x13", "x14", "x15", "x16",
+        "x17");
+#endif
+}
+
+// Zeroes the stack below the caller, where the functions that it called before had their variables. What it zeroes must
+// begin at its caller's frame: neither a guard nor padding may stand above it.
 template <size_t kDepth>
 __attribute__((noinline, no_stack_protector)) void wipe_stack() {
   alignas(16) u8 dead[kDepth * kDepthScale];
   memset(dead, 0, sizeof dead);
-  __asm__ volatile("" : : "r"(dead) : "memory");  // the compiler must not drop the zeros
+  __asm__ volatile("" : : "m"(dead) : "memory");  // somebody may look: the zeros must be written
+#if defined(__x86_64__) && defined(__OPTIMIZE__)
+  // Saved, and so stored where the return address would otherwise have 8 bytes of padding below it.
+  __asm__ volatile("" : : : "rbx");
+#endif
+}
+
+// A path's own: how deep its functions reach differs.
+template <size_t kDepth>
+void wipe() {
+  wipe_registers();
+  wipe_stack<kDepth>();  // last, so that it begins where the functions before it began
 }
 
 extern const Path kPortable;

@@ -232,6 +232,6 @@ void encrypt_once(const u8 *key, const u8 *in, u8 *out) {
 
 }  // namespace
 
-constinit const Path kPortable = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe_stack<1536>};
+constinit const Path kPortable = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe<1536>};
 
 }  // namespace tarn::aes

@@ -112,21 +112,7 @@ TARN_AES void encrypt_once(const u8 *key, const u8 *in, u8 *out) {
   store(out, _mm_aesenclast_si128(state, round_key));
 }
 
-// When a program first calls a function, the loader stores the vector registers.
-void wipe() {
-  __asm__ volatile(
-      "pxor %%xmm0, %%xmm0\n pxor %%xmm1, %%xmm1\n pxor %%xmm2, %%xmm2\n pxor %%xmm3, %%xmm3\n"
-      "pxor %%xmm4, %%xmm4\n pxor %%xmm5, %%xmm5\n pxor %%xmm6, %%xmm6\n pxor %%xmm7, %%xmm7\n"
-      "pxor %%xmm8, %%xmm8\n pxor %%xmm9, %%xmm9\n pxor %%xmm10, %%xmm10\n pxor %%xmm11, %%xmm11\n"
-      "pxor %%xmm12, %%xmm12\n pxor %%xmm13, %%xmm13\n pxor %%xmm14, %%xmm14\n pxor %%xmm15, %%xmm15"
-      :
-      :
-      : "xmm0", "xmm1", "xmm2", "xmm3", "xmm4", "xmm5", "xmm6", "xmm7", "xmm8", "xmm9", "xmm10", "xmm11", "xmm12",
-        "xmm13", "xmm14", "xmm15");
-  wipe_stack<512>();  // last: its frame begins where those of the earlier functions did
-}
-
-constexpr Path kAesNi = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe};
+constexpr Path kAesNi = {expand_key, encrypt, decrypt, chain, encrypt_once, wipe<768>};
 
 }  // namespace
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A call leaves no part of the key on the stack.
+// A call leaves no part of the key on the stack or in the registers.
 
 #include <pthread.h>
 #include <sys/mman.h>
@@ -42,9 +42,49 @@ const Call kCalls[] = {
      .function = [](const Call &c) { aes128_cmac_compute(c.key, c.bytes, 32, 16, c.out); }},
 };
 
+// The vector registers, then the general ones, of those that a call may change.
+alignas(16) uint8_t g_registers[512];
+
+#if defined(__x86_64__)
+
+[[gnu::always_inline]] inline void note_registers() {
+  __asm__ volatile(
+      "movups %%xmm0, (%0)\n movups %%xmm1, 16(%0)\n movups %%xmm2, 32(%0)\n movups %%xmm3, 48(%0)\n"
+      "movups %%xmm4, 64(%0)\n movups %%xmm5, 80(%0)\n movups %%xmm6, 96(%0)\n movups %%xmm7, 112(%0)\n"
+      "movups %%xmm8, 128(%0)\n movups %%xmm9, 144(%0)\n movups %%xmm10, 160(%0)\n movups %%xmm11, 176(%0)\n"
+      "movups %%xmm12, 192(%0)\n movups %%xmm13, 208(%0)\n movups %%xmm14, 224(%0)\n movups %%xmm15, 240(%0)\n"
+      "mov %%rax, 256(%0)\n mov %%rcx, 264(%0)\n mov %%rdx, 272(%0)\n mov %%rsi, 280(%0)\n mov %%rdi, 288(%0)\n"
+      "mov %%r8, 296(%0)\n mov %%r9, 304(%0)\n mov %%r10, 312(%0)\n mov %%r11, 320(%0)"
+      :
+      : "b"(g_registers)
+      : "memory");
+}
+
+#elif defined(__aarch64__)
+
+[[gnu::always_inline]] inline void note_registers() {
+  register uint8_t *const to __asm__("x19") = g_registers;
+  __asm__ volatile(
+      "stp q0, q1, [%0]\n stp q2, q3, [%0, #32]\n stp q4, q5, [%0, #64]\n stp q6, q7, [%0, #96]\n"
+      "stp q16, q17, [%0, #128]\n stp q18, q19, [%0, #160]\n stp q20, q21, [%0, #192]\n stp q22, q23, [%0, #224]\n"
+      "stp q24, q25, [%0, #256]\n stp q26, q27, [%0, #288]\n stp q28, q29, [%0, #320]\n stp q30, q31, [%0, #352]\n"
+      "stp x0, x1, [%0, #384]\n stp x2, x3, [%0, #400]\n stp x4, x5, [%0, #416]\n stp x6, x7, [%0, #432]\n"
+      "stp x8, x9, [%0, #448]\n stp x10, x11, [%0, #464]\n stp x12, x13, [%0, #480]\n stp x14, x15, [%0, #496]"
+      :
+      : "r"(to)
+      : "memory");
+}
+
+#else
+
+void note_registers() {}
+
+#endif
+
 void *make_call(void *arg) {
   const auto &call = *static_cast<const Call *>(arg);
   call.function(call);
+  note_registers();
   return nullptr;
 }
 
@@ -104,6 +144,10 @@ TEST_P(CryptoStack, HoldsNothingOfTheKeyAfterACall) {
     EXPECT_FALSE(holds_a_piece(stack, round_keys));  // the first of which is the key itself
     EXPECT_FALSE(holds_a_piece(stack, subkeys));
     EXPECT_FALSE(holds_a_piece(stack, first));
+    const Bytes registers(std::begin(g_registers), std::end(g_registers));
+    EXPECT_FALSE(holds_a_piece(registers, round_keys));
+    EXPECT_FALSE(holds_a_piece(registers, subkeys));
+    EXPECT_FALSE(holds_a_piece(registers, first));
   }
 }
 
