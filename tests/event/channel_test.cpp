@@ -22,7 +22,7 @@
 #include "tarn/timer.h"
 
 using namespace tarn_test;
-using namespace event_test;
+using namespace event_plain;
 
 namespace {
 

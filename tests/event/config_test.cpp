@@ -16,7 +16,7 @@
 #include "tarn/platform.h"
 
 using namespace tarn_test;
-using namespace event_test;
+using namespace event_plain;
 
 namespace {
 

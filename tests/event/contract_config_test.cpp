@@ -12,11 +12,11 @@
 #include <string>
 #include <vector>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/console.h"
 #include "support/heap.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {

@@ -15,12 +15,12 @@
 #include <utility>
 #include <vector>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/console.h"
 #include "support/libc.h"
 #include "support/sandbox.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {

@@ -7,10 +7,10 @@
 
 #include <string>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/console.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {

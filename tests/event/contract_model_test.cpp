@@ -13,11 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/console.h"
 #include "support/libc.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {
@@ -452,13 +452,14 @@ Step some_step(Random &random, const Profile &profile) {
   if (random.chance(profile.polls_per_mille)) step.kind = Kind::kPoll;
   const bool hand = step.kind == Kind::kGiveListBack;
   step.type = static_cast<int>(random.below(kBefore + kTypes + (hand ? 0 : 1))) - kBefore;
-  step.device = static_cast<uint16_t>(random.next());
+  step.device = static_cast<uint16_t>(random.number());
   step.callback = static_cast<unsigned>(random.below(kCallbacks + 1));
-  step.number = random.chance(300) ? 0 : static_cast<uint32_t>(random.next());
-  step.cfg.suprs_en = random.chance(200) ? 0 : static_cast<uint32_t>(random.next());
+  step.number = random.chance(300) ? 0 : static_cast<uint32_t>(random.number());
+  step.cfg.suprs_en = random.chance(200) ? 0 : static_cast<uint32_t>(random.number());
   step.cfg.threshold =
-      random.chance(50) ? static_cast<uint32_t>(random.next()) : static_cast<uint32_t>(random.below(6));
-  step.cfg.period = random.chance(50) ? static_cast<uint32_t>(random.next()) : static_cast<uint32_t>(random.below(90));
+      random.chance(50) ? static_cast<uint32_t>(random.number()) : static_cast<uint32_t>(random.below(6));
+  step.cfg.period =
+      random.chance(50) ? static_cast<uint32_t>(random.number()) : static_cast<uint32_t>(random.below(90));
   step.no_memory = random.chance(50);
   step.has_release = random.chance(700);
   step.has_suppress = random.chance(100) != step.has_release;

@@ -10,12 +10,12 @@
 #include <string>
 #include <vector>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/console.h"
 #include "support/heap.h"
 #include "support/libc.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {

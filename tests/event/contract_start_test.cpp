@@ -15,14 +15,14 @@
 #include <type_traits>
 #include <vector>
 
-#include "event/contract_channel.h"
-#include "event/contract_support.h"
+#include "event/channel.h"
+#include "event/fixture.h"
 #include "support/console.h"
 #include "support/libc.h"
 #include "support/sandbox.h"
 #include "tarn/timer.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {

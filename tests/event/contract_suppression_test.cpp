@@ -8,11 +8,11 @@
 #include <cstdint>
 #include <string>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/console.h"
 #include "support/libc.h"
 
-using namespace event_contract;
+using namespace event_test;
 using namespace tarn_test;
 
 namespace {

@@ -25,7 +25,7 @@
 #include "support/libc.h"
 #include "tarn/event.h"
 
-namespace event_test {
+namespace event_plain {
 
 using tarn_test::Replace;
 namespace libc = tarn_test::libc;
@@ -250,6 +250,6 @@ inline void Kernel::settle() {
   changed_.wait(lock, [this] { return waits_; });
 }
 
-}  // namespace event_test
+}  // namespace event_plain
 
 #endif

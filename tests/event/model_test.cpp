@@ -20,7 +20,7 @@
 #include "tarn/event.h"
 
 using namespace tarn_test;
-using namespace event_test;
+using namespace event_plain;
 
 namespace {
 

@@ -12,7 +12,7 @@
 
 #include "tarn/event.h"
 
-namespace event_test {
+namespace event_plain {
 
 struct Heard {
   char who;
@@ -79,6 +79,6 @@ inline void suppress_above(int type, uint32_t threshold, uint32_t period_ms) {
   mu_event_set(0, type, &cfg);
 }
 
-}  // namespace event_test
+}  // namespace event_plain
 
 #endif

@@ -15,7 +15,7 @@
 #include "tarn/timer.h"
 
 using namespace tarn_test;
-using namespace event_test;
+using namespace event_plain;
 
 namespace {
 

@@ -2,8 +2,8 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The kernel's side of the event channel, in the hands of a test: the socket, and a script of what arrives on it.
-#ifndef TARN_TESTS_EVENT_CONTRACT_CHANNEL_H
-#define TARN_TESTS_EVENT_CONTRACT_CHANNEL_H
+#ifndef TARN_TESTS_EVENT_CHANNEL_H
+#define TARN_TESTS_EVENT_CHANNEL_H
 
 #include <sys/select.h>
 
@@ -18,10 +18,10 @@
 #include <utility>
 #include <vector>
 
-#include "event/contract_support.h"
+#include "event/fixture.h"
 #include "support/libc.h"
 
-namespace event_contract {
+namespace event_test {
 
 // A datagram's header, and `data` behind it.
 inline std::string datagram(uint16_t device_id, uint16_t type, uint16_t length, const std::string &data = "") {
@@ -246,6 +246,6 @@ class Channel {
                                       }};
 };
 
-}  // namespace event_contract
+}  // namespace event_test
 
 #endif

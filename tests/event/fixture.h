@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the contract tests of the events share: a registry on the virtual clock, and a journal of all that it calls.
-#ifndef TARN_TESTS_EVENT_CONTRACT_SUPPORT_H
-#define TARN_TESTS_EVENT_CONTRACT_SUPPORT_H
+// What the tests of the events share: a registry on the virtual clock, and a journal of all that it calls.
+#ifndef TARN_TESTS_EVENT_FIXTURE_H
+#define TARN_TESTS_EVENT_FIXTURE_H
 
 #include <gtest/gtest.h>
 
@@ -17,11 +17,14 @@
 #include <string_view>
 #include <vector>
 
+#include "support/random.h"
 #include "support/virtual_clock.h"
 #include "tarn/event.h"
 #include "tarn/platform.h"
 
-namespace event_contract {
+namespace event_test {
+
+using tarn_test::Random;
 
 // ---- The journal ----------------------------------------------------------------------------------------------------
 
@@ -157,25 +160,6 @@ class RecordsBeforeTheTable {
   std::vector<mu_event_rec> records_;
 };
 
-// ---- Random ---------------------------------------------------------------------------------------------------------
-
-// SplitMix64 (Steele, Lea, Flood 2014): a short generator that can be restarted anywhere.
-class Random {
- public:
-  explicit Random(uint64_t seed) : state_(seed) {}
-  uint64_t next() {
-    uint64_t z = state_ += 0x9e3779b97f4a7c15;
-    z = (z ^ (z >> 30)) * 0xbf58476d1ce4e5b9;
-    z = (z ^ (z >> 27)) * 0x94d049bb133111eb;
-    return z ^ (z >> 31);
-  }
-  uint64_t below(uint64_t end) { return next() % end; }
-  bool chance(unsigned per_mille) { return below(1000) < per_mille; }
-
- private:
-  uint64_t state_;
-};
-
-}  // namespace event_contract
+}  // namespace event_test
 
 #endif
