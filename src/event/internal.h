@@ -17,7 +17,8 @@ namespace tarn::event {
 inline bool is_inited() { return load_acquire(glb_evt.inited) != 0; }
 
 // Deliberate: two checks. The signed one accepts negative types: type -n addresses the record n places before the
-// table. Held by EventSend.ANegativeTypeAddressesTheRecordBeforeTheTable and EventRegister.RefusesANegativeType.
+// table. Held by EventNegativeType.SendAddressesTheRecordBeforeTheTable and
+// EventNegativeType.FunctionsWithAnUnsignedTypeRefuseIt.
 inline bool in_range_signed(int type) { return is_inited() && type < glb_evt.max_event_num; }
 inline bool in_range_unsigned(u32 type) { return is_inited() && type < static_cast<u32>(glb_evt.max_event_num); }
 

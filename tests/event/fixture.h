@@ -89,6 +89,13 @@ inline void keep(const void *block) {
   blocks.push_back(block);
 }
 
+// Before a second mu_event_init, which abandons the registry.
+inline void keep_registry() {
+  for (int type = 0; type < glb_evt.max_event_num; type++) keep(rec(type).cb_list);
+  keep(glb_evt.events);
+  keep(glb_evt.lock);
+}
+
 // mu_event_suprs_attach, which loses the list of subscribers.
 inline mu_status_t attach(int type, uint64_t cookie, mu_event_suprs_cb_t release_cb = released,
                           mu_event_suprs_cb_t suppress_cb = suppressed) {
@@ -103,13 +110,23 @@ inline mu_status_t configure(int type, uint32_t suprs_en, uint32_t threshold, ui
 
 inline mu_status_t send(int type) { return mu_event_send(0, type, nullptr, 0); }
 
+using Callbacks = std::vector<mu_event_cb_t>;
+
 // The callbacks of a type's subscribers, in order.
-inline std::vector<mu_event_cb_t> subscribers_of(int type) {
-  std::vector<mu_event_cb_t> found;
+inline Callbacks subscribers_of(int type) {
+  Callbacks found;
   for (const mu_list_node_t *node = mu_list_first(rec(type).cb_list); node != nullptr; node = mu_list_next(node)) {
     found.push_back(static_cast<const mu_event_subscriber_t *>(node->data)->cb);
   }
   return found;
+}
+
+// Adds an element to the list of a type, without mu_event_register.
+inline void add_by_hand(int type, mu_event_cb_t cb) {
+  mu_event_subscriber_t element = {};
+  element.type = static_cast<uint32_t>(type);
+  element.cb = cb;
+  mu_list_add(rec(type).cb_list, &element);
 }
 
 // The bytes of an object.
@@ -117,6 +134,9 @@ template <typename T>
 std::string bytes_of(const T &object) {
   return std::string(reinterpret_cast<const char *>(&object), sizeof object);
 }
+
+// The bytes of `glb_evt` before mu_event_init.
+inline std::string all_zero() { return std::string(sizeof(mu_event_state_t), '\0'); }
 
 // The bytes of the registry and of its table.
 inline std::string state_bytes() {

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// How the registry starts, and what it refuses before that.
+// mu_event_init: the state that it makes, its failures, and a second call.
 
 #include <gtest/gtest.h>
 
+#include <cerrno>
 #include <climits>
-#include <functional>
 #include <string>
 #include <vector>
 
@@ -21,8 +21,6 @@ using namespace tarn_test;
 
 namespace {
 
-const std::string kNothing(sizeof(mu_event_state_t), '\0');
-
 int handler(uint16_t, mu_event_msg_t *) { return 0; }
 
 const mu_timer_rec_t *timer_of(uint32_t id) {
@@ -36,9 +34,9 @@ const mu_timer_rec_t *timer_of(uint32_t id) {
 void never(void *) {}
 
 // With the timer service running, so that no other lists are made than those of the event types.
-class EventInitFailureContract : public testing::Test {
+class EventInitFailure : public testing::Test {
  protected:
-  EventInitFailureContract() {
+  EventInitFailure() {
     mu_timer_add(0, nullptr, nullptr);
     clock_.settle();
   }
@@ -65,9 +63,11 @@ class EventInitFailureContract : public testing::Test {
 
 }  // namespace
 
-TEST(EventInitContract, FindsAllZeroBeforeTheFirstCall) { EXPECT_EQ(bytes_of(glb_evt), kNothing); }
+TEST(EventInit, TheStateIsAllZeroBeforeTheFirstCall) { EXPECT_EQ(bytes_of(glb_evt), all_zero()); }
 
-TEST(EventInitContract, RefusesZeroTypesAndChangesNothing) {
+TEST(EventInit, OfNoTypesChangesNothing) {
+  EXPECT_EQ(mu_event_init(0, hook, handler), -1);
+  EXPECT_EQ(bytes_of(glb_evt), all_zero());
   const Registry registry(3, hook, handler);
   const std::string before = state_bytes();
   const uint32_t timers = mu_timer_count();
@@ -80,7 +80,7 @@ TEST(EventInitContract, RefusesZeroTypesAndChangesNothing) {
   EXPECT_EQ(console.take(), "");
 }
 
-TEST(EventInitContract, FillsTheState) {
+TEST(EventInit, FillsTheState) {
   Console console;
   const Registry registry(5, hook, handler);
   EXPECT_EQ(glb_evt.inited, 1u);
@@ -93,13 +93,13 @@ TEST(EventInitContract, FillsTheState) {
   EXPECT_EQ(console.take(), "");
 }
 
-TEST(EventInitContract, LeavesTheHookAndTheHandlerOutWhenTheyAreNull) {
+TEST(EventInit, StoresANullHookAndANullHandler) {
   const Registry registry(1);
   EXPECT_EQ(glb_evt.send_hook, nullptr);
   EXPECT_EQ(glb_evt.cfg_handler, nullptr);
 }
 
-TEST(EventInitContract, StartsEveryRecordZeroWithAnEmptyList) {
+TEST(EventInit, MakesRecordsOfZerosWithAnEmptyList) {
   const Registry registry(40);
   for (int i = 0; i < 40; i++) {
     SCOPED_TRACE(i);
@@ -113,12 +113,12 @@ TEST(EventInitContract, StartsEveryRecordZeroWithAnEmptyList) {
   }
 }
 
-TEST(EventInitContract, GivesEveryTypeItsOwnList) {
+TEST(EventInit, GivesEveryTypeAListOfItsOwn) {
   const Registry registry(2);
   EXPECT_NE(rec(0).cb_list, rec(1).cb_list);
 }
 
-TEST(EventInitContract, CreatesACircularTimerOf500MillisecondsOnThePoll) {
+TEST(EventInit, StartsACircularTimerOf500MillisecondsThatPolls) {
   const Registry registry(1);
   EXPECT_NE(glb_evt.poll_timer, 0u);
   const mu_timer_rec_t *timer = timer_of(glb_evt.poll_timer);
@@ -130,7 +130,7 @@ TEST(EventInitContract, CreatesACircularTimerOf500MillisecondsOnThePoll) {
   EXPECT_EQ(mu_timer_count(), 1u);
 }
 
-TEST(EventInitContract, AsksForSeventyTwoBytesAType) {
+TEST(EventInit, Allocates72BytesForEachTypeUpTo2147483647) {
   std::vector<size_t> sizes;
   {
     const Replace none(libc::malloc, [&](size_t size) -> void * {
@@ -143,39 +143,40 @@ TEST(EventInitContract, AsksForSeventyTwoBytesAType) {
   EXPECT_EQ(sizes, (std::vector<size_t>{72000, 2147483592}));
 }
 
-TEST(EventInitContract, RefusesATableThatPassesTheAllocatorsRange) {
+TEST(EventInit, RefusesATableAbove2147483647Bytes) {
   const Registry registry(3, hook, handler);
-  keep(glb_evt.events);
-  for (int i = 0; i < 3; i++) keep(rec(i).cb_list);
-  keep(glb_evt.lock);
+  keep_registry();
   // 59652324 * 72 is 32 modulo 2^32; 29826162 * 72 is the first product above 2^31 - 1.
   for (const int types : {-1, INT_MIN, INT_MIN + 1, -59652324, 29826162, 59652324, 59652328, INT_MAX}) {
     SCOPED_TRACE(types);
     glb_evt.send_hook = hook;
+    const FailingMalloc none(1, 1000000);
     EXPECT_EQ(mu_event_init(types, hook, handler), -1);
-    EXPECT_EQ(bytes_of(glb_evt), kNothing);
+    EXPECT_EQ(none.seen(), 0);
+    EXPECT_EQ(bytes_of(glb_evt), all_zero());
   }
   EXPECT_EQ(send(0), -1);
 }
 
-TEST(EventInitContract, LeavesTheStateZeroWithoutMemoryForTheTable) {
+TEST(EventInit, WithoutMemoryForTheTableLeavesAllZero) {
   const Registry registry(3, hook, handler);
-  keep(glb_evt.events);
-  for (int i = 0; i < 3; i++) keep(rec(i).cb_list);
-  keep(glb_evt.lock);
+  keep_registry();
   const uint32_t timers = mu_timer_count();
   Console console;
-  const FailingMalloc failing(1);
-  EXPECT_EQ(mu_event_init(5, hook, handler), -1);
-  EXPECT_EQ(failing.seen(), 1);
-  EXPECT_EQ(bytes_of(glb_evt), kNothing);
+  {
+    const FailingMalloc failing(1);
+    EXPECT_EQ(mu_event_init(5, hook, handler), -1);
+    EXPECT_EQ(failing.seen(), 1);
+  }
+  EXPECT_EQ(bytes_of(glb_evt), all_zero());
   EXPECT_EQ(mu_timer_count(), timers);
   EXPECT_EQ(console.take(), "");
   EXPECT_EQ(mu_event_register(0, 0, subscriber<1>), -1);
   EXPECT_EQ(send(0), -1);
+  EXPECT_EQ(mu_event_init(2, nullptr, nullptr), 0) << "the next call is free to succeed";
 }
 
-TEST(EventInitContract, ZeroesTheOldStateBeforeItAllocatesAndIsReadyLast) {
+TEST(EventInit, ClearsTheOldStateFirstAndSetsInitedLast) {
   const VirtualClock clock;
   mu_timer_add(0, nullptr, nullptr);
   glb_evt.inited = 1;
@@ -186,7 +187,7 @@ TEST(EventInitContract, ZeroesTheOldStateBeforeItAllocatesAndIsReadyLast) {
     const Replace seen(libc::malloc, [&](size_t size) {
       EXPECT_EQ(glb_evt.inited, 0u);
       if (allocations == 0) {
-        EXPECT_EQ(bytes_of(glb_evt), kNothing);
+        EXPECT_EQ(bytes_of(glb_evt), all_zero());
       }
       allocations++;
       return libc::malloc.real(size);
@@ -197,13 +198,12 @@ TEST(EventInitContract, ZeroesTheOldStateBeforeItAllocatesAndIsReadyLast) {
   EXPECT_EQ(glb_evt.inited, 1u);
 }
 
-TEST(EventInitContract, IsNotGuardedAgainstASecondCall) {
+TEST(EventInit, ASecondCallStartsAnew) {
   Registry registry(3, hook, handler);
   mu_event_register(0, 1, subscriber<1>);
   const mu_event_state_t first = glb_evt;
-  keep(first.events);
-  for (int i = 0; i < 3; i++) keep(rec(i).cb_list);
-  keep(first.lock);
+  keep_registry();
+  const HeapWatch heap;
   EXPECT_EQ(mu_event_init(2, nullptr, nullptr), 0);
   EXPECT_EQ(glb_evt.max_event_num, 2);
   EXPECT_NE(glb_evt.events, first.events);
@@ -211,7 +211,8 @@ TEST(EventInitContract, IsNotGuardedAgainstASecondCall) {
   EXPECT_NE(glb_evt.poll_timer, first.poll_timer);
   EXPECT_EQ(glb_evt.send_hook, nullptr);
   EXPECT_EQ(glb_evt.cfg_handler, nullptr);
-  EXPECT_EQ(mu_timer_count(), 2u) << "the first timer goes on";
+  EXPECT_EQ(mu_timer_count(), 2u) << "the first timer continues";
+  EXPECT_TRUE(heap.freed().empty());
   EXPECT_EQ(subscribers_of(1).size(), 0u);
   EXPECT_EQ(first.events[1].cb_list->count, 1u) << "the first table is left as it was";
   EXPECT_EQ(mu_event_send(0, 2, nullptr, 0), -1);
@@ -224,7 +225,7 @@ TEST(EventInitContract, IsNotGuardedAgainstASecondCall) {
   EXPECT_EQ(rec(0).tick, tick + 2);
 }
 
-TEST_F(EventInitFailureContract, GoesOnWithoutATimer) {
+TEST_F(EventInitFailure, ContinuesWithoutATimer) {
   fill_the_timer_service();
   EXPECT_EQ(mu_event_init(2, hook, handler), 0);
   EXPECT_EQ(console_.take(), "Timer number exceed(256)\nCreate event polling timer failed\n");
@@ -237,7 +238,20 @@ TEST_F(EventInitFailureContract, GoesOnWithoutATimer) {
   take_journal();
 }
 
-TEST_F(EventInitFailureContract, NamesEveryTypeWhoseListCouldNotBeMade) {
+TEST(EventInitTimerFailure, ContinuesWithoutTheTimerThread) {
+  const VirtualClock clock;
+  Console console;
+  const Replace refuse(libc::pthread_create,
+                       [](pthread_t *, const pthread_attr_t *, void *(*)(void *), void *) { return EAGAIN; });
+  EXPECT_EQ(mu_event_init(2, nullptr, nullptr), 0);
+  EXPECT_EQ(console.take(), "Timer number exceed(0)\nCreate event polling timer failed\n");
+  EXPECT_EQ(glb_evt.inited, 1u);
+  EXPECT_EQ(glb_evt.poll_timer, 0u);
+  keep(timer_info.mutex);  // abandoned by the timer service's failed start
+  keep(timer_info.list);
+}
+
+TEST_F(EventInitFailure, NamesEveryTypeWhoseListCouldNotBeMade) {
   const FailingLists failing({false, true, false, true, true});
   EXPECT_EQ(mu_event_init(5, nullptr, nullptr), 0);
   EXPECT_EQ(console_.take(),
@@ -248,7 +262,7 @@ TEST_F(EventInitFailureContract, NamesEveryTypeWhoseListCouldNotBeMade) {
   }
 }
 
-TEST_F(EventInitFailureContract, TellsOfTheTimerBeforeTheLists) {
+TEST_F(EventInitFailure, ReportsTheTimerBeforeTheLists) {
   fill_the_timer_service();
   const FailingLists failing({true});
   EXPECT_EQ(mu_event_init(1, nullptr, nullptr), 0);
@@ -256,7 +270,7 @@ TEST_F(EventInitFailureContract, TellsOfTheTimerBeforeTheLists) {
             "Timer number exceed(256)\nCreate event polling timer failed\nCreate event 0 cb_list failed\n");
 }
 
-TEST_F(EventInitFailureContract, LeavesATypeWithoutAListEmptyForEver) {
+TEST_F(EventInitFailure, ATypeWithoutAListAcceptsNoSubscribers) {
   {
     const FailingLists failing({true, false});
     EXPECT_EQ(mu_event_init(2, hook, nullptr), 0);
@@ -276,7 +290,7 @@ TEST_F(EventInitFailureContract, LeavesATypeWithoutAListEmptyForEver) {
   EXPECT_EQ(console_.take(), "");
 }
 
-TEST_F(EventInitFailureContract, GoesOnWithoutALock) {
+TEST_F(EventInitFailure, ContinuesWithoutALock) {
   {
     const FailingMalloc failing(2);  // the table is the first
     EXPECT_EQ(mu_event_init(2, hook, nullptr), 0);
@@ -294,73 +308,4 @@ TEST_F(EventInitFailureContract, GoesOnWithoutALock) {
   EXPECT_EQ(mu_event_counter_clear_all(0), 0);
   EXPECT_EQ(mu_event_deregister(0, 1, subscriber<1>), 0);
   EXPECT_EQ(rec(1).registered, 0);
-}
-
-// ---- Before init ----------------------------------------------------------------------------------------------------
-
-TEST(EventUninitialisedContract, RefusesEveryOperationButTwo) {
-  Console console;
-  uint32_t count = 9;
-  mu_event_cfg_t cfg = {1, 2, 3};
-  for (const int type : {0, 1, -1, INT_MAX, INT_MIN}) {
-    SCOPED_TRACE(type);
-    const auto unsigned_type = static_cast<uint32_t>(type);
-    EXPECT_EQ(mu_event_register(0, unsigned_type, subscriber<1>), -1);
-    EXPECT_EQ(mu_event_deregister(0, unsigned_type, subscriber<1>), -1);
-    EXPECT_EQ(mu_event_send(0, type, nullptr, 0), -1);
-    EXPECT_EQ(mu_event_suprs_attach(type, released, suppressed, 0), -1);
-    EXPECT_EQ(mu_event_suprs_attach(type, nullptr, nullptr, 0), -1);
-    count = 9;
-    EXPECT_EQ(mu_event_counter_get(0, unsigned_type, &count, 1), -1);
-    EXPECT_EQ(count, 0u) << "stored before the type is looked at";
-    EXPECT_EQ(mu_event_counter_clear(0, unsigned_type), -1);
-    EXPECT_EQ(mu_event_set(0, type, &cfg), -1);
-    EXPECT_EQ(mu_event_get(0, type, &cfg), -1);
-  }
-  EXPECT_EQ(bytes_of(cfg), bytes_of(mu_event_cfg_t{1, 2, 3}));
-  EXPECT_EQ(bytes_of(glb_evt), kNothing);
-  EXPECT_EQ(take_journal(), Journal{});
-  EXPECT_EQ(console.take(), "");
-}
-
-TEST(EventUninitialisedContract, ClearsNothingAndSucceeds) {
-  EXPECT_EQ(mu_event_counter_clear_all(3), 0);
-  EXPECT_EQ(bytes_of(glb_evt), kNothing);
-}
-
-TEST(EventUninitialisedContract, PollsNothing) {
-  mu_event_poll();
-  EXPECT_EQ(bytes_of(glb_evt), kNothing);
-}
-
-// A type in the table is not enough.
-TEST(EventUninitialisedContract, RefusesEvenTypesOfATable) {
-  const Registry registry(2, hook);
-  mu_event_register(0, 0, subscriber<1>);
-  glb_evt.inited = 0;
-  const std::string before = state_bytes();
-  uint32_t count = 9;
-  mu_event_cfg_t cfg = {1, 2, 3};
-  EXPECT_EQ(mu_event_register(0, 0, subscriber<2>), -1);
-  EXPECT_EQ(mu_event_deregister(0, 0, subscriber<1>), -1);
-  EXPECT_EQ(send(0), -1);
-  EXPECT_EQ(mu_event_suprs_attach(0, released, suppressed, 0), -1);
-  EXPECT_EQ(mu_event_counter_get(0, 0, &count, 1), -1);
-  EXPECT_EQ(count, 0u);
-  EXPECT_EQ(mu_event_counter_clear(0, 0), -1);
-  EXPECT_EQ(mu_event_set(0, 0, &cfg), -1);
-  EXPECT_EQ(mu_event_get(0, 0, &cfg), -1);
-  EXPECT_EQ(state_bytes(), before);
-  EXPECT_EQ(subscribers_of(0).size(), 1u);
-  EXPECT_EQ(take_journal(), Journal{});
-}
-
-TEST(EventUninitialisedContract, ClearsTheCountersOfATableAllTheSame) {
-  const Registry registry(2);
-  rec(1).count = 5;
-  rec(1).suprs_cnt = 6;
-  glb_evt.inited = 0;
-  EXPECT_EQ(mu_event_counter_clear_all(0), 0);
-  EXPECT_EQ(rec(1).count, 0u);
-  EXPECT_EQ(rec(1).suprs_cnt, 0u);
 }
