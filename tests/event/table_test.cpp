@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The table that a dump prints.
+// mu_event_dump: the table that it prints.
 
 #include <gtest/gtest.h>
 
@@ -27,9 +27,9 @@ std::string dump() {
 
 }  // namespace
 
-TEST(EventDumpContract, HasNoRowsBeforeInit) { EXPECT_EQ(dump(), kHead + "\n"); }
+TEST(EventDump, HasNoRowsBeforeInit) { EXPECT_EQ(dump(), kHead + "\n"); }
 
-TEST(EventDumpContract, ShowsARowForEachType) {
+TEST(EventDump, ShowsARowForEachType) {
   const Registry registry(2);
   EXPECT_EQ(dump(), kHead +
                         "0    0          Disable  -       -         -         -\n"
@@ -37,7 +37,7 @@ TEST(EventDumpContract, ShowsARowForEachType) {
                         "\n");
 }
 
-TEST(EventDumpContract, ShowsTheSettingsAndTheStateOfSuppression) {
+TEST(EventDump, ShowsTheSettingsAndTheStateOfSuppression) {
   const Registry registry(4);
   send(0);
   send(0);
@@ -54,8 +54,8 @@ TEST(EventDumpContract, ShowsTheSettingsAndTheStateOfSuppression) {
                         "\n");
 }
 
-// Columns only grow: nothing is cut. Numbers are printed signed.
-TEST(EventDumpContract, PrintsNumbersSignedAndInFull) {
+// A number that is wider than its column is printed whole.
+TEST(EventDump, PrintsNumbersSignedAndInFull) {
   const Registry registry(3);
   configure(0, 1, 3000000000, UINT32_MAX);  // kept as 429496729, times 10 is 2^32 - 6
   rec(0).count = UINT32_MAX;
@@ -71,7 +71,7 @@ TEST(EventDumpContract, PrintsNumbersSignedAndInFull) {
                         "\n");
 }
 
-TEST(EventDumpContract, NumbersRowsFromZeroInOrder) {
+TEST(EventDump, NumbersRowsFromZeroInOrder) {
   const Registry registry(10002);
   std::string rows;
   for (int i = 0; i < 10002; i++) {
@@ -82,13 +82,13 @@ TEST(EventDumpContract, NumbersRowsFromZeroInOrder) {
   EXPECT_EQ(dump(), kHead + rows + "\n");
 }
 
-TEST(EventDumpContract, ShowsATableWhoseRegistryIsNotMarkedReady) {
+TEST(EventDump, ShowsATableThatIsNotMarkedInited) {
   const Registry registry(1);
   glb_evt.inited = 0;
   EXPECT_EQ(dump(), kHead + "0    0          Disable  -       -         -         -\n\n");
 }
 
-TEST(EventDumpContract, TakesNoLockAndChangesNothing) {
+TEST(EventDump, TakesNoLockAndChangesNothing) {
   const Registry registry(1);
   configure(0, 1, 3, 1000);
   send(0);
