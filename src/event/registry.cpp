@@ -61,7 +61,7 @@ void append(mu_list_t *list, u32 type, mu_event_cb_t cb) {
   subscriber.type = type;
   subscriber.cb = cb;
   // Deliberate: not checked. Without memory, or on a type without a list, nothing is added and no error is reported.
-  // Held by EventRegister.SucceedsWithoutAddingWhenMemoryRunsOut and EventAttach.LosesTheListOfSubscribers.
+  // Held by EventRegister.SucceedsWithoutAddingWhenMemoryRunsOut and EventAttach.TheTypeAcceptsNoSubscribersAnyMore.
   (void)mu_list_add(list, &subscriber);
 }
 

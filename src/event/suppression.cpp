@@ -13,7 +13,7 @@ namespace {
 // Clears everything up to and including the list of subscribers.
 //
 // Deliberate: the type loses its list and never gets another; the order of attaching and registering makes no
-// difference. Held by EventAttach.LosesTheListOfSubscribers.
+// difference. Held by EventAttach.LosesTheListOfSubscribers and EventAttach.TheTypeAcceptsNoSubscribersAnyMore.
 void reset(mu_event_rec &event) {
   store_relaxed(event.registered, u8{0});
   store_relaxed(event.suprs_en, u8{0});
