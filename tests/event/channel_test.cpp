@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "event/kernel.h"
+#include "event/kernel_plain.h"
 #include "event/subscribers.h"
 #include "support/console.h"
 #include "support/heap.h"

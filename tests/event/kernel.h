@@ -1,255 +1,297 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The platform driver's part in the channel, in the test's hands: the device, the netlink socket, and what a loop that
-// never ends is given to receive.
+// The kernel's side of the event channel, in the hands of a test: the device, the socket, and a script of what arrives.
 #ifndef TARN_TESTS_EVENT_KERNEL_H
 #define TARN_TESTS_EVENT_KERNEL_H
 
 #include <fcntl.h>
-#include <linux/netlink.h>
-#include <pthread.h>
+#include <sys/select.h>
+#include <sys/socket.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
+#include <chrono>
 #include <condition_variable>
 #include <cstring>
+#include <deque>
 #include <functional>
 #include <mutex>
-#include <optional>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
+#include "event/fixture.h"
 #include "support/libc.h"
-#include "tarn/event.h"
 
-namespace event_plain {
+namespace event_test {
 
-using tarn_test::Replace;
-namespace libc = tarn_test::libc;
-
-using Bytes = std::vector<uint8_t>;
-
-constexpr int kDevice = 9001;  // descriptors of this kernel: never real ones
-constexpr int kSocket = 1000;
-constexpr pid_t kParent = 4711;
-
-// A datagram of the kernel: the header's three fields, then `data`. Numbers stand in the machine's byte order.
-inline Bytes datagram(uint16_t type, uint16_t device_id, uint16_t length, size_t size = 24) {
-  Bytes bytes(std::max<size_t>(size, 24));
-  for (size_t i = 0; i < bytes.size(); i++) bytes[i] = static_cast<uint8_t>(0xA0 + i);
+// A datagram's header, and `data` after it.
+inline std::string datagram(uint16_t device_id, uint16_t type, uint16_t length, const std::string &data = "") {
+  std::string bytes(24, '\0');
   memcpy(&bytes[2], &length, 2);
   memcpy(&bytes[6], &type, 2);
   memcpy(&bytes[10], &device_id, 2);
-  bytes.resize(size);
-  return bytes;
+  return bytes + data;
+}
+
+inline std::string hex(const std::string &bytes) {
+  std::string digits;
+  for (const char byte : bytes) digits += line("%02x", static_cast<unsigned char>(byte));
+  return digits;
 }
 
 // One round of the receive loop.
 struct Round {
-  int ready = 1;          // select's result
-  bool is_in_set = true;  // whether the socket stays in the set
-  ssize_t received = -1;  // recvfrom's result, and what it writes into the buffer
-  Bytes bytes = {};
-
-  static Round of(const Bytes &bytes) { return {1, true, static_cast<ssize_t>(bytes.size()), bytes}; }
+  int selected = 1;        // the result of select
+  bool in_set = true;      // whether select leaves the socket in the set
+  std::string bytes = {};  // what arrives
+  bool fails = false;      // recvfrom returns -1
 };
 
-// Every call of the channel to the system, in place of libc's, for the whole process: the event thread never ends, so
-// neither does this. Make it with kernel(), which keeps it.
+inline Round arrives(std::string bytes) { return {1, true, std::move(bytes), false}; }
+inline Round receive_fails() { return {1, true, "", true}; }
+
+// The arguments of a call of select.
+struct Selected {
+  int count;
+  std::vector<int> files;  // in the read set
+  bool others;             // a write set, an error set or a timeout
+  bool operator==(const Selected &) const = default;
+};
+
+// The arguments of a call of recvfrom.
+struct Received {
+  int sock;
+  size_t size;
+  int flags;
+  bool has_from;
+  socklen_t from_size;
+  bool operator==(const Received &) const = default;
+};
+
+inline void PrintTo(const Selected &selected, std::ostream *out) {
+  *out << "{count " << selected.count << (selected.others ? " others" : "") << " files";
+  for (const int file : selected.files) *out << ' ' << file;
+  *out << '}';
+}
+
+inline void PrintTo(const Received &received, std::ostream *out) {
+  *out << "{sock " << received.sock << " size " << received.size << " flags " << received.flags << " from "
+       << received.has_from << " from_size " << received.from_size << '}';
+}
+
+// The results of the calls.
+struct Answers {
+  int sock;
+  pid_t parent = 4321;
+  int device = 88;       // of open; negative: there is no device
+  int socket_error = 0;  // other than 0: the call fails with this errno
+  int bind_error = 0;
+  int ioctl_result = 0;
+  size_t argument_size = 24;                       // how many bytes of an argument of the device are read
+  std::function<void(std::string &)> answer = {};  // changes them; the changed bytes are written back
+};
+
+// Every call to the system that the channel makes, in place of libc's. The event thread never ends: it waits in select
+// for more rounds. A thread that sleeps does so on the clock that was there before, or for good. One in a process.
 class Kernel {
  public:
-  Kernel();
+  explicit Kernel(int sock = 77) : state_(*new State(sock)) {}
 
-  struct Ioctl {
-    int file;
-    unsigned long request;
-    std::array<uint8_t, 1024> argument;  // as much as the library's own buffers hold
-  };
+  Answers &answers() const { return state_.answers; }
 
-  struct Receive {
-    int sock;
-    size_t size;
-    int flags;
-    bool has_sender;
-    socklen_t sender_size;
-    uintptr_t buffer;
-  };
+  // The calls since the last time, but for select and recvfrom, such as "socket 16 524291 19" and "ioctl 88 4302".
+  std::vector<std::string> take_calls() const {
+    std::lock_guard lock(state_.mutex);
+    return std::exchange(state_.calls, {});
+  }
+  // The arguments of the device since the last time, and the latest one's address.
+  std::vector<std::string> take_arguments() const { return std::exchange(state_.arguments, {}); }
+  const void *argument() const { return state_.argument; }
 
-  // What is answered.
-  int socket_result = kSocket;
-  int bind_errno = 0;
-  int open_errno = 0;
-  int ioctl_errno = 0;
-  pid_t parent = kParent;
-  std::function<void(void *argument)> answer;  // what the ioctl writes
+  std::vector<Selected> selected() const {
+    std::lock_guard lock(state_.mutex);
+    return state_.selected;
+  }
+  std::vector<Received> received() const {
+    std::lock_guard lock(state_.mutex);
+    return state_.received;
+  }
+  char *buffer() const { return state_.buffer; }
 
-  // What was called, in order, each call a word.
-  std::vector<std::string> calls;
-  std::string take_calls();
+  // Runs remote_event_process on a thread of its own, until it waits.
+  void start() const {
+    std::thread(remote_event_process).detach();
+    settle();
+  }
 
-  // Arguments.
-  std::array<int, 3> socket_arguments{};
-  sockaddr_nl address{};
-  socklen_t address_size = 0;
-  int bind_sock = 0;
-  std::string open_path;
-  int open_flags = 0;
-  std::vector<Ioctl> ioctls;
-  std::vector<int> closed;
-  int select_count = 0;
-  bool select_had_other_arguments = false;
-  bool select_set_was_exact = false;  // the socket and nothing else
-  std::vector<Receive> receives;
+  // Returns after the last of the rounds, when the event thread waits again.
+  void feed(const std::vector<Round> &rounds) const {
+    {
+      std::lock_guard lock(state_.mutex);
+      state_.rounds.insert(state_.rounds.end(), rounds.begin(), rounds.end());
+      state_.idle = false;
+      state_.changed.notify_all();
+    }
+    settle();
+  }
 
-  // Lets the loop, which runs on another thread, take one round; returns when it waits again.
-  void run(const Round &round);
-
-  // Waits until the loop waits in select for the first time.
-  void settle();
+  // Waits for the event thread to wait.
+  void settle() const {
+    std::unique_lock lock(state_.mutex);
+    const bool waits = state_.changed.wait_for(lock, std::chrono::seconds(60), [this] { return state_.idle; });
+    ASSERT_TRUE(waits) << "the event thread does not wait in select";
+  }
 
  private:
-  void note(const char *call) { calls.emplace_back(call); }
-  bool is_set_exact(const fd_set *set) const;
-  int wait_for_round(fd_set *read);
+  using Select = int(int, fd_set *, fd_set *, fd_set *, timeval *);
+  using Receive = ssize_t(int, void *, size_t, int, sockaddr *, socklen_t *);
 
-  std::mutex mutex_;
-  std::condition_variable changed_;
-  std::optional<Round> round_;
-  bool waits_ = false;
+  // Outlives the test: threads wait in it until the process ends.
+  struct State {
+    explicit State(int sock) : answers{.sock = sock} { latest = this; }
 
-  Replace<int(int, int, int)> socket_;
-  Replace<int(int, const sockaddr *, socklen_t)> bind_;
-  Replace<int(const char *, int, mode_t)> open_;
-  Replace<int(int, unsigned long, void *)> ioctl_;
-  Replace<int(int)> close_;
-  Replace<pid_t()> getppid_;
-  Replace<int(int, fd_set *, fd_set *, fd_set *, timeval *)> select_;
-  Replace<ssize_t(int, void *, size_t, int, sockaddr *, socklen_t *)> recvfrom_;
+    int sleep(timeval *timeout) {
+      if (clock != nullptr) return (*clock)(0, nullptr, nullptr, nullptr, timeout);
+      std::unique_lock lock(mutex);
+      changed.wait(lock, [] { return false; });
+      return 0;
+    }
+
+    int select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout) {
+      if (read == nullptr) return sleep(timeout);
+      std::unique_lock lock(mutex);
+      selected.push_back({count, files_in(count, read), write != nullptr || except != nullptr || timeout != nullptr});
+      if (rounds.empty()) {
+        idle = true;
+        changed.notify_all();
+        changed.wait(lock, [this] { return !rounds.empty(); });
+      }
+      round = rounds.front();
+      rounds.pop_front();
+      // As the kernel does: an error does not change the set.
+      if (round.selected >= 0 && !(round.selected > 0 && round.in_set)) clear(count, read);
+      errno = round.selected < 0 ? EINTR : 0;
+      return round.selected;
+    }
+
+    ssize_t recvfrom(int from_sock, void *data, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
+      std::unique_lock lock(mutex);
+      buffer = static_cast<char *>(data);
+      received.push_back({from_sock, size, flags, from != nullptr, from_size == nullptr ? 99 : *from_size});
+      if (from != nullptr) memset(static_cast<void *>(from), 0x5A, kAddressSize);  // there must be room for it
+      if (from_size != nullptr) *from_size = kAddressSize;
+      if (round.fails) {
+        errno = ENOBUFS;
+        return -1;
+      }
+      const size_t got = std::min(size, round.bytes.size());
+      memcpy(data, round.bytes.data(), got);
+      return static_cast<ssize_t>(got);
+    }
+
+    int open(const char *path, int flags, mode_t mode) {
+      if (strncmp(path, "/dev/mu", 7) != 0) return tarn_test::libc::open.real(path, flags, mode);  // a sanitizer's
+      EXPECT_EQ(flags, O_RDWR | O_CLOEXEC);
+      note(std::string("open ") + path);
+      if (answers.device < 0) errno = ENOENT;
+      return answers.device;
+    }
+
+    int ioctl(int file, unsigned long request, void *data) {
+      note(line("ioctl %d %lx", file, request));
+      argument = data;
+      std::string bytes(static_cast<const char *>(data), answers.argument_size);
+      arguments.push_back(bytes);
+      if (answers.answer) {
+        answers.answer(bytes);
+        memcpy(data, bytes.data(), bytes.size());
+      }
+      return answers.ioctl_result;
+    }
+
+    // Notes a call. Returns 0, or -1 when there is an error.
+    int call(std::string text, int error) {
+      note(std::move(text));
+      errno = error;
+      return error != 0 ? -1 : 0;
+    }
+
+    void note(std::string text) {
+      std::lock_guard lock(mutex);
+      calls.push_back(std::move(text));
+    }
+
+    static constexpr socklen_t kAddressSize = 12;  // of netlink
+
+    // The set is a row of longs, with the lowest file in the lowest bit of the first.
+    static constexpr int kBits = 8 * sizeof(long);
+    static std::vector<int> files_in(int count, const fd_set *set) {
+      std::vector<int> files;
+      for (int i = 0; i < count; i++) {
+        unsigned long word;
+        memcpy(&word, reinterpret_cast<const char *>(set) + sizeof word * static_cast<size_t>(i / kBits), sizeof word);
+        if ((word >> (i % kBits) & 1) != 0) files.push_back(i);
+      }
+      return files;
+    }
+    static void clear(int count, fd_set *set) {
+      memset(static_cast<void *>(set), 0, sizeof(long) * static_cast<size_t>((count + kBits - 1) / kBits));
+    }
+
+    const std::function<Select> *const clock = tarn_test::libc::select.replacement();
+    std::mutex mutex;
+    std::condition_variable changed;
+    Answers answers;
+    std::deque<Round> rounds;
+    Round round;
+    bool idle = false;
+    std::vector<std::string> calls;
+    std::vector<std::string> arguments;
+    const void *argument = nullptr;
+    std::vector<Selected> selected;
+    std::vector<Received> received;
+    char *buffer = nullptr;
+    static inline State *latest;  // keeps it reachable: not a leak
+  };
+
+  State &state_;
+  tarn_test::Replace<int(int, int, int)> socket_{
+      tarn_test::libc::socket, [&state = state_](int domain, int type, int protocol) {
+        const int result = state.call(line("socket %d %d %d", domain, type, protocol), state.answers.socket_error);
+        return result == 0 ? state.answers.sock : -1;
+      }};
+  tarn_test::Replace<int(int, const sockaddr *, socklen_t)> bind_{
+      tarn_test::libc::bind, [&state = state_](int sock, const sockaddr *address, socklen_t size) {
+        const std::string bytes(reinterpret_cast<const char *>(address), size);
+        return state.call(line("bind %d ", sock) + hex(bytes), state.answers.bind_error);
+      }};
+  tarn_test::Replace<pid_t()> getppid_{tarn_test::libc::getppid, [&state = state_] {
+                                         state.note("getppid");
+                                         return state.answers.parent;
+                                       }};
+  tarn_test::Replace<int(const char *, int, mode_t)> open_{
+      tarn_test::libc::open,
+      [&state = state_](const char *path, int flags, mode_t mode) { return state.open(path, flags, mode); }};
+  tarn_test::Replace<int(int, unsigned long, void *)> ioctl_{
+      tarn_test::libc::ioctl,
+      [&state = state_](int file, unsigned long request, void *data) { return state.ioctl(file, request, data); }};
+  // Fails: its result is ignored, and its errno is not that of another call.
+  tarn_test::Replace<int(int)> close_{tarn_test::libc::close,
+                                      [&state = state_](int file) { return state.call(line("close %d", file), EIO); }};
+  tarn_test::Replace<Select> select_{tarn_test::libc::select, [&state = state_](int count, fd_set *read, fd_set *write,
+                                                                                fd_set *except, timeval *timeout) {
+                                       return state.select(count, read, write, except, timeout);
+                                     }};
+  tarn_test::Replace<Receive> recvfrom_{
+      tarn_test::libc::recvfrom,
+      [&state = state_](int sock, void *data, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
+        return state.recvfrom(sock, data, size, flags, from, from_size);
+      }};
 };
 
-inline Kernel &kernel() {
-  static Kernel &only = *new Kernel;
-  return only;
-}
-
-inline Kernel::Kernel()
-    : socket_(libc::socket,
-              [this](int domain, int type, int protocol) {
-                note("socket");
-                socket_arguments = {domain, type, protocol};
-                if (socket_result < 0) errno = EPROTONOSUPPORT;
-                return socket_result;
-              }),
-      bind_(libc::bind,
-            [this](int sock, const sockaddr *to, socklen_t size) {
-              note("bind");
-              bind_sock = sock;
-              memcpy(&address, to, std::min<size_t>(size, sizeof address));
-              address_size = size;
-              if (bind_errno == 0) return 0;
-              errno = bind_errno;
-              return -1;
-            }),
-      open_(libc::open,
-            [this](const char *path, int flags, mode_t mode) {
-              if (strncmp(path, "/dev/mu", 7) != 0) return libc::open.real(path, flags, mode);  // a sanitizer's
-              note("open");
-              open_path = path;
-              open_flags = flags;
-              if (open_errno == 0) return kDevice;
-              errno = open_errno;
-              return -1;
-            }),
-      ioctl_(libc::ioctl,
-             [this](int file, unsigned long request, void *argument) {
-               note("ioctl");
-               Ioctl &call = ioctls.emplace_back(Ioctl{file, request, {}});
-               mu_pal_hdr_t header;
-               memcpy(&header, argument, sizeof header);
-               memcpy(call.argument.data(), argument, std::min<size_t>(24u + header.length, 1024));
-               if (answer) answer(argument);
-               if (ioctl_errno == 0) return 0;
-               errno = ioctl_errno;
-               return -1;
-             }),
-      close_(libc::close,
-             [this](int file) {
-               note("close");
-               closed.push_back(file);
-               return 0;
-             }),
-      getppid_(libc::getppid,
-               [this] {
-                 note("getppid");
-                 return parent;
-               }),
-      select_(libc::select,
-              [this, clock = libc::select.replacement()](int count, fd_set *read, fd_set *write, fd_set *except,
-                                                         timeval *timeout) {
-                if (read == nullptr) {  // a sleep: the virtual clock's
-                  return clock != nullptr ? (*clock)(count, read, write, except, timeout)
-                                          : libc::select.real(count, read, write, except, timeout);
-                }
-                select_count = count;
-                select_had_other_arguments = write != nullptr || except != nullptr || timeout != nullptr;
-                select_set_was_exact = is_set_exact(read);
-                return wait_for_round(read);
-              }),
-      recvfrom_(
-          libc::recvfrom, [this](int sock, void *data, size_t size, int flags, sockaddr *from, socklen_t *from_size) {
-            receives.push_back({sock, size, flags, from != nullptr, *from_size, reinterpret_cast<uintptr_t>(data)});
-            if (from != nullptr) memset(from, 0x5A, sizeof(sockaddr_nl));  // there must be room for it
-            if (round_->received < 0) errno = ENOBUFS;
-            if (!round_->bytes.empty()) memcpy(data, round_->bytes.data(), round_->bytes.size());
-            return round_->received;
-          }) {}
-
-inline std::string Kernel::take_calls() {
-  std::string words;
-  for (const std::string &call : calls) words += (words.empty() ? "" : " ") + call;
-  calls.clear();
-  return words;
-}
-
-inline bool Kernel::is_set_exact(const fd_set *set) const {
-  const auto *words = reinterpret_cast<const unsigned long *>(set);
-  for (int fd = 0; fd < select_count; fd++) {
-    const bool is_in = ((words[fd / 64] >> (fd % 64)) & 1) != 0;
-    if (is_in != (fd == socket_result)) return false;
-  }
-  return true;
-}
-
-// Called when the loop begins to wait: the round before is over.
-inline int Kernel::wait_for_round(fd_set *read) {
-  std::unique_lock lock(mutex_);
-  round_.reset();
-  waits_ = true;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return round_.has_value(); });
-  waits_ = false;
-  auto *words = reinterpret_cast<unsigned long *>(read);
-  if (!round_->is_in_set) words[socket_result / 64] = 0;
-  if (round_->ready < 0) errno = EINTR;
-  return round_->ready;
-}
-
-inline void Kernel::run(const Round &round) {
-  settle();
-  std::unique_lock lock(mutex_);
-  round_ = round;
-  changed_.notify_all();
-  changed_.wait(lock, [this] { return !round_.has_value(); });
-}
-
-inline void Kernel::settle() {
-  std::unique_lock lock(mutex_);
-  changed_.wait(lock, [this] { return waits_; });
-}
-
-}  // namespace event_plain
+}  // namespace event_test
 
 #endif
