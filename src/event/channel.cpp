@@ -30,7 +30,7 @@ void start_event_thread() {
   const auto body = reinterpret_cast<mu_thread_entry_t>(reinterpret_cast<void (*)()>(remote_event_process));
   pthread_t thread;
   // Deliberate: not checked. A process that may not use SCHED_RR continues without the thread. Held by
-  // EventPlatform.GoesOnWithoutTheThread.
+  // PlatEventInit.GoesOnWithoutTheThread.
   (void)pthread_create(&thread, &attributes, body, nullptr);
   (void)pthread_attr_destroy(&attributes);
 }

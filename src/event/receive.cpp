@@ -37,7 +37,7 @@ void send_to_registry(u8 *datagram) {
   mu_pal_hdr_t header;
   memcpy(&header, datagram, sizeof header);
   // Deliberate: the length is the header's, however many bytes were received. Held by
-  // EventChannel.PassesTheLengthOfTheHeader.
+  // EventReceive.PassesTheLengthFieldAsItIs.
   (void)mu_event_send(header.device_id, header.event_type, datagram + sizeof header, header.length);
 }
 
@@ -52,7 +52,7 @@ void send_to_registry(u8 *datagram) {
     const ssize_t received =
         recvfrom(sock, datagram, sizeof datagram, 0, reinterpret_cast<sockaddr *>(&sender), &sender_size);
     // Deliberate: unsigned, so a failed receive (-1) counts as a long datagram and the content of the buffer is sent
-    // again. Held by EventChannel.AFailedReceiveSendsWhatTheBufferHolds.
+    // again. Held by EventReceive.SendsWhatTheBufferHoldsWhenAReceiveFails.
     if (static_cast<u32>(received) >= sizeof(mu_pal_hdr_t)) send_to_registry(datagram);
   }
 }

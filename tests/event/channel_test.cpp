@@ -1,464 +1,264 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The event thread and its start.
+// The start of the channel: the thread with its attributes, then the registry.
 
 #include <gtest/gtest.h>
-#include <semaphore.h>
-#include <sys/resource.h>
+#include <pthread.h>
+#include <sched.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
-#include <thread>
+#include <functional>
+#include <future>
+#include <string>
+#include <type_traits>
 #include <vector>
 
-#include "event/kernel_plain.h"
-#include "event/subscribers.h"
+#include "event/fixture.h"
+#include "event/kernel.h"
 #include "support/console.h"
-#include "support/heap.h"
-#include "support/virtual_clock.h"
-#include "tarn/event.h"
+#include "support/libc.h"
 #include "tarn/timer.h"
 
+using namespace event_test;
 using namespace tarn_test;
-using namespace event_plain;
 
 namespace {
 
-constexpr const char *kInitLine = "mu-event: init OK (max_event_num 20)\n";
+static_assert(std::is_same_v<decltype(evt_flag), uint32_t> && std::is_same_v<decltype(evt_dest), int32_t>);
 
-// Standard error, for perror.
-class ErrorOutput {
- public:
-  ErrorOutput() { testing::internal::CaptureStderr(); }
-  static std::string take() { return testing::internal::GetCapturedStderr(); }
-};
-
-// A registry whose hook sees every event, and the loop on a thread of the test.
-class EventChannel : public testing::Test {
- protected:
-  EventChannel() {
-    mu_event_init(20, hook, nullptr);
-    clock_.settle();  // the timer thread sleeps on the clock, for good
-    kernel();
-  }
-
-  static void start() {
-    std::thread([] { remote_event_process(); }).detach();
-    kernel().settle();
-  }
-
-  // What the hook heard in one round; `data` left aside.
-  static std::vector<Heard> run(const Round &round) {
-    kernel().run(round);
-    std::vector<Heard> calls;
-    g_calls.swap(calls);
-    data_ = calls.empty() ? nullptr : calls[0].data;
-    for (Heard &call : calls) call.data = nullptr;
-    return calls;
-  }
-
-  static Heard heard(uint16_t type, uint16_t device_id, uint32_t length) {
-    return {'h', device_id, type, nullptr, length};
-  }
-
-  VirtualClock clock_;
-  static inline const void *data_;
-};
-
-}  // namespace
-
-TEST_F(EventChannel, OpensTellsItsPortAndBinds) {
-  Console console;
-  start();
-  EXPECT_EQ(kernel().take_calls(), "socket getppid open ioctl close bind");
-  EXPECT_EQ(kernel().socket_arguments, (std::array{AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 19}));
-  EXPECT_EQ(evt_dest, kParent);
-  EXPECT_EQ(kernel().ioctls[0].request, 0x4302u);
-  Bytes expected(24);
-  const uint32_t port = kParent;
-  memcpy(&expected[20], &port, 4);
-  EXPECT_EQ(Bytes(kernel().ioctls[0].argument.begin(), kernel().ioctls[0].argument.begin() + 24), expected);
-  EXPECT_EQ(kernel().bind_sock, kSocket);
-  EXPECT_EQ(kernel().address_size, 12u);
-  EXPECT_EQ(kernel().address.nl_family, AF_NETLINK);
-  EXPECT_EQ(kernel().address.nl_pad, 0u);
-  EXPECT_EQ(kernel().address.nl_pid, port);
-  EXPECT_EQ(kernel().address.nl_groups, 0u);
-  EXPECT_EQ(console.take(), "");
-}
-
-TEST_F(EventChannel, GoesOnWhenThePortCannotBeTold) {
-  Console console;
-  kernel().open_errno = ENOENT;
-  start();
-  EXPECT_EQ(console.take(), "Device open failure /dev/mu_pal_ioctl\n");
-  EXPECT_EQ(kernel().take_calls(), "socket getppid open bind");
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 3))), std::vector{heard(1, 2, 3)});
-}
-
-TEST_F(EventChannel, WithoutASocketEnds) {
-  kernel().socket_result = -1;
-  const ErrorOutput error;
-  EXPECT_EQ(remote_event_process(), nullptr);
-  EXPECT_EQ(ErrorOutput::take(), "!Create pkt_evt channel failed::\n: Protocol not supported\n");
-  EXPECT_EQ(kernel().take_calls(), "socket");
-  EXPECT_EQ(evt_dest, 0);
-}
-
-TEST_F(EventChannel, ThatCannotBeBoundClosesAndEnds) {
-  Console console;
-  std::string before_close;
-  Replace close(libc::close, [&](int file) {
-    if (file == kSocket) before_close = console.take();
-    kernel().closed.push_back(file);
-    return 0;
-  });
-  kernel().bind_errno = EADDRINUSE;
-  EXPECT_EQ(remote_event_process(), nullptr);
-  EXPECT_EQ(before_close, "bind socket failed(" + std::to_string(EADDRINUSE) + ").\n");
-  EXPECT_EQ(console.take(), "");
-  EXPECT_EQ(kernel().closed, (std::vector{kDevice, kSocket}));
-  EXPECT_EQ(evt_dest, kParent);
-}
-
-TEST_F(EventChannel, WaitsForItsSocketAlone) {
-  start();
-  EXPECT_EQ(kernel().select_count, kSocket + 1);
-  EXPECT_TRUE(kernel().select_set_was_exact);
-  EXPECT_FALSE(kernel().select_had_other_arguments);
-  run({1, false});  // the set is cleared by now
-  EXPECT_TRUE(kernel().select_set_was_exact) << "it is filled anew for each wait";
-}
-
-TEST_F(EventChannel, HandlesTheLastDescriptorOfAnOrdinarySet) {
-  kernel().socket_result = FD_SETSIZE - 1;
-  start();
-  EXPECT_EQ(kernel().select_count, FD_SETSIZE);
-  EXPECT_TRUE(kernel().select_set_was_exact);
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 3))), std::vector{heard(1, 2, 3)});
-}
-
-TEST_F(EventChannel, HandlesTheFirstDescriptorAboveTheSizeOfASet) {
-  kernel().socket_result = FD_SETSIZE;
-  start();
-  EXPECT_EQ(kernel().select_count, FD_SETSIZE + 1);
-  EXPECT_TRUE(kernel().select_set_was_exact);
-  EXPECT_EQ(run({1, false}), std::vector<Heard>{});
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 3))), std::vector{heard(1, 2, 3)});
-}
-
-TEST_F(EventChannel, HandlesAVeryHighDescriptor) {
-  kernel().socket_result = 100000;
-  start();
-  EXPECT_EQ(kernel().select_count, 100001);
-  EXPECT_TRUE(kernel().select_set_was_exact);
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 3))), std::vector{heard(1, 2, 3)});
-}
-
-TEST_F(EventChannel, WithoutMemoryForTheSetOfAHighDescriptorEnds) {
-  kernel().socket_result = FD_SETSIZE;
-  const ErrorOutput error;
-  FailingMalloc no_memory(1);
-  EXPECT_EQ(remote_event_process(), nullptr);
-  EXPECT_EQ(ErrorOutput::take(), "!Create pkt_evt channel failed::\n: Cannot allocate memory\n");
-  EXPECT_EQ(kernel().closed.back(), FD_SETSIZE);
-}
-
-TEST_F(EventChannel, GoesBackToWaitingUnlessTheSocketIsReady) {
-  start();
-  for (const Round &round : {Round{0, true}, Round{-1, true}, Round{0, false}, Round{1, false}, Round{2, false}}) {
-    EXPECT_EQ(run(round), std::vector<Heard>{}) << round.ready << round.is_in_set;
-  }
-  EXPECT_TRUE(kernel().receives.empty());
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 3))), std::vector{heard(1, 2, 3)});
-  EXPECT_EQ(kernel().receives.size(), 1u);
-}
-
-TEST_F(EventChannel, ReceivesIntoABufferOf2048Bytes) {
-  start();
-  run(Round::of(datagram(1, 2, 3)));
-  ASSERT_EQ(kernel().receives.size(), 1u);
-  const Kernel::Receive &first = kernel().receives[0];
-  EXPECT_EQ(first.sock, kSocket);
-  EXPECT_EQ(first.size, 2048u);
-  EXPECT_EQ(first.flags, 0);
-  EXPECT_TRUE(first.has_sender);
-  EXPECT_EQ(first.sender_size, 0u);
-  EXPECT_EQ(first.buffer % 8, 0u);
-}
-
-TEST_F(EventChannel, SetsTheSendersSizeOnceAlone) {
-  start();
-  Replace recvfrom(libc::recvfrom, [](int, void *, size_t, int, sockaddr *, socklen_t *size) -> ssize_t {
-    kernel().receives.push_back({0, 0, 0, true, *size, 0});
-    *size = 12;
-    return 0;
-  });
-  run(Round{});
-  run(Round{});
-  EXPECT_EQ(kernel().receives[0].sender_size, 0u);
-  EXPECT_EQ(kernel().receives[1].sender_size, 12u);
-}
-
-TEST_F(EventChannel, SendsTheHeadersFieldsAndTheDataBehindIt) {
-  start();
-  EXPECT_EQ(run(Round::of(datagram(7, 0xABCD, 16, 40))), std::vector{heard(7, 0xABCD, 16)});
-  EXPECT_EQ(reinterpret_cast<uintptr_t>(data_), kernel().receives[0].buffer + 24);
-}
-
-TEST_F(EventChannel, ShowsSubscribersTheData) {
-  static Bytes seen;
-  mu_event_register(0, 7, [](uint16_t, uint32_t, void *data, uint32_t len, uint64_t) {
-    seen.assign(static_cast<uint8_t *>(data), static_cast<uint8_t *>(data) + len);
-    return 0;
-  });
-  start();
-  const Bytes bytes = datagram(7, 1, 2024, 2048);
-  run(Round::of(bytes));
-  EXPECT_EQ(seen, Bytes(bytes.begin() + 24, bytes.end()));
-}
-
-TEST_F(EventChannel, IgnoresADatagramOfLessThan24Bytes) {
-  start();
-  for (size_t size : {size_t{0}, size_t{1}, size_t{23}}) {
-    EXPECT_EQ(run(Round::of(datagram(1, 2, 3, size))), std::vector<Heard>{}) << size;
-  }
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 3, 24))), std::vector{heard(1, 2, 3)});
-}
-
-TEST_F(EventChannel, PassesTheLengthOfTheHeader) {
-  start();
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 100, 24))), std::vector{heard(1, 2, 100)});
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 0, 2048))), std::vector{heard(1, 2, 0)});
-  EXPECT_EQ(run(Round::of(datagram(1, 2, 0xFFFF, 30))), std::vector{heard(1, 2, 0xFFFF)});
-}
-
-TEST_F(EventChannel, ReadsTheFieldsAsUnsigned) {
-  start();
-  EXPECT_EQ(run(Round::of(datagram(0xFFFF, 0xFFFF, 1))), std::vector<Heard>{}) << "no negative type: out of range";
-  EXPECT_EQ(run(Round::of(datagram(20, 0xFFFF, 1))), std::vector<Heard>{});
-  EXPECT_EQ(run(Round::of(datagram(19, 0xFFFF, 1))), std::vector{heard(19, 0xFFFF, 1)});
-}
-
-TEST_F(EventChannel, AFailedReceiveSendsWhatTheBufferHolds) {
-  start();
-  EXPECT_EQ(run(Round{}), std::vector{heard(0, 0, 0)}) << "zeros at first";
-  EXPECT_EQ(run(Round::of(datagram(7, 8, 9, 2048))), std::vector{heard(7, 8, 9)});
-  EXPECT_EQ(run(Round{}), std::vector{heard(7, 8, 9)});
-  EXPECT_EQ(run(Round{}), std::vector{heard(7, 8, 9)});
-  EXPECT_EQ(glb_evt.events[7].count, 3u);
-}
-
-TEST_F(EventChannel, AShortDatagramStaysInTheBuffer) {
-  start();
-  run(Round::of(datagram(7, 8, 9)));
-  run(Round::of(datagram(5, 6, 4, 8)));  // overwrites the length and the type alone
-  EXPECT_EQ(run(Round{}), std::vector{heard(5, 8, 4)});
-}
-
-// ---- Through libc's own select and recvfrom -------------------------------------------------------------------------
-
-namespace {
-
-sem_t g_arrived;
-std::vector<Heard> g_arrivals;
-
-int note_arrival(uint16_t device_id, uint32_t type, void *, uint32_t len) {
-  g_arrivals.push_back({'h', device_id, type, nullptr, len});
-  return sem_post(&g_arrived);
-}
-
-// A pair of local sockets in place of the netlink socket; the event thread's end has the number `sock`.
-void expect_events_through(int sock) {
-  int pair[2];
-  ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM, 0, pair), 0);
-  ASSERT_EQ(dup2(pair[0], sock), sock);
-  VirtualClock clock;
-  Console console;
-  sem_init(&g_arrived, 0, 0);
-  mu_event_init(20, note_arrival, nullptr);
-  clock.settle();
-  Replace socket(libc::socket, [sock](int, int, int) { return sock; });
-  Replace bind(libc::bind, [](int, const sockaddr *, socklen_t) { return 0; });
-  Replace ioctl(libc::ioctl, [](int, unsigned long, void *) { return 0; });
-  Replace open(libc::open, [](const char *path, int flags, mode_t mode) {
-    return strcmp(path, MU_PAL_DEVICE) == 0 ? dup(STDIN_FILENO) : libc::open.real(path, flags, mode);
-  });
-  std::thread([] { remote_event_process(); }).detach();
-  for (uint16_t type : {uint16_t{3}, uint16_t{4}}) {
-    const Bytes bytes = datagram(type, 5, 6, 30);
-    ASSERT_EQ(send(pair[1], bytes.data(), bytes.size(), 0), 30);
-    while (sem_wait(&g_arrived) != 0) continue;
-  }
-  EXPECT_EQ(g_arrivals, (std::vector<Heard>{{'h', 5, 3, nullptr, 6}, {'h', 5, 4, nullptr, 6}}));
-}
-
-}  // namespace
-
-TEST(EventSocket, IsWaitedForAndReceivedFrom) { expect_events_through(100); }
-
-TEST(EventSocket, MayHaveANumberAboveTheSizeOfASet) {
-#if defined(TARN_EMULATED)
-  GTEST_SKIP() << "the emulator's own select ends at FD_SETSIZE";
-#endif
-  constexpr int kHigh = FD_SETSIZE + 77;
-  rlimit limit = {};
-  getrlimit(RLIMIT_NOFILE, &limit);
-  if (limit.rlim_max <= kHigh) GTEST_SKIP() << "the process may not open that many files";
-  limit.rlim_cur = limit.rlim_max;
-  setrlimit(RLIMIT_NOFILE, &limit);
-  expect_events_through(kHigh);
-}
-
-// ---- The start of both ---------------------------------------------------------------------------------------------
-
-namespace {
+const std::string kReady = "mu-event: init OK (max_event_num 20)\n";
 
 struct Created {
-  size_t stack_size_asked = 0;
-  int policy = -1;
-  int priority = -1;
+  bool real_time = false;
+  size_t stack = 0;
+  int priority = 0;
   int inherit = -1;
-  void *arg = nullptr;
+  int detach = -1;
   void *(*entry)(void *) = nullptr;
-  bool inited = true;  // whether the registry was
-  int count = 0;       // threads on that body
+  void *arg = nullptr;
 };
 
-// Notes how the event thread is created. It gets default attributes, so that no privilege is needed; the timer thread
-// goes its way.
-class EventPlatform : public testing::Test {
- protected:
-  // The timer service is started first: its thread is none of this.
-  EventPlatform() {
-    mu_timer_add(0, nullptr, nullptr);
-    clock_.settle();
-    kernel();
-    create_.emplace(libc::pthread_create,
-                    [this](pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
-                      created_.count++;
-                      created_.inited = glb_evt.inited != 0;
-                      created_.entry = entry;
-                      created_.arg = arg;
-                      sched_param parameters = {};
-                      pthread_attr_getschedparam(attributes, &parameters);
-                      created_.priority = parameters.sched_priority;
-                      pthread_attr_getschedpolicy(attributes, &created_.policy);
-                      pthread_attr_getinheritsched(attributes, &created_.inherit);
-                      if (error_ != 0) return error_;
-                      return libc::pthread_create.real(thread, nullptr, entry, arg);
-                    });
-    set_stack_size_.emplace(libc::pthread_attr_setstacksize, [this](pthread_attr_t *attributes, size_t size) {
-      created_.stack_size_asked = size;
-      return libc::pthread_attr_setstacksize.real(attributes, size);
-    });
-  }
+Created created_with(const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
+  Created created;
+  created.entry = entry;
+  created.arg = arg;
+  if (attributes == nullptr) return created;
+  int policy = 0;
+  sched_param param = {};
+  pthread_attr_getschedpolicy(attributes, &policy);
+  pthread_attr_getschedparam(attributes, &param);
+  pthread_attr_getstacksize(attributes, &created.stack);
+  pthread_attr_getinheritsched(attributes, &created.inherit);
+  pthread_attr_getdetachstate(attributes, &created.detach);
+  created.real_time = policy == SCHED_RR;
+  created.priority = param.sched_priority;
+  return created;
+}
 
-  Created created_;
-  int error_ = 0;
-  VirtualClock clock_;
-  std::optional<Replace<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)>> create_;
-  std::optional<Replace<int(pthread_attr_t *, size_t)>> set_stack_size_;
+// Neither the event thread nor the timer thread runs.
+class PlatEventInit : public testing::Test {
+ protected:
+  // The thread of the channel: the first that is created.
+  const Created &event_thread() const { return threads_.at(0); }
+
+  Console console_;
+  std::vector<Created> threads_;
+  std::function<int()> on_create_ = [] { return 0; };
+  std::vector<size_t> stack_sizes_;
+  Replace<int(pthread_t *, const pthread_attr_t *, void *(*)(void *), void *)> pthread_create_{
+      libc::pthread_create,
+      [this](pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg) {
+        *thread = pthread_self();
+        threads_.push_back(created_with(attributes, entry, arg));
+        return threads_.size() == 1 ? on_create_() : 0;
+      }};
+  Replace<int(pthread_attr_t *, size_t)> setstacksize_{libc::pthread_attr_setstacksize,
+                                                       [this](pthread_attr_t *attributes, size_t size) {
+                                                         stack_sizes_.push_back(size);
+                                                         return libc::pthread_attr_setstacksize.real(attributes, size);
+                                                       }};
 };
 
 }  // namespace
 
-TEST_F(EventPlatform, StartsTheThreadThenTheRegistry) {
-  Console console;
+TEST_F(PlatEventInit, IsNotYetDoneAtFirst) { EXPECT_EQ(evt_flag, 0u); }
+
+TEST_F(PlatEventInit, CreatesAThreadWithItsOwnScheduling) {
   mup_plat_event_init();
-  kernel().settle();
-  EXPECT_EQ(created_.count, 1);
-  EXPECT_EQ(created_.entry, reinterpret_cast<mu_thread_entry_t>(reinterpret_cast<void (*)()>(remote_event_process)));
-  EXPECT_EQ(created_.arg, nullptr);
-  EXPECT_FALSE(created_.inited);
+  ASSERT_EQ(threads_.size(), 2u) << "the event thread and the timer thread";
+  EXPECT_TRUE(event_thread().real_time);
+  EXPECT_EQ(event_thread().priority, 80);
+  EXPECT_EQ(event_thread().inherit, PTHREAD_EXPLICIT_SCHED);
+  EXPECT_EQ(event_thread().detach, PTHREAD_CREATE_JOINABLE);
+  EXPECT_EQ(event_thread().arg, nullptr);
+  EXPECT_FALSE(threads_[1].real_time);
+}
+
+TEST_F(PlatEventInit, AsksForAStackOf32768Bytes) {
+  mup_plat_event_init();
+  ASSERT_GE(stack_sizes_.size(), 1u);
+  EXPECT_EQ(stack_sizes_[0], 32768u);
+  pthread_attr_t attributes;
+  pthread_attr_init(&attributes);
+  if (pthread_attr_setstacksize(&attributes, 32768) == 0) {
+    EXPECT_EQ(event_thread().stack, 32768u);
+  } else {
+    EXPECT_GE(event_thread().stack, static_cast<size_t>(sysconf(_SC_THREAD_STACK_MIN))) << "the system's default";
+  }
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(PlatEventInit, RunsTheBodyOfTheEventThread) {
+  mup_plat_event_init();
+  EXPECT_EQ(event_thread().entry,
+            reinterpret_cast<mu_thread_entry_t>(reinterpret_cast<void (*)()>(remote_event_process)));
+  const Kernel kernel;
+  kernel.answers().socket_error = EPROTONOSUPPORT;
+  testing::internal::CaptureStderr();
+  EXPECT_EQ(event_thread().entry(event_thread().arg), nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStderr().substr(0, 34), "!Create pkt_evt channel failed::\n:");
+}
+
+TEST_F(PlatEventInit, StartsARegistryOfTwentyTypesThatForwards) {
+  EXPECT_EQ(evt_flag, 0u);
+  mup_plat_event_init();
+  EXPECT_EQ(evt_flag, 1u);
   EXPECT_EQ(glb_evt.inited, 1u);
   EXPECT_EQ(glb_evt.max_event_num, 20);
   EXPECT_EQ(glb_evt.send_hook, nullptr);
   EXPECT_EQ(glb_evt.cfg_handler, mup_event_cfg_forward);
+  EXPECT_NE(glb_evt.poll_timer, 0u);
+  EXPECT_EQ(console_.take(), kReady);
+  EXPECT_EQ(send(19), 0);
+  EXPECT_EQ(send(20), -1);
+}
+
+TEST_F(PlatEventInit, CreatesTheThreadBeforeTheRegistry) {
+  bool called = false;
+  on_create_ = [&] {
+    called = true;
+    EXPECT_EQ(evt_flag, 0u);
+    EXPECT_EQ(bytes_of(glb_evt), std::string(sizeof glb_evt, '\0'));
+    EXPECT_EQ(console_.take(), "");
+    EXPECT_EQ(send(0), -1) << "an event that arrives in between is dropped";
+    return 0;
+  };
+  mup_plat_event_init();
+  EXPECT_TRUE(called);
+  EXPECT_EQ(rec(0).count, 0u);
+}
+
+TEST_F(PlatEventInit, GoesOnWithoutTheThread) {
+  on_create_ = [] { return EPERM; };
+  mup_plat_event_init();
   EXPECT_EQ(evt_flag, 1u);
-  EXPECT_EQ(console.take(), kInitLine);
+  EXPECT_EQ(glb_evt.max_event_num, 20);
+  EXPECT_EQ(console_.take(), kReady);
+  EXPECT_EQ(threads_.size(), 2u) << "no second try";
+  EXPECT_EQ(send(19), 0);
 }
 
-TEST_F(EventPlatform, AsksForARealTimeThreadWithASmallStack) {
-  Console console;
+TEST_F(PlatEventInit, GoesOnWithoutTheRegistry) {
+  {
+    const FailingMalloc failing(1);
+    mup_plat_event_init();
+    EXPECT_EQ(failing.seen(), 1);
+  }
+  EXPECT_EQ(evt_flag, 1u);
+  EXPECT_EQ(bytes_of(glb_evt), std::string(sizeof glb_evt, '\0'));
+  EXPECT_EQ(console_.take(), kReady);
+  EXPECT_EQ(threads_.size(), 1u);
   mup_plat_event_init();
-  kernel().settle();
-  EXPECT_EQ(created_.stack_size_asked, 32768u);  // where the system's minimum is larger, its default stands
-  EXPECT_EQ(created_.policy, SCHED_RR);
-  EXPECT_EQ(created_.priority, 80);
-  EXPECT_EQ(created_.inherit, PTHREAD_EXPLICIT_SCHED);
-  console.take();
+  EXPECT_EQ(glb_evt.inited, 0u) << "nor does a second call make one";
+  EXPECT_EQ(console_.take(), "");
 }
 
-TEST_F(EventPlatform, ASecondCallDoesNothing) {
-  Console console;
+TEST_F(PlatEventInit, DoesNothingTheSecondTime) {
   mup_plat_event_init();
-  kernel().settle();
-  EXPECT_EQ(console.take(), kInitLine);
-  const mu_event_state_t before = glb_evt;
+  console_.take();
+  rec(3).count = 9;
+  const std::string before = state_bytes();
   mup_plat_event_init();
-  EXPECT_EQ(console.take(), "");
-  EXPECT_EQ(created_.count, 1);
-  EXPECT_EQ(memcmp(&glb_evt, &before, sizeof before), 0);
+  mup_plat_event_init();
+  EXPECT_EQ(state_bytes(), before);
+  EXPECT_EQ(threads_.size(), 2u);
   EXPECT_EQ(mu_timer_count(), 1u);
-}
-
-TEST_F(EventPlatform, GoesOnWithoutTheThread) {
-  Console console;
-  error_ = EPERM;
-  mup_plat_event_init();
-  EXPECT_EQ(console.take(), kInitLine);
-  EXPECT_EQ(created_.count, 1);
   EXPECT_EQ(evt_flag, 1u);
-  EXPECT_EQ(mu_event_send(0, 19, nullptr, 0), 0);
-  EXPECT_EQ(kernel().take_calls(), "");
+  EXPECT_EQ(console_.take(), "");
 }
 
-TEST_F(EventPlatform, GoesOnWithoutARegistry) {
-  Console console;
-  error_ = EPERM;
-  FailingMalloc no_memory(1);
+TEST_F(PlatEventInit, DoesNothingWhenTheFlagIsSet) {
+  evt_flag = 1;
   mup_plat_event_init();
-  EXPECT_EQ(console.take(), kInitLine);
-  EXPECT_EQ(evt_flag, 1u);
-  EXPECT_EQ(glb_evt.inited, 0u);
+  EXPECT_EQ(threads_.size(), 0u);
+  EXPECT_EQ(bytes_of(glb_evt), std::string(sizeof glb_evt, '\0'));
+  EXPECT_EQ(console_.take(), "");
 }
 
-TEST_F(EventPlatform, DropsWhatArrivesBeforeTheRegistryIsReady) {
-  std::thread([] { remote_event_process(); }).detach();
-  kernel().run(Round::of(datagram(7, 1, 0)));
-  Console console;
-  error_ = EPERM;
+TEST_F(PlatEventInit, LooksAtTheFlagNotAtTheRegistry) {
+  EXPECT_EQ(mu_event_init(3, hook, nullptr), 0);
+  keep(glb_evt.events);
+  for (int i = 0; i < 3; i++) keep(rec(i).cb_list);
+  keep(glb_evt.lock);
   mup_plat_event_init();
-  EXPECT_EQ(glb_evt.events[7].count, 0u);
-  kernel().run(Round::of(datagram(7, 1, 0)));
-  EXPECT_EQ(glb_evt.events[7].count, 1u);
-  console.take();
+  EXPECT_EQ(glb_evt.max_event_num, 20);
+  EXPECT_EQ(console_.take(), kReady);
 }
 
-TEST_F(EventPlatform, CarriesAnEventFromTheKernelToASubscriber) {
-  Console console;
+// The way of an event, from the start to a subscriber.
+TEST_F(PlatEventInit, LeadsADatagramToASubscriber) {
+  const Kernel kernel;
   mup_plat_event_init();
-  mu_event_register(0, 7, subscriber<'a'>);
-  kernel().run(Round::of(datagram(7, 0x1234, 5, 29)));
-  ASSERT_EQ(g_calls.size(), 1u);
-  EXPECT_EQ(g_calls[0], (Heard{'a', 0x1234, 7, g_calls[0].data, 5, 0}));
-  console.take();
+  mu_event_register(0, 4, subscriber<1>);
+  kernel.start();
+  kernel.feed({arrives(datagram(6, 4, 2, "ab"))});
+  EXPECT_EQ(take_journal(), Journal{subscriber_line(1, 6, 4, kernel.buffer() + 24, 2)});
 }
 
-TEST_F(EventPlatform, ForwardsItsConfiguration) {
-  Console console;
+TEST_F(PlatEventInit, ForwardsItsConfiguration) {
+  const Kernel kernel;
   mup_plat_event_init();
-  kernel().settle();
-  kernel().answer = [](void *argument) {
+  kernel.answers().argument_size = 56;
+  kernel.answers().answer = [](std::string &argument) {
     const uint32_t count = 99;
-    memcpy(static_cast<uint8_t *>(argument) + 24 + 24, &count, sizeof count);
+    memcpy(&argument[24 + 24], &count, sizeof count);
   };
   uint32_t count = 0;
   EXPECT_EQ(mu_event_counter_get(3, 7, &count, 1), 0);
   EXPECT_EQ(count, 99u);
-  EXPECT_EQ(kernel().ioctls.back().request, 0x4301u);
-  EXPECT_EQ(console.take(), kInitLine);
+  EXPECT_EQ(kernel.take_calls(), (std::vector<std::string>{"open /dev/mu_pal_ioctl", "ioctl 88 4301", "close 88"}));
+  EXPECT_EQ(console_.take(), kReady);
+}
+
+// What the kernel made of the attributes. The thread ends where it would open its socket.
+TEST(EventThread, RunsAtRealTimePriority) {
+  static std::promise<void> started;
+  static int policy = -1;
+  static sched_param param;
+  int created = -1;
+  int threads = 0;
+  const Replace pthread_create(libc::pthread_create, [&](pthread_t *thread, const pthread_attr_t *attributes,
+                                                         void *(*entry)(void *), void *arg) {
+    *thread = pthread_self();
+    if (threads++ != 0) return 0;  // the timer thread
+    created = libc::pthread_create.real(thread, attributes, entry, arg);
+    if (created == 0) pthread_detach(*thread);
+    return created;
+  });
+  const Replace socket(libc::socket, [](int, int, int) {
+    pthread_getschedparam(pthread_self(), &policy, &param);
+    started.set_value();
+    errno = EPROTONOSUPPORT;
+    return -1;
+  });
+  mup_plat_event_init();
+  if (created == EPERM) GTEST_SKIP() << "needs the right to real-time scheduling";
+  ASSERT_EQ(created, 0);
+  ASSERT_EQ(started.get_future().wait_for(std::chrono::seconds(60)), std::future_status::ready);
+  EXPECT_EQ(policy, SCHED_RR);
+  EXPECT_EQ(param.sched_priority, 80);
 }

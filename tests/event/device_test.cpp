@@ -10,13 +10,13 @@
 #include <array>
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <string>
 #include <vector>
 
 #include "event/fixture.h"
 #include "event/kernel.h"
 #include "support/console.h"
+#include "support/guarded.h"
 #include "support/sandbox.h"
 
 using namespace event_test;
@@ -32,14 +32,14 @@ void put(std::string &bytes, size_t offset, T value) {
   memcpy(&bytes[offset], &value, sizeof value);
 }
 
-// An argument of 24 bytes and no more, so that nothing after it can be read.
+// An argument of 24 bytes, after which nothing can be read.
 class Argument {
  public:
-  explicit Argument(uint16_t length) : bytes_(new char[24]()) { memcpy(&bytes_[2], &length, 2); }
-  void *get() { return bytes_.get(); }
+  explicit Argument(uint16_t length) { memcpy(bytes_.bytes() + 2, &length, 2); }
+  void *get() { return bytes_.bytes(); }
 
  private:
-  std::unique_ptr<char[]> bytes_;
+  Guarded bytes_{24};
 };
 
 std::vector<std::string> calls_for(unsigned long request, int file = 88) {

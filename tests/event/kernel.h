@@ -172,7 +172,7 @@ class Kernel {
       round = rounds.front();
       rounds.pop_front();
       // As the kernel does: an error does not change the set.
-      if (round.selected >= 0 && !(round.selected > 0 && round.in_set)) clear(count, read);
+      if (round.selected >= 0 && !round.in_set) clear(count, read);
       errno = round.selected < 0 ? EINTR : 0;
       return round.selected;
     }
