@@ -234,7 +234,7 @@ TEST_F(PlatEventInit, ForwardsItsConfiguration) {
   EXPECT_EQ(console_.take(), kReady);
 }
 
-// What the kernel made of the attributes. The thread ends where it would open its socket.
+// The scheduling that the thread gets. The thread ends where it would open its socket.
 TEST(EventThread, RunsAtRealTimePriority) {
   static std::promise<void> started;
   static int policy = -1;

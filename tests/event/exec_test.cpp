@@ -31,7 +31,7 @@ TEST(EventExec, DoesNotPassTheDeviceOn) {
   EXPECT_FALSE(inherited);
 }
 
-// A socket of another family stands for the kernel's, with the flags that were asked for.
+// A socket of another family, with the flags that were asked for, is in place of the netlink socket.
 TEST(EventExec, DoesNotPassTheSocketOn) {
   Sandbox sandbox;
   Console console;

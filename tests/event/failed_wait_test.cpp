@@ -57,7 +57,7 @@ struct Rounds {
 
 // Runs the thread's body on a socket that is closed.
 std::string calls_with(std::vector<int> errors) {
-  static auto &rounds = *new Rounds;  // the thread waits on it for good
+  static auto &rounds = *new Rounds;  // the thread waits on it until the process ends
   rounds.errors = std::move(errors);
   sem_init(&rounds.never, 0, 0);
   Sandbox sandbox;

@@ -102,7 +102,7 @@ class Kernel {
 
   Answers &answers() const { return state_.answers; }
 
-  // The calls since the last time, but for select and recvfrom, such as "socket 16 524291 19" and "ioctl 88 4302".
+  // The calls since the last time, except select and recvfrom, such as "socket 16 524291 19" and "ioctl 88 4302".
   std::vector<std::string> take_calls() const {
     std::lock_guard lock(state_.mutex);
     return std::exchange(state_.calls, {});

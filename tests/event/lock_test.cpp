@@ -18,7 +18,7 @@ using namespace event_test;
 
 namespace {
 
-// An operation, and what it takes.
+// A call that takes the lock.
 struct Operation {
   const char *name;
   std::function<void()> call;
