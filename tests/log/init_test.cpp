@@ -1,55 +1,38 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// mup_log_init: what it sets, what it keeps, and each way in which it fails.
+// mup_log_init: the state that it sets and keeps, and each way in which it fails; the calls before it.
 
 #include <fcntl.h>
-#include <gmock/gmock.h>
 #include <netinet/in.h>
-#include <sys/mman.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
+#include <algorithm>
 #include <memory>
-#include <string>
-#include <vector>
 
-#include "support/console.h"
+#include "fixture.h"
+#include "support/guarded.h"
 #include "support/heap.h"
-#include "support/libc.h"
-#include "tarn/log.h"
 
 using namespace tarn_test;
-using testing::MatchesRegex;
 
 namespace {
+
+using LogInit = Log;
+using LogBeforeInit = LogFiles;
 
 constexpr uint32_t kDefaultServer = 0xC0A801FE;  // 192.168.1.254, first octet on top
 constexpr size_t kBeforeHeader = offsetof(mup_log_ctrl, usr_header);
 
-// A registration list: fields of 16 bytes that hold "m0", "m1", ...
-std::string module_table(unsigned count) {
-  std::string table;
-  for (unsigned i = 0; i < count; i++) {
-    std::string field = "m" + std::to_string(i);
-    field.resize(MUP_LOG_NAME_SIZE);
-    table += field;
-  }
-  return table;
+mu_status_t try_init(unsigned modules) {
+  return mup_log_init(0, static_cast<uint16_t>(modules), module_table(numbered_names(modules)).c_str());
 }
-
-mu_status_t init(uint16_t count) { return mup_log_init(0, count, module_table(count).c_str()); }
 
 bool all_bytes_are(const void *memory, size_t size, uint8_t value) {
   const auto *bytes = static_cast<const uint8_t *>(memory);
-  for (size_t i = 0; i < size; i++) {
-    if (bytes[i] != value) return false;
-  }
-  return true;
+  return std::all_of(bytes, bytes + size, [value](uint8_t byte) { return byte == value; });
 }
 
-// Holds what the next init abandons, so that it is no leak.
+// Holds the memory that the next init abandons, so that it is not a leak.
 void keep_reachable(const mup_log_ctrl &ctrl) {
   [[maybe_unused]] static const void *volatile abandoned[16];
   static size_t count;
@@ -57,63 +40,77 @@ void keep_reachable(const mup_log_ctrl &ctrl) {
   abandoned[count++] = ctrl.mutex;
 }
 
-struct SocketCall {
-  int domain;
-  int type;
-  int protocol;
-};
-
-// Memory whose last byte is the last readable one before a guard page.
-class GuardedBytes {
- public:
-  explicit GuardedBytes(const std::string &bytes) : page_(static_cast<size_t>(sysconf(_SC_PAGESIZE))) {
-    void *block = mmap(nullptr, 2 * page_, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    if (block == MAP_FAILED) abort();
-    base_ = static_cast<char *>(block);
-    if (mprotect(base_ + page_, page_, PROT_NONE) != 0) abort();
-    begin_ = base_ + page_ - bytes.size();
-    memcpy(begin_, bytes.data(), bytes.size());
-  }
-  ~GuardedBytes() { munmap(base_, 2 * page_); }
-  GuardedBytes(const GuardedBytes &) = delete;
-  GuardedBytes &operator=(const GuardedBytes &) = delete;
-
-  const char *data() const { return begin_; }
-
- private:
-  size_t page_;
-  char *base_;
-  char *begin_;
-};
-
 }  // namespace
 
-TEST(LogInitContract, StateIsThereAndAllZeroBeforeTheFirstCall) {
-  const mup_log_ctrl *ctrl = mup_log_ctrl_get();
+// ---- Before the first call ------------------------------------------------------------------------------------------
+
+TEST_F(LogBeforeInit, MessagesAndSwitchesAndShowsDoNothing) {
+  Console console;
+  mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "a");
+  mup_log_msg(0, 255, MUP_LOG_ERROR, 0, "a");
+  mup_log_msg(0, 0, 255, 0, "a");
+  log_unchecked(0, 0, MUP_LOG_ERROR, 0, nullptr);
+  EXPECT_EQ(mup_log_show(0, 0), 0);
+  EXPECT_EQ(mup_log_show(0, 1), 0);
+  EXPECT_EQ(mup_log_set(1), 0);
+  EXPECT_EQ(mup_log_usr_set(0), 0);
+  EXPECT_EQ(console.take(), "");
+  EXPECT_TRUE(all_bytes_are(ctrl, sizeof *ctrl, 0));
+}
+
+TEST_F(LogBeforeInit, TheFilesAreNotTouchedExceptByTheRemoval) {
+  write_file(sys(), kSysMarker);
+  Console console;
+  EXPECT_EQ(mup_log_usr_clean(), 1);
+  EXPECT_EQ(mup_log_file_get(out().c_str(), 0, nullptr, 0), 1);
+  EXPECT_EQ(mup_log_file_get(out().c_str(), 0, std::string(33, 'm').c_str(), 0), 1);
+  save();
+  EXPECT_EQ(console.take(), "");
+  EXPECT_EQ(bytes_of(sys()), kSysMarker);
+  EXPECT_FALSE(exists(usr()));
+  EXPECT_FALSE(exists(out()));
+  EXPECT_EQ(ctrl->dirty, 0);
+  EXPECT_EQ(mup_log_file_get(nullptr, 0, nullptr, 0), 2);  // the null path comes first
+  EXPECT_THAT(console.take(), assertion_of("mup_log_file_get"));
+
+  EXPECT_EQ(mup_log_file_remove(), 0);
+  EXPECT_FALSE(exists(sys()));
+}
+
+TEST_F(LogBeforeInit, ARecordIsShownWithoutAModulesName) {
+  const mup_log_rec record = {.module = 0, .level = MUP_LOG_ERROR, .line = 0, .time = 0, .text = "t"};
+  char text[64];
+  mu_log2str(&record, text, sizeof text);
+  EXPECT_STREQ(text, "[01/01-00:00:00]-[Error]: t\r\n");
+}
+
+// ---- The call -------------------------------------------------------------------------------------------------------
+
+TEST_F(LogInit, StateIsThereAndAllZeroBeforeTheFirstCall) {
   ASSERT_NE(ctrl, nullptr);
   EXPECT_TRUE(all_bytes_are(ctrl, sizeof *ctrl, 0));
-  ASSERT_EQ(init(3), 0);
+  init(3);
   EXPECT_EQ(mup_log_ctrl_get(), ctrl);  // one static record
 }
 
-TEST(LogInitContract, NullNamesGiveTheAssertionMessageAndChangeNothing) {
+TEST_F(LogInit, NullNamesGiveTheAssertionMessageAndChangeNothing) {
   Console console;
   EXPECT_EQ(mup_log_init(0, 3, nullptr), 2);
-  EXPECT_THAT(console.take(), MatchesRegex("mup_log_init\\(\\) _[1-9][0-9]*_: assert fail\n"));
+  EXPECT_THAT(console.take(), assertion_of("mup_log_init"));
   EXPECT_TRUE(all_bytes_are(mup_log_ctrl_get(), sizeof(mup_log_ctrl), 0));
 
-  ASSERT_EQ(init(3), 0);
+  init(3);
   mup_log_msg(0, 0, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "kept");
-  const auto before = std::make_unique<mup_log_ctrl>(*mup_log_ctrl_get());
+  const auto before = std::make_unique<mup_log_ctrl>(*ctrl);
   EXPECT_EQ(mup_log_init(0, 0, nullptr), 2);
   EXPECT_EQ(memcmp(mup_log_ctrl_get(), before.get(), sizeof *before), 0);
 }
 
-TEST(LogInitContract, SetsEveryFieldWhateverStoodThere) {
-  mup_log_ctrl *ctrl = mup_log_ctrl_get();
+TEST_F(LogInit, SetsEveryFieldAndKeepsTheUserHeader) {
   memset(static_cast<void *>(ctrl), 0xA5, kBeforeHeader);
   Console console;
-  ASSERT_EQ(init(22), 0);
+  memset(&ctrl->usr_header, 'h', sizeof ctrl->usr_header);
+  ASSERT_EQ(try_init(22), 0);
   EXPECT_EQ(console.take(), "");
 
   EXPECT_EQ(ctrl->inited, 1);
@@ -131,18 +128,11 @@ TEST(LogInitContract, SetsEveryFieldWhateverStoodThere) {
   EXPECT_TRUE(all_bytes_are(ctrl->usr_ring, sizeof ctrl->usr_ring, 0));
   EXPECT_STREQ(ctrl->sys_path, "/overlay/mu_log.txt");
   EXPECT_STREQ(ctrl->usr_path, "/overlay/user_log.txt");
-}
-
-TEST(LogInitContract, LeavesTheHeaderOfTheUserLogAlone) {
-  mup_log_ctrl *ctrl = mup_log_ctrl_get();
-  memset(&ctrl->usr_header, 'h', sizeof ctrl->usr_header);
-  ASSERT_EQ(init(1), 0);
   EXPECT_TRUE(all_bytes_are(&ctrl->usr_header, sizeof ctrl->usr_header, 'h'));
 }
 
-TEST(LogInitContract, EveryModuleStartsEnabledAtLevelError) {
-  ASSERT_EQ(init(40), 0);
-  const mup_log_ctrl *ctrl = mup_log_ctrl_get();
+TEST_F(LogInit, EveryModuleStartsEnabledAtLevelError) {
+  init(40);
   for (unsigned i = 0; i < 40; i++) {
     SCOPED_TRACE(i);
     EXPECT_EQ("m" + std::to_string(i), ctrl->modules[i].name);
@@ -152,29 +142,28 @@ TEST(LogInitContract, EveryModuleStartsEnabledAtLevelError) {
   }
 }
 
-TEST(LogInitContract, CopiesNamesAsTextsOfAtMostFifteenCharacters) {
+TEST_F(LogInit, CopiesNamesAsTextsOfAtMostFifteenCharacters) {
   // 16 bytes each. The fourth name has 16 characters; the fifth has 17, the last of them in the sixth field. The
-  // seventh has something behind its NUL, which a copy of a text does not take along. The last fills the list to its
-  // end.
+  // seventh has bytes after its NUL, which a copy of a text does not include. The last one ends with the list.
   const std::string table = std::string("a\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16) +  //
                             std::string("abcdefghijklmn\0\0", 16) +               //
                             std::string("abcdefghijklmno\0", 16) +                //
                             std::string("ABCDEFGHIJKLMNOP", 16) +                 //
                             std::string("0123456789:;<=>?", 16) +                 //
                             std::string("@\0\0\0\0\0\0\0\0\0\0\0\0\0\0\0", 16) +  //
-                            std::string("ab\0behind the nu", 16) +                //
+                            std::string("ab\0after the NUL", 16) +                //
                             std::string(16, '\0') +                               //
                             std::string("the end of list.", 16);
   const char *const expected[] = {
       "a", "abcdefghijklmn", "abcdefghijklmno", "ABCDEFGHIJKLMNO", "0123456789:;<=>", "@", "ab", "", "the end of list",
   };
-  const GuardedBytes names(table);
-  ASSERT_EQ(mup_log_init(0, 9, names.data()), 0);
+  const Guarded names(std::vector<uint8_t>(table.begin(), table.end()));
+  ASSERT_EQ(mup_log_init(0, 9, reinterpret_cast<const char *>(names.bytes())), 0);
   for (unsigned i = 0; i < 9; i++) {
     SCOPED_TRACE(i);
     char field[MUP_LOG_NAME_SIZE] = {};
     memcpy(field, expected[i], strlen(expected[i]));
-    const mup_log_module &module = mup_log_ctrl_get()->modules[i];
+    const mup_log_module &module = ctrl->modules[i];
     EXPECT_EQ(std::string(module.name, sizeof module.name), std::string(field, sizeof field));
     EXPECT_EQ(module.record_level, 4);
     EXPECT_EQ(module.print_level, 4);
@@ -182,33 +171,37 @@ TEST(LogInitContract, CopiesNamesAsTextsOfAtMostFifteenCharacters) {
   }
 }
 
-TEST(LogInitContract, OpensOneUnboundUdpSocket) {
-  std::vector<SocketCall> seen;
+TEST_F(LogInit, OpensOneUnboundUdpSocket) {
+  struct Call {
+    int domain;
+    int type;
+    int protocol;
+  };
+  std::vector<Call> seen;
   Replace<int(int, int, int)> socket(libc::socket, [&seen](int domain, int type, int protocol) {
     seen.push_back({domain, type, protocol});
     return libc::socket.real(domain, type, protocol);
   });
-  ASSERT_EQ(init(1), 0);
+  init(1);
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_EQ(seen[0].domain, AF_INET);
-  EXPECT_EQ(seen[0].type & ~(SOCK_CLOEXEC | SOCK_NONBLOCK), SOCK_DGRAM);
+  EXPECT_EQ(seen[0].type, SOCK_DGRAM | SOCK_CLOEXEC);
   EXPECT_THAT(seen[0].protocol, testing::AnyOf(0, IPPROTO_UDP));
 
   sockaddr_in own = {};
   socklen_t size = sizeof own;
-  ASSERT_EQ(getsockname(mup_log_ctrl_get()->sock, reinterpret_cast<sockaddr *>(&own), &size), 0);
+  ASSERT_EQ(getsockname(ctrl->sock, reinterpret_cast<sockaddr *>(&own), &size), 0);
   EXPECT_EQ(own.sin_port, 0);
 }
 
-TEST(LogInitContract, AFailedSocketIsReportedAndIsNoError) {
+TEST_F(LogInit, AFailedSocketIsReportedAndIsNotAnError) {
   Replace<int(int, int, int)> socket(libc::socket, [](int, int, int) {
     errno = EMFILE;
     return -1;
   });
   Console console;
-  EXPECT_EQ(init(2), 0);
+  EXPECT_EQ(try_init(2), 0);
   EXPECT_EQ(console.take(), "Log socket failed\n");
-  const mup_log_ctrl *ctrl = mup_log_ctrl_get();
   EXPECT_LT(ctrl->sock, 0);
   EXPECT_EQ(ctrl->inited, 1);
   EXPECT_EQ(ctrl->module_num, 2);
@@ -218,8 +211,15 @@ TEST(LogInitContract, AFailedSocketIsReportedAndIsNoError) {
   EXPECT_STREQ(ctrl->sys_ring[0].text, "logging goes on");
 }
 
-TEST(LogInitContract, NoMemoryForTheModulesLeavesAZeroedLog) {
-  mup_log_ctrl *ctrl = mup_log_ctrl_get();
+TEST_F(LogInit, DescriptorZeroIsASocket) {
+  Replace<int(int, int, int)> socket(libc::socket, [](int, int, int) { return 0; });
+  Console console;
+  init(1);
+  EXPECT_EQ(console.take(), "");
+  EXPECT_EQ(ctrl->sock, 0);
+}
+
+TEST_F(LogInit, NoMemoryForTheModulesLeavesAZeroedLog) {
   memset(static_cast<void *>(ctrl), 0xA5, kBeforeHeader);
   memset(&ctrl->usr_header, 'h', sizeof ctrl->usr_header);
   int sockets = 0;
@@ -228,7 +228,7 @@ TEST(LogInitContract, NoMemoryForTheModulesLeavesAZeroedLog) {
   Console console;
   {
     FailingMalloc failing(1);
-    EXPECT_EQ(init(21), 10);
+    EXPECT_EQ(try_init(21), 10);
     EXPECT_EQ(failing.seen(), 1);
   }
   EXPECT_EQ(console.take(), "No memory \r\n");
@@ -238,8 +238,7 @@ TEST(LogInitContract, NoMemoryForTheModulesLeavesAZeroedLog) {
   EXPECT_EQ(sockets, 0);
 }
 
-TEST(LogInitContract, NoMutexFreesTheModulesAgain) {
-  mup_log_ctrl *ctrl = mup_log_ctrl_get();
+TEST_F(LogInit, NoMutexFreesTheModulesAgain) {
   memset(static_cast<void *>(ctrl), 0xA5, kBeforeHeader);
   int sockets = 0;
   Replace<int(int, int, int)> socket(libc::socket, [&sockets](int, int, int) { return ++sockets; });
@@ -247,7 +246,7 @@ TEST(LogInitContract, NoMutexFreesTheModulesAgain) {
   Console console;
   {
     FailingMalloc failing(2);
-    EXPECT_EQ(init(21), -1);
+    EXPECT_EQ(try_init(21), -1);
     EXPECT_EQ(failing.seen(), 2);
   }
   EXPECT_EQ(console.take(), "create mutex error \r\n");
@@ -261,19 +260,19 @@ TEST(LogInitContract, NoMutexFreesTheModulesAgain) {
   EXPECT_EQ(sockets, 0);
 }
 
-TEST(LogInitContract, TheModulesAndTheMutexAreAllThatIsAllocated) {
+TEST_F(LogInit, TheModulesAndTheMutexAreAllThatIsAllocated) {
   HeapWatch heap;
   FailingMalloc counting(100);
-  ASSERT_EQ(init(21), 0);
+  init(21);
   EXPECT_EQ(counting.seen(), 2);
   EXPECT_EQ(heap.live(), 2u);
 }
 
-TEST(LogInitContract, NothingIsAllocatedOnceInitialised) {
-  ASSERT_EQ(init(21), 0);
+TEST_F(LogInit, NothingIsAllocatedOnceInitialised) {
+  init(21);
   FailingMalloc failing(1, 1000000);
   Console console;
-  mup_log_ctrl_get()->remote_mode = MUP_LOG_REMOTE_AND_STORE;
+  ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   for (int i = 0; i < 1100; i++) {
     mup_log_msg(0, static_cast<uint8_t>(i % 21), MUP_LOG_ERROR, i, "%0300d", i);
   }
@@ -287,30 +286,29 @@ TEST(LogInitContract, NothingIsAllocatedOnceInitialised) {
   EXPECT_EQ(failing.seen(), 0);
 }
 
-TEST(LogInitContract, AFailedSecondInitTurnsTheLogOff) {
+TEST_F(LogInit, AFailedSecondInitTurnsTheLogOff) {
   for (const int nth : {1, 2}) {
     SCOPED_TRACE(nth);
-    ASSERT_EQ(init(3), 0);
-    keep_reachable(*mup_log_ctrl_get());
+    init(3);
+    keep_reachable(*ctrl);
     mup_log_msg(0, 0, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "gone");
     Console console;
     {
       FailingMalloc failing(nth);
-      EXPECT_NE(init(3), 0);
+      EXPECT_NE(try_init(3), 0);
     }
     console.take();
-    EXPECT_STREQ(mup_log_ctrl_get()->sys_ring[0].text, "");
+    EXPECT_STREQ(ctrl->sys_ring[0].text, "");
     mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "dropped");
     EXPECT_EQ(mup_log_show(0, 0), 0);
     EXPECT_EQ(console.take(), "");
     EXPECT_EQ(mup_log_level_set(0, "m0", MUP_LOG_SET_PRINT, 1), 19);
-    EXPECT_EQ(console.take(), "log system was not init \n");
+    EXPECT_EQ(console.take(), kNotInitedLine);
   }
 }
 
-TEST(LogInitContract, ASecondCallStartsAfreshAndFreesNothing) {
-  ASSERT_EQ(init(21), 0);
-  mup_log_ctrl *ctrl = mup_log_ctrl_get();
+TEST_F(LogInit, ASecondCallStartsAfreshAndFreesNothing) {
+  init(21);
   keep_reachable(*ctrl);
   const mup_log_module *first_modules = ctrl->modules;
   const int first_sock = ctrl->sock;
@@ -323,7 +321,7 @@ TEST(LogInitContract, ASecondCallStartsAfreshAndFreesNothing) {
   ctrl->level_hook = [](uint8_t, uint8_t, uint8_t) {};
 
   HeapWatch heap;
-  std::string table = module_table(30);
+  std::string table = module_table(numbered_names(30));
   table[1] = 'x';  // the first name is "mx" now
   ASSERT_EQ(mup_log_init(0, 30, table.c_str()), 0);
   EXPECT_EQ(heap.live(), 2u);
@@ -348,7 +346,16 @@ TEST(LogInitContract, ASecondCallStartsAfreshAndFreesNothing) {
   EXPECT_TRUE(all_bytes_are(&ctrl->usr_header, sizeof ctrl->usr_header, 'h'));
 }
 
-TEST(LogInitContract, IgnoresTheReservedArgument) {
-  EXPECT_EQ(mup_log_init(UINT64_MAX, 1, module_table(1).c_str()), 0);
-  EXPECT_STREQ(mup_log_ctrl_get()->modules[0].name, "m0");
+TEST_F(LogInit, TheReservedArgumentIsIgnoredByEveryFunction) {
+  ASSERT_EQ(mup_log_init(UINT64_MAX, 1, module_table().c_str()), 0);
+  EXPECT_STREQ(ctrl->modules[0].name, "m0");
+  uint8_t value = 77;
+  EXPECT_EQ(mup_log_level_set(UINT64_MAX, "m0", MUP_LOG_SET_RECORD, 6), 0);
+  EXPECT_EQ(mup_log_level_get(UINT64_MAX, "m0", MUP_LOG_SET_RECORD, &value), 0);
+  EXPECT_EQ(value, 6);
+  Console console;
+  mup_log_msg(UINT64_MAX, 0, MUP_LOG_ERROR, 0, "text");
+  EXPECT_EQ(console.take(), "text\r\n");
+  EXPECT_EQ(mup_log_show(UINT64_MAX, 1), 0);
+  EXPECT_STREQ(ctrl->sys_ring[0].text, "");
 }

@@ -1,64 +1,32 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// mup_log_msg: its checks in their order, the console line, the text's limits, and what is done before the lock.
+// mup_log_msg: its checks in their order, the console line, the limits of the text, the steps before the lock, and the
+// two rings.
 
-#include <gmock/gmock.h>
-
-#include <cstring>
 #include <cwchar>
-#include <string>
 
-#include "support/console.h"
-#include "support/libc.h"
-#include "tarn/log.h"
-#include "tarn/platform.h"
+#include "fixture.h"
 
 using namespace tarn_test;
 
 namespace {
 
-constexpr const char *kLevelNames[] = {"Off",     "Emergency", "Alert", "Critical", "Error",
-                                       "Warning", "Notice",    "Info",  "Debug"};
+using LogMsg = InitedLog;
 
-// The entry point under a type that the compiler does not check formats for: null and empty ones are meant here.
-void (*const log_unchecked)(uint64_t, uint8_t, uint8_t, int32_t, const char *, ...) = mup_log_msg;
-
-// Initialises the log with modules "m0", "m1", ...
-mup_log_ctrl *start(uint16_t count) {
-  std::string table;
-  for (unsigned i = 0; i < count; i++) {
-    std::string field = "m" + std::to_string(i);
-    field.resize(MUP_LOG_NAME_SIZE);
-    table += field;
-  }
-  EXPECT_EQ(mup_log_init(0, count, table.c_str()), 0);
-  return mup_log_ctrl_get();
-}
-
-// A text whose characters tell their place.
-std::string text_of(size_t length) {
+// A text in which neighbours differ.
+std::string text_of_length(size_t length) {
   std::string text;
   for (size_t i = 0; i < length; i++) text += static_cast<char>('!' + i % 89);
   return text;
 }
 
-bool nothing_stored(const mup_log_ctrl *ctrl) { return ctrl->sys_idx == 0 && ctrl->usr_idx == 0 && ctrl->dirty == 0; }
+bool nothing_is_stored(const mup_log_ctrl &log) { return log.sys_idx == 0 && log.usr_idx == 0 && log.dirty == 0; }
 
 }  // namespace
 
-TEST(LogMessageContract, BeforeInitNothingHappens) {
-  Console console;
-  mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "a");
-  mup_log_msg(0, 255, MUP_LOG_ERROR, 0, "a");
-  mup_log_msg(0, 0, 255, 0, "a");
-  log_unchecked(0, 0, MUP_LOG_ERROR, 0, nullptr);
-  EXPECT_EQ(console.take(), "");
-  EXPECT_TRUE(nothing_stored(mup_log_ctrl_get()));
-}
-
-TEST(LogMessageContract, ChecksFormatThenModuleThenLevelThenTheSwitch) {
-  const mup_log_ctrl *ctrl = start(5);
+TEST_F(LogMsg, ChecksFormatThenModuleThenLevelThenTheSwitch) {
+  init(5);
   ASSERT_EQ(mup_log_level_set(0, "m1", MUP_LOG_SET_ENABLE, 0), 0);
   const struct {
     uint8_t module;
@@ -87,19 +55,24 @@ TEST(LogMessageContract, ChecksFormatThenModuleThenLevelThenTheSwitch) {
     Console console;
     log_unchecked(0, row.module, row.level, 0, row.format);
     EXPECT_EQ(console.take(), row.printed);
-    EXPECT_TRUE(nothing_stored(ctrl));
+    EXPECT_TRUE(nothing_is_stored(*ctrl));
   }
 }
 
-TEST(LogMessageContract, PrintsTheBareTextWithoutALineNumber) {
-  start(2);
+TEST_F(LogMsg, AcceptsAndDropsAnIdEqualToTheNumberOfModules) {
+  Console console;
+  mup_log_msg(0, 21, MUP_LOG_OFF, 1, "x");
+  EXPECT_EQ(console.take(), "");
+  EXPECT_TRUE(nothing_is_stored(*ctrl));
+}
+
+TEST_F(LogMsg, PrintsTheBareTextWithoutALineNumber) {
   Console console;
   mup_log_msg(0, 1, MUP_LOG_ALERT, 0, "%s is %d", "answer", 42);
   EXPECT_EQ(console.take(), "answer is 42\r\n");
 }
 
-TEST(LogMessageContract, PrintsModuleLevelAndLineOtherwise) {
-  const mup_log_ctrl *ctrl = start(21);
+TEST_F(LogMsg, PrintsModuleLevelAndLineOtherwise) {
   struct Row {
     int32_t line;
     const char *shown;
@@ -123,8 +96,7 @@ TEST(LogMessageContract, PrintsModuleLevelAndLineOtherwise) {
   }
 }
 
-TEST(LogMessageContract, TheMarkerKeepsAMessageOffTheConsole) {
-  const mup_log_ctrl *ctrl = start(21);
+TEST_F(LogMsg, TheMarkerKeepsAMessageOffTheConsole) {
   Console console;
   mup_log_msg(0, 0, MUP_LOG_OFF, 0x4E4F5054, "hidden");
   mup_log_msg(0, 16, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "hidden too");
@@ -135,13 +107,12 @@ TEST(LogMessageContract, TheMarkerKeepsAMessageOffTheConsole) {
   EXPECT_EQ(ctrl->usr_ring[0].line, 0u);
 }
 
-TEST(LogMessageContract, CutsTheTextAt511AndTheStoredTextAt255Characters) {
-  const mup_log_ctrl *ctrl = start(21);
+TEST_F(LogMsg, CutsTheTextAt511AndTheStoredTextAt255Characters) {
   uint32_t slot = 0;
   constexpr size_t kLengths[] = {0, 1, 2, 254, 255, 256, 257, 510, 511, 512, 513, 600, 5000};
   for (const size_t length : kLengths) {
     SCOPED_TRACE(length);
-    const std::string text = text_of(length);
+    const std::string text = text_of_length(length);
     Console console;
     mup_log_msg(0, 3, MUP_LOG_ERROR, 0, "%s", text.c_str());
     EXPECT_EQ(console.take(), text.substr(0, 511) + "\r\n");
@@ -157,8 +128,7 @@ TEST(LogMessageContract, CutsTheTextAt511AndTheStoredTextAt255Characters) {
   }
 }
 
-TEST(LogMessageContract, TheFormatIsExpandedOnceOnly) {
-  const mup_log_ctrl *ctrl = start(1);
+TEST_F(LogMsg, TheFormatIsExpandedOnceOnly) {
   Console console;
   mup_log_msg(0, 0, MUP_LOG_ERROR, 9, "100%% %s", "%d%s%n%%");
   EXPECT_EQ(console.take(), "[m0-Error: 9]: 100% %d%s%n%%\r\n");
@@ -167,17 +137,16 @@ TEST(LogMessageContract, TheFormatIsExpandedOnceOnly) {
   EXPECT_THAT(console.take(), testing::EndsWith("]-[Error 9]m0: 100% %d%s%n%%\r\n"));
 }
 
-TEST(LogMessageContract, AFormatThatFailsLeavesNoRubbish) {
-  const mup_log_ctrl *ctrl = start(1);
+TEST_F(LogMsg, AFormatThatFailsLeavesNoRubbish) {
   Console console;
-  // A character that the C locale has not: formatting fails there, with or without what came before it.
+  // The C locale does not have this character: formatting fails there, with or without the text before it.
   mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "ab%lcd", static_cast<wint_t>(0x20AC));
   EXPECT_THAT(console.take(), testing::AnyOf("\r\n", "ab\r\n"));
   EXPECT_THAT(ctrl->sys_ring[0].text, testing::AnyOf(testing::StrEq(""), testing::StrEq("ab")));
 }
 
-TEST(LogMessageContract, StoresModuleLevelLineAndTime) {
-  const mup_log_ctrl *ctrl = start(200);
+TEST_F(LogMsg, StoresModuleLevelLineAndTime) {
+  init(200);
   time_t now = 0;
   Replace<time_t(time_t *)> time(libc::time, [&now](time_t *out) {
     if (out != nullptr) *out = now;
@@ -203,8 +172,8 @@ TEST(LogMessageContract, StoresModuleLevelLineAndTime) {
   }
 }
 
-TEST(LogMessageContract, ReadsTheTimeOnceAndForNoDroppedMessage) {
-  start(4);
+TEST_F(LogMsg, ReadsTheTimeOnceAndForNoDroppedMessage) {
+  init(4);
   ASSERT_EQ(mup_log_level_set(0, "m1", MUP_LOG_SET_ENABLE, 0), 0);
   ASSERT_EQ(mup_log_level_set(0, "m2", MUP_LOG_SET_RECORD, 0), 0);
   int reads = 0;
@@ -225,16 +194,12 @@ TEST(LogMessageContract, ReadsTheTimeOnceAndForNoDroppedMessage) {
   EXPECT_EQ(reads, 2);
 }
 
-TEST(LogMessageContract, FormatsThenReadsTheTimeThenLocks) {
-  const mup_log_ctrl *ctrl = start(1);
+TEST_F(LogMsg, FormatsThenReadsTheTimeThenLocks) {
   static char argument[] = "before";
   int free_locks = 0;
   Replace<time_t(time_t *)> time(libc::time, [&](time_t *out) {
     strcpy(argument, "after!");  // too late for the message
-    if (mu_mutex_trylock(ctrl->mutex) == 0) {
-      free_locks++;
-      mu_mutex_unlock(ctrl->mutex);
-    }
+    if (lock_is_free()) free_locks++;
     return libc::time.real(out);
   });
   mup_log_msg(0, 0, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "%s", argument);
@@ -243,21 +208,20 @@ TEST(LogMessageContract, FormatsThenReadsTheTimeThenLocks) {
   EXPECT_EQ(free_locks, 1);
 }
 
-TEST(LogMessageContract, DropsWithoutTakingTheLock) {
-  const mup_log_ctrl *ctrl = start(2);
+TEST_F(LogMsg, DropsWithoutTakingTheLock) {
+  init(2);
   ASSERT_EQ(mup_log_level_set(0, "m1", MUP_LOG_SET_ENABLE, 0), 0);
   Console console;
-  ASSERT_EQ(mu_mutex_lock(ctrl->mutex), 0);  // not recursive: whoever locks it now hangs
-  mup_log_msg(0, 0, MUP_LOG_WARNING, 0, "above both thresholds");
-  mup_log_msg(0, 1, MUP_LOG_OFF, 0, "disabled");
-  mup_log_msg(0, 2, MUP_LOG_OFF, 0, "no record");
-  ASSERT_EQ(mu_mutex_unlock(ctrl->mutex), 0);
+  EXPECT_TRUE(ends_under_the_lock([] {
+    mup_log_msg(0, 0, MUP_LOG_WARNING, 0, "above both thresholds");
+    mup_log_msg(0, 1, MUP_LOG_OFF, 0, "disabled");
+    mup_log_msg(0, 2, MUP_LOG_OFF, 0, "no record");
+  }));
   EXPECT_EQ(console.take(), "");
-  EXPECT_TRUE(nothing_stored(ctrl));
+  EXPECT_TRUE(nothing_is_stored(*ctrl));
 }
 
-TEST(LogMessageContract, ReleasesTheLockHoweverItEnds) {
-  mup_log_ctrl *ctrl = start(2);
+TEST_F(LogMsg, ReleasesTheLockHoweverItEnds) {
   ASSERT_EQ(mup_log_level_set(0, "m1", MUP_LOG_SET_RECORD, 0), 0);
   Console console;
   for (uint8_t mode = 0; mode <= 2; mode++) {
@@ -265,15 +229,91 @@ TEST(LogMessageContract, ReleasesTheLockHoweverItEnds) {
       SCOPED_TRACE(testing::Message() << int{mode} << ' ' << int{module});
       ctrl->remote_mode = mode;
       mup_log_msg(0, module, MUP_LOG_ERROR, 0, "text");
-      EXPECT_EQ(mu_mutex_trylock(ctrl->mutex), 0);
-      mu_mutex_unlock(ctrl->mutex);
+      EXPECT_TRUE(lock_is_free());
     }
   }
 }
 
-TEST(LogMessageContract, IgnoresTheReservedArgument) {
-  start(1);
-  Console console;
-  mup_log_msg(UINT64_MAX, 0, MUP_LOG_ERROR, 0, "text");
-  EXPECT_EQ(console.take(), "text\r\n");
+// ---- The rings -----------------------------------------------------------------------------------------------------
+
+TEST_F(LogMsg, ModulesUpTo15AreSystemModulesAndTheOthersUserModules) {
+  uint32_t system = 0;
+  uint32_t user = 0;
+  for (uint8_t module = 0; module <= 20; module++) {
+    SCOPED_TRACE(int{module});
+    ctrl->dirty = 0;
+    mup_log_msg(0, module, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "text");
+    if (module <= 15) {
+      EXPECT_EQ(ctrl->sys_ring[system].module, module);
+      system++;
+      EXPECT_EQ(ctrl->dirty, 1);
+    } else {
+      EXPECT_EQ(ctrl->usr_ring[user].module, module);
+      user++;
+      EXPECT_EQ(ctrl->dirty, 2);
+    }
+    EXPECT_EQ(ctrl->sys_idx, system);
+    EXPECT_EQ(ctrl->usr_idx, user);
+  }
+}
+
+TEST_F(LogMsg, AMessageAddsItsDirtyBitToTheOthers) {
+  ctrl->dirty = 0x80;
+  mup_log_msg(0, 16, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "text");
+  EXPECT_EQ(ctrl->dirty, 0x82);
+  mup_log_msg(0, 15, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "text");
+  EXPECT_EQ(ctrl->dirty, 0x83);
+}
+
+TEST_F(LogMsg, TheSystemRingKeepsTheLast1024Messages) {
+  for (int count = 1; count <= 2 * 1024 + 3; count++) {
+    log_numbers(0, count - 1, count);
+    ASSERT_EQ(ctrl->sys_idx, static_cast<uint32_t>(count) % 1024);
+    ASSERT_EQ("N " + std::to_string(count - 1), ctrl->sys_ring[(count - 1) % 1024].text);
+    // The slot that comes next holds the oldest message, once the ring is full.
+    ASSERT_EQ(count < 1024 ? "" : "N " + std::to_string(count - 1024), ctrl->sys_ring[count % 1024].text);
+  }
+  EXPECT_EQ(ctrl->usr_idx, 0u);
+  for (const mup_log_rec &record : ctrl->usr_ring) ASSERT_STREQ(record.text, "");
+}
+
+TEST_F(LogMsg, TheUserRingKeepsTheLast512Messages) {
+  for (int count = 1; count <= 2 * 512 + 3; count++) {
+    log_numbers(16, count - 1, count);
+    ASSERT_EQ(ctrl->usr_idx, static_cast<uint32_t>(count) % 512);
+    ASSERT_EQ("N " + std::to_string(count - 1), ctrl->usr_ring[(count - 1) % 512].text);
+    ASSERT_EQ(count < 512 ? "" : "N " + std::to_string(count - 512), ctrl->usr_ring[count % 512].text);
+  }
+  EXPECT_EQ(ctrl->sys_idx, 0u);
+  for (const mup_log_rec &record : ctrl->sys_ring) ASSERT_STREQ(record.text, "");
+}
+
+TEST_F(LogMsg, BothRingsWrapSideBySide) {
+  for (int i = 0; i < 3000; i++) {
+    log_numbers(15, i, i + 1);
+    log_numbers(20, i, i + 1);
+  }
+  EXPECT_EQ(ctrl->sys_idx, 3000u % 1024);
+  EXPECT_EQ(ctrl->usr_idx, 3000u % 512);
+  for (int i = 3000 - 1024; i < 3000; i++) {
+    ASSERT_EQ("N " + std::to_string(i), ctrl->sys_ring[i % 1024].text);
+    ASSERT_EQ(ctrl->sys_ring[i % 1024].module, 15);
+  }
+  for (int i = 3000 - 512; i < 3000; i++) {
+    ASSERT_EQ("N " + std::to_string(i), ctrl->usr_ring[i % 512].text);
+    ASSERT_EQ(ctrl->usr_ring[i % 512].module, 20);
+  }
+}
+
+TEST_F(LogMsg, AShortTextLeavesNothingOfTheLongOneBeforeIt) {
+  mup_log_msg(0, 0, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "%0300d", 1);
+  mup_log_msg(0, 16, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "%0300d", 1);
+  ctrl->sys_idx = 0;
+  ctrl->usr_idx = 0;
+  log_numbers(0, 7, 8);
+  log_numbers(16, 7, 8);
+  std::string expected = "N 7";
+  expected.resize(MUP_LOG_TEXT_SIZE);
+  EXPECT_EQ(std::string(ctrl->sys_ring[0].text, MUP_LOG_TEXT_SIZE), expected);
+  EXPECT_EQ(std::string(ctrl->usr_ring[0].text, MUP_LOG_TEXT_SIZE), expected);
 }

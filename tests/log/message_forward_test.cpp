@@ -1,25 +1,17 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Forwarding to the log collector: when a datagram leaves, to where, and what a failure does.
+// Forwarding to the log collector: when a datagram is sent, where to, and the effect of a failure.
 
-#include <gmock/gmock.h>
 #include <netinet/in.h>
 
-#include <cerrno>
-#include <cstring>
-#include <string>
-#include <vector>
-
-#include "support/console.h"
-#include "support/libc.h"
-#include "support/sandbox.h"
-#include "tarn/log.h"
-#include "tarn/platform.h"
+#include "fixture.h"
 
 using namespace tarn_test;
 
 namespace {
+
+using LogForward = InitedLog;
 
 struct Datagram {
   int sock;
@@ -29,7 +21,7 @@ struct Datagram {
   socklen_t to_size;
 };
 
-// Sees what the library sends in place of libc, and gives it `error` when that is not 0.
+// Records what the library sends, in place of libc; a nonzero `error` makes the call fail.
 class Sends {
  public:
   explicit Sends(int error = 0)
@@ -46,25 +38,12 @@ class Sends {
   std::vector<Datagram> seen;
 
  private:
-  Replace<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto_;
+  Replace<SendTo> sendto_;
 };
-
-// Initialises the log with modules "m0" to "m20".
-mup_log_ctrl *start() {
-  std::string table;
-  for (unsigned i = 0; i < 21; i++) {
-    std::string field = "m" + std::to_string(i);
-    field.resize(MUP_LOG_NAME_SIZE);
-    table += field;
-  }
-  EXPECT_EQ(mup_log_init(0, 21, table.c_str()), 0);
-  return mup_log_ctrl_get();
-}
 
 }  // namespace
 
-TEST(LogForwardContract, IsOffUntilACallerTurnsItOn) {
-  start();
+TEST_F(LogForward, IsOffUntilACallerTurnsItOn) {
   Collector collector;
   Sends sends;
   mup_log_msg(0, 0, MUP_LOG_ERROR, MUP_LOG_NOPRINT, "text");
@@ -72,8 +51,7 @@ TEST(LogForwardContract, IsOffUntilACallerTurnsItOn) {
   EXPECT_EQ(collector.next(), std::nullopt);
 }
 
-TEST(LogForwardContract, SendsTheBareTextInOneDatagramToPort514) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, SendsTheBareTextInOneDatagramToPort514) {
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   const struct {
     uint32_t server_ip;
@@ -102,8 +80,7 @@ TEST(LogForwardContract, SendsTheBareTextInOneDatagramToPort514) {
   }
 }
 
-TEST(LogForwardContract, DatagramsArriveAtTheCollectorInOrder) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, DatagramsArriveAtTheCollectorInOrder) {
   Collector collector;
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   Console console;
@@ -120,8 +97,7 @@ TEST(LogForwardContract, DatagramsArriveAtTheCollectorInOrder) {
   EXPECT_THAT(console.take(), testing::Not(testing::HasSubstr("Error writing buffer")));
 }
 
-TEST(LogForwardContract, SendsUpTo511Characters) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, SendsUpTo511Characters) {
   Collector collector;
   ctrl->remote_mode = MUP_LOG_REMOTE_ONLY;
   constexpr size_t kLengths[] = {0, 1, 254, 255, 256, 257, 510, 511, 512, 513, 600};
@@ -134,7 +110,7 @@ TEST(LogForwardContract, SendsUpTo511Characters) {
   }
 }
 
-TEST(LogForwardContract, EachModeSendsAndStoresAsItSays) {
+TEST_F(LogForward, EachModeSendsAndStoresAsItSays) {
   enum { kSends, kFails, kNoSocket };
   struct Row {
     uint8_t mode;
@@ -160,7 +136,6 @@ TEST(LogForwardContract, EachModeSendsAndStoresAsItSays) {
       {255, kFails, 1, true, "text\r\nError writing buffer"},
       {255, kNoSocket, 0, true, "text\r\n"},
   };
-  mup_log_ctrl *ctrl = start();
   const int32_t sock = ctrl->sock;
   constexpr uint8_t kModules[] = {15, 16};  // one of each ring
   for (const uint8_t module : kModules) {
@@ -185,7 +160,7 @@ TEST(LogForwardContract, EachModeSendsAndStoresAsItSays) {
   }
 }
 
-TEST(LogForwardContract, ASocketThatCouldNotBeMadeIsNeverTriedAgain) {
+TEST_F(LogForward, ASocketThatCouldNotBeMadeIsNeverTriedAgain) {
   int sockets = 0;
   Replace<int(int, int, int)> socket(libc::socket, [&sockets](int, int, int) {
     sockets++;
@@ -193,14 +168,14 @@ TEST(LogForwardContract, ASocketThatCouldNotBeMadeIsNeverTriedAgain) {
     return -1;
   });
   Console console;
-  mup_log_ctrl *ctrl = start();
+  init();
   console.take();
   Sends sends;
   constexpr uint8_t kModes[] = {1, 2, 1, 2};
   for (const uint8_t mode : kModes) {
     ctrl->remote_mode = mode;
     mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "text");
-    ASSERT_EQ(console.take(), "text\r\n");  // not a word about the socket
+    ASSERT_EQ(console.take(), "text\r\n");  // nothing about the socket
   }
   EXPECT_EQ(sockets, 1);
   EXPECT_TRUE(sends.seen.empty());
@@ -208,8 +183,7 @@ TEST(LogForwardContract, ASocketThatCouldNotBeMadeIsNeverTriedAgain) {
   EXPECT_EQ(ctrl->sys_idx, 2u);
 }
 
-TEST(LogForwardContract, DescriptorZeroIsASocket) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, DescriptorZeroIsASocket) {
   ctrl->remote_mode = MUP_LOG_REMOTE_ONLY;
   ctrl->sock = 0;
   Sends sends;
@@ -218,8 +192,7 @@ TEST(LogForwardContract, DescriptorZeroIsASocket) {
   EXPECT_EQ(sends.seen[0].sock, 0);
 }
 
-TEST(LogForwardContract, AFailedSendIsNotRepeated) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, AFailedSendIsNotRepeated) {
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   for (const int error : {EINTR, EAGAIN, EMSGSIZE, ENOBUFS}) {
     SCOPED_TRACE(error);
@@ -235,28 +208,25 @@ TEST(LogForwardContract, AFailedSendIsNotRepeated) {
   EXPECT_EQ(sends.seen.size(), 1u);
 }
 
-TEST(LogForwardContract, PrintsThenSendsThenStoresUnderTheLock) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, PrintsThenSendsThenStoresUnderTheLock) {
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   Console console;
   int sends = 0;
-  Replace<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto(
-      libc::sendto, [&](int, const void *, size_t size, int, const sockaddr *, socklen_t) {
-        sends++;
-        EXPECT_EQ(console.take(), "text\r\n");
-        EXPECT_EQ(ctrl->sys_idx, 0u);
-        EXPECT_STREQ(ctrl->sys_ring[0].text, "");
-        EXPECT_EQ(ctrl->dirty, 0);
-        EXPECT_EQ(mu_mutex_trylock(ctrl->mutex), EBUSY);
-        return static_cast<ssize_t>(size);
-      });
+  Replace<SendTo> sendto(libc::sendto, [&](int, const void *, size_t size, int, const sockaddr *, socklen_t) {
+    sends++;
+    EXPECT_EQ(console.take(), "text\r\n");
+    EXPECT_EQ(ctrl->sys_idx, 0u);
+    EXPECT_STREQ(ctrl->sys_ring[0].text, "");
+    EXPECT_EQ(ctrl->dirty, 0);
+    EXPECT_FALSE(lock_is_free());
+    return static_cast<ssize_t>(size);
+  });
   mup_log_msg(0, 0, MUP_LOG_ERROR, 0, "text");
   EXPECT_EQ(sends, 1);
   EXPECT_STREQ(ctrl->sys_ring[0].text, "text");
 }
 
-TEST(LogForwardContract, ADisabledModuleSendsNothing) {
-  mup_log_ctrl *ctrl = start();
+TEST_F(LogForward, ADisabledModuleSendsNothing) {
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   ASSERT_EQ(mup_log_level_set(0, "m4", MUP_LOG_SET_ENABLE, 0), 0);
   Sends sends;

@@ -1,15 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Registration lists of many sizes: what every function does for ids inside, at the end of, and beyond the table.
-
-#include <gtest/gtest.h>
+// Tables of many sizes: what every function does for module ids inside, just after, and beyond the table.
 
 #include <algorithm>
-#include <string>
 
-#include "support/console.h"
-#include "tarn/log.h"
+#include "fixture.h"
 
 using namespace tarn_test;
 
@@ -19,46 +15,37 @@ int g_hook_calls;
 
 }  // namespace
 
-// One list a test; its modules are "m0", "m1", ...
-class LogTableContract : public testing::TestWithParam<unsigned> {
+// Each test has one table; its modules are "m0", "m1", ...
+class LogTable : public Log, public testing::WithParamInterface<unsigned> {
  protected:
-  void SetUp() override {
-    std::string table;
-    for (unsigned i = 0; i < size_; i++) {
-      std::string field = "m" + std::to_string(i);
-      field.resize(MUP_LOG_NAME_SIZE);
-      table += field;
-    }
-    ASSERT_EQ(mup_log_init(0, static_cast<uint16_t>(size_), table.c_str()), 0);
-  }
+  LogTable() { init(size_); }
 
   const unsigned size_ = GetParam();
-  const unsigned kept_ = size_ & 0xFF;  // what a byte holds of the count
-  const mup_log_ctrl *const ctrl_ = mup_log_ctrl_get();
+  const unsigned kept_ = size_ & 0xFF;  // a byte holds this much of the count
 };
 
-TEST_P(LogTableContract, KeepsTheLowByteOfTheCount) {
-  EXPECT_EQ(ctrl_->module_num, kept_);
-  EXPECT_EQ(ctrl_->inited, 1);
-  ASSERT_NE(ctrl_->modules, nullptr);
+TEST_P(LogTable, KeepsTheLowByteOfTheCount) {
+  EXPECT_EQ(ctrl->module_num, kept_);
+  EXPECT_EQ(ctrl->inited, 1);
+  ASSERT_NE(ctrl->modules, nullptr);
   for (unsigned i = 0; i < kept_; i++) {
-    ASSERT_EQ("m" + std::to_string(i), ctrl_->modules[i].name);
-    ASSERT_EQ(ctrl_->modules[i].record_level, 4);
-    ASSERT_EQ(ctrl_->modules[i].print_level, 4);
-    ASSERT_EQ(ctrl_->modules[i].enable, 1);
+    ASSERT_EQ("m" + std::to_string(i), ctrl->modules[i].name);
+    ASSERT_EQ(ctrl->modules[i].record_level, 4);
+    ASSERT_EQ(ctrl->modules[i].print_level, 4);
+    ASSERT_EQ(ctrl->modules[i].enable, 1);
   }
 }
 
-TEST_P(LogTableContract, LogsForItsIdsDropsTheNextAndReportsTheRest) {
+TEST_P(LogTable, LogsForItsIdsDropsTheNextAndReportsTheRest) {
   for (unsigned id = 0; id <= 255; id++) {
     SCOPED_TRACE(id);
-    const uint32_t system = ctrl_->sys_idx;
-    const uint32_t user = ctrl_->usr_idx;
+    const uint32_t system = ctrl->sys_idx;
+    const uint32_t user = ctrl->usr_idx;
     const bool logs = id < kept_;
     Console console;
     mup_log_msg(0, static_cast<uint8_t>(id), MUP_LOG_ERROR, 3, "text");
     if (logs) {
-      const mup_log_rec &record = id <= 15 ? ctrl_->sys_ring[system] : ctrl_->usr_ring[user];
+      const mup_log_rec &record = id <= 15 ? ctrl->sys_ring[system] : ctrl->usr_ring[user];
       EXPECT_EQ(record.module, id);
       EXPECT_STREQ(record.text, "text");
       EXPECT_EQ(console.take(), "[m" + std::to_string(id) + "-Error: 3]: text\r\n");
@@ -67,12 +54,12 @@ TEST_P(LogTableContract, LogsForItsIdsDropsTheNextAndReportsTheRest) {
     } else {
       EXPECT_EQ(console.take(), "unknow module id:" + std::to_string(id) + "\r\n");
     }
-    EXPECT_EQ(ctrl_->sys_idx, system + (logs && id <= 15 ? 1 : 0));
-    EXPECT_EQ(ctrl_->usr_idx, user + (logs && id > 15 ? 1 : 0));
+    EXPECT_EQ(ctrl->sys_idx, system + (logs && id <= 15 ? 1 : 0));
+    EXPECT_EQ(ctrl->usr_idx, user + (logs && id > 15 ? 1 : 0));
   }
 }
 
-TEST_P(LogTableContract, FindsItsModulesByNameAndNoOther) {
+TEST_P(LogTable, FindsItsModulesByNameAndNoOther) {
   Console console;
   for (unsigned i = 0; i <= size_ + 1; i++) {
     SCOPED_TRACE(i);
@@ -83,28 +70,28 @@ TEST_P(LogTableContract, FindsItsModulesByNameAndNoOther) {
     EXPECT_EQ(value, i < kept_ ? 7 : 77);
   }
   uint8_t value = 77;
-  EXPECT_EQ(mup_log_level_set(0, "", MUP_LOG_SET_RECORD, 7), 2);  // what lies behind the table has no name to be found
+  EXPECT_EQ(mup_log_level_set(0, "", MUP_LOG_SET_RECORD, 7), 2);  // no name is found after the table
   EXPECT_EQ(mup_log_level_get(0, "", MUP_LOG_SET_RECORD, &value), 2);
   EXPECT_EQ(console.take(), "");
 }
 
-TEST_P(LogTableContract, SwitchesThoseIdsOfTheFixedRangesThatItHas) {
-  mup_log_ctrl_get()->level_hook = [](uint8_t, uint8_t, uint8_t) { g_hook_calls++; };
+TEST_P(LogTable, SwitchesThoseIdsOfTheFixedRangesThatItHas) {
+  ctrl->level_hook = [](uint8_t, uint8_t, uint8_t) { g_hook_calls++; };
   Console console;
   EXPECT_EQ(mup_log_set(0), 0);
   EXPECT_EQ(g_hook_calls, static_cast<int>(std::min(kept_, 21u)));
-  for (unsigned i = 0; i < kept_; i++) ASSERT_EQ(ctrl_->modules[i].enable, i <= 20 ? 0 : 1) << i;
+  for (unsigned i = 0; i < kept_; i++) ASSERT_EQ(ctrl->modules[i].enable, i <= 20 ? 0 : 1) << i;
 
   g_hook_calls = 0;
   EXPECT_EQ(mup_log_usr_set(1), 0);
   EXPECT_EQ(g_hook_calls, kept_ <= 16 ? 0 : static_cast<int>(std::min(kept_, 20u)) - 16);
   for (unsigned i = 0; i < kept_; i++) {
-    ASSERT_EQ(ctrl_->modules[i].enable, i > 20 || (i >= 16 && i <= 19) ? 1 : 0) << i;
+    ASSERT_EQ(ctrl->modules[i].enable, i > 20 || (i >= 16 && i <= 19) ? 1 : 0) << i;
   }
   EXPECT_EQ(console.take(), "");
 }
 
-TEST_P(LogTableContract, TheIdBehindTheTableStaysSilentWhateverIsSwitched) {
+TEST_P(LogTable, TheIdAfterTheTableStaysSilentWhateverIsSwitched) {
   Console console;
   for (const int on : {1, 0, 1}) {
     EXPECT_EQ(mup_log_set(on), 0);
@@ -112,11 +99,11 @@ TEST_P(LogTableContract, TheIdBehindTheTableStaysSilentWhateverIsSwitched) {
     mup_log_msg(0, static_cast<uint8_t>(kept_), MUP_LOG_OFF, 0, "text");
   }
   EXPECT_EQ(console.take(), "");
-  EXPECT_EQ(ctrl_->sys_idx, 0u);
-  EXPECT_EQ(ctrl_->usr_idx, 0u);
+  EXPECT_EQ(ctrl->sys_idx, 0u);
+  EXPECT_EQ(ctrl->usr_idx, 0u);
 }
 
-TEST_P(LogTableContract, ShowsTheNamesOfItsModulesAndNoOther) {
+TEST_P(LogTable, ShowsTheNamesOfItsModulesAndNoOther) {
   for (unsigned id = 0; id <= 255; id++) {
     SCOPED_TRACE(id);
     mup_log_rec record = {};
@@ -129,5 +116,5 @@ TEST_P(LogTableContract, ShowsTheNamesOfItsModulesAndNoOther) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(Modules, LogTableContract, testing::Values(0u, 1u, 15u, 16u, 20u, 21u, 255u, 256u, 300u),
+INSTANTIATE_TEST_SUITE_P(Modules, LogTable, testing::Values(0u, 1u, 15u, 16u, 18u, 20u, 21u, 255u, 256u, 300u),
                          testing::PrintToStringParamName());

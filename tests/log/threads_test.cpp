@@ -1,49 +1,24 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Many threads at once. Each message is made of its thread and its number alone, so that one torn between two threads
-// is found out wherever it went.
+// Many threads at once. Each message depends only on its thread and its number, so a message that is torn between two
+// threads is detected wherever it is found.
 
-#include <gtest/gtest.h>
+#include "threads.h"
 
-#include <atomic>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
-#include <functional>
-#include <string>
-#include <thread>
-#include <vector>
-
-#include "support/console.h"
-#include "support/libc.h"
-#include "tarn/log.h"
-#include "tarn/platform.h"
+#include "fixture.h"
 
 using namespace tarn_test;
 
 namespace {
 
-constexpr unsigned kThreads = 8;
+// All thresholds are open.
+class LogThreads : public InitedLog {
+ protected:
+  LogThreads() { set_thresholds(MUP_LOG_DEBUG, MUP_LOG_DEBUG); }
+};
 
-// Initialises the log with modules "m0" to "m20", all thresholds open.
-mup_log_ctrl *start() {
-  std::string table;
-  for (unsigned i = 0; i < 21; i++) {
-    std::string field = "m" + std::to_string(i);
-    field.resize(MUP_LOG_NAME_SIZE);
-    table += field;
-  }
-  EXPECT_EQ(mup_log_init(0, 21, table.c_str()), 0);
-  mup_log_ctrl *ctrl = mup_log_ctrl_get();
-  for (unsigned i = 0; i < 21; i++) {
-    ctrl->modules[i].print_level = 8;
-    ctrl->modules[i].record_level = 8;
-  }
-  return ctrl;
-}
-
-// The message of a thread: what it says, and the module, level and line under which it says it.
+// The message of a thread: its text, and the module, level and line under which it is logged.
 struct Message {
   unsigned thread;
   unsigned number;
@@ -72,20 +47,6 @@ struct Message {
   }
 };
 
-// Runs `body` in eight threads, which all wait for the last of them to be there.
-void run_threads(const std::function<void(unsigned)> &body) {
-  std::atomic<unsigned> here = 0;
-  std::vector<std::thread> threads;
-  for (unsigned i = 0; i < kThreads; i++) {
-    threads.emplace_back([&, i] {
-      here++;
-      while (here < kThreads) std::this_thread::yield();
-      body(i);
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-}
-
 // Whether a slot holds one message whole.
 void expect_whole(const mup_log_rec &record) {
   SCOPED_TRACE(std::string(record.text, strnlen(record.text, sizeof record.text)));
@@ -111,7 +72,7 @@ std::vector<std::string> lines_of(const std::string &text) {
   return lines;
 }
 
-// The record that a line of mup_log_show or of a message is about: what stands from the thread's number on.
+// The record that a line of mup_log_show or of a message is about: it begins with the thread's number.
 Message message_of_line(const std::string &line) {
   const size_t bracket = line.front() == '[' ? line.rfind(": ") : std::string::npos;
   return Message::of(line.substr(bracket == std::string::npos ? 0 : bracket + 2));
@@ -126,9 +87,8 @@ std::string shown_after_time(const Message &message) {
 
 }  // namespace
 
-TEST(LogThreadsContract, EveryMessageIsStoredWholeAndCounted) {
+TEST_F(LogThreads, EveryMessageIsStoredWholeAndCounted) {
   constexpr unsigned kEach = 120;  // neither ring wraps: half of the threads log to each
-  const mup_log_ctrl *ctrl = start();
   {
     Console console;
     run_threads([](unsigned thread) {
@@ -150,10 +110,9 @@ TEST(LogThreadsContract, EveryMessageIsStoredWholeAndCounted) {
   EXPECT_EQ(next, std::vector<unsigned>(kThreads, kEach));
 }
 
-TEST(LogThreadsContract, BothRingsWrapWhileEightThreadsLog) {
+TEST_F(LogThreads, BothRingsWrapWhileEightThreadsLog) {
   constexpr unsigned kEach = 900;
-  const mup_log_ctrl *ctrl = start();
-  for (unsigned i = 0; i < 21; i++) ctrl->modules[i].print_level = 0;
+  set_thresholds(MUP_LOG_OFF, MUP_LOG_DEBUG);
   {
     Console console;
     run_threads([](unsigned thread) {
@@ -167,16 +126,15 @@ TEST(LogThreadsContract, BothRingsWrapWhileEightThreadsLog) {
   for (const mup_log_rec &record : ctrl->usr_ring) ASSERT_NO_FATAL_FAILURE(expect_whole(record));
 }
 
-TEST(LogThreadsContract, ConsoleDatagramsAndRingShareOneOrder) {
+TEST_F(LogThreads, ConsoleDatagramsAndRingShareOneOrder) {
   constexpr unsigned kEach = 100;
-  mup_log_ctrl *ctrl = start();
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   std::vector<std::string> datagrams;  // without a lock of its own: the log's covers the send
-  Replace<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto(
-      libc::sendto, [&datagrams](int, const void *data, size_t size, int, const sockaddr *, socklen_t) {
-        datagrams.emplace_back(static_cast<const char *>(data), size);
-        return static_cast<ssize_t>(size);
-      });
+  Replace<SendTo> sendto(libc::sendto,
+                         [&datagrams](int, const void *data, size_t size, int, const sockaddr *, socklen_t) {
+                           datagrams.emplace_back(static_cast<const char *>(data), size);
+                           return static_cast<ssize_t>(size);
+                         });
   std::string printed;
   {
     Console console;
@@ -202,14 +160,13 @@ TEST(LogThreadsContract, ConsoleDatagramsAndRingShareOneOrder) {
   EXPECT_EQ(printed, expected);
 }
 
-TEST(LogThreadsContract, LevelsChangeAndTheRingIsShownAndClearedMeanwhile) {
+TEST_F(LogThreads, LevelsChangeAndTheRingIsShownAndClearedMeanwhile) {
   constexpr unsigned kEach = 200;
-  mup_log_ctrl *ctrl = start();
   ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   ctrl->level_hook = [](uint8_t, uint8_t, uint8_t) {};
-  Replace<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> sendto(
-      libc::sendto,
-      [](int, const void *, size_t size, int, const sockaddr *, socklen_t) { return static_cast<ssize_t>(size); });
+  Replace<SendTo> sendto(libc::sendto, [](int, const void *, size_t size, int, const sockaddr *, socklen_t) {
+    return static_cast<ssize_t>(size);
+  });
   std::string printed;
   {
     Console console;
@@ -270,8 +227,7 @@ TEST(LogThreadsContract, LevelsChangeAndTheRingIsShownAndClearedMeanwhile) {
   }
 }
 
-TEST(LogThreadsContract, MessagesAndTheRingArePrintedUnderTheLock) {
-  const mup_log_ctrl *ctrl = start();
+TEST_F(LogThreads, MessagesAndTheRingArePrintedUnderTheLock) {
   struct Tries {
     const mup_log_ctrl *ctrl;
     int total = 0;
@@ -279,7 +235,7 @@ TEST(LogThreadsContract, MessagesAndTheRingArePrintedUnderTheLock) {
   };
   static Tries tries;
   tries.ctrl = ctrl;
-  // An unbuffered standard output that tries for the log mutex whenever something is written to it.
+  // An unbuffered standard output that tries to take the log mutex in each write.
   const cookie_io_functions_t functions = {nullptr,
                                            [](void *, const char *, size_t size) {
                                              tries.total++;
