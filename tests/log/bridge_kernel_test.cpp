@@ -1,27 +1,20 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The kernel bridge on the machine's own kernel log, where the test may write to it. What it reads there is gone for
-// the machine's syslog daemon, if it has one.
+// The kernel bridge on the machine's own kernel log, where the test may write to it. The lines that it reads there are
+// lost for the machine's syslog daemon, if it has one.
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
-#include <semaphore.h>
-#include <unistd.h>
 
-#include <cerrno>
-#include <cstring>
 #include <filesystem>
 
-#include "modules.h"
-#include "support/libc.h"
-#include "support/sandbox.h"
-#include "tarn/log.h"
-#include "tarn/platform.h"
+#include "bridge.h"
 
 using namespace tarn_test;
 
 namespace {
+
+using LogBridgeKernel = InitedLog;
 
 constexpr const char *kStream = "/proc/kmsg";
 
@@ -44,31 +37,26 @@ bool write_to_kernel_log(const std::string &line) {
 
 }  // namespace
 
-TEST(LogBridgeKernel, TakesInWhatIsWrittenToTheKernelsLog) {
+TEST_F(LogBridgeKernel, LogsWhatIsWrittenToTheKernelsLog) {
   Sandbox sandbox;
   const std::string link = sandbox.root() + kStream;
   std::filesystem::create_symlink(kStream, link);
   if (const std::string reason = obstacle(); !reason.empty()) GTEST_SKIP() << reason;
 
   Collector collector;
-  ASSERT_EQ(mup_log_init(0, 21, module_table(21).c_str()), 0);
-  mup_log_ctrl_get()->modules[5].record_level = MUP_LOG_DEBUG;
-  mup_log_ctrl_get()->remote_mode = MUP_LOG_REMOTE_AND_STORE;
+  ctrl->modules[5].record_level = MUP_LOG_DEBUG;
+  ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
   // No pauses: a machine that has been up for long has much to read.
   Replace no_pause(libc::select, [](int, fd_set *, fd_set *, fd_set *, timeval *) { return 0; });
-  // Nor does the bridge wait in a read, where the end of the test would have to wait for the next kernel message.
+  // A read does not wait either: the end of the test would have to wait for the next kernel message.
   Replace open_stream(libc::open, [](const char *path, int flags, mode_t mode) {
     return libc::open.real(path, flags | (strcmp(path, kStream) == 0 ? O_NONBLOCK : 0), mode);
   });
-  sem_t started;
-  sem_init(&started, 0, 0);
-  pthread_t thread;
-  ASSERT_EQ(mu_thread_create(&thread, "klog", log_msg_process, &started, 0, 0, 0), 0);
-  sem_wait(&started);
+  ASSERT_NO_FATAL_FAILURE(start_bridge());
 
   const std::string text = "tarn test " + std::to_string(getpid()) + ", port 3 is up";
   const std::string line = "<6><jxlog-05:6:" + text + "<jxlog>\n";
-  // Another reader of the kernel's log may take a line before the bridge: then the next one comes.
+  // Another reader of the kernel's log may take a line before the bridge: then the next attempt counts.
   for (int attempt = 0; attempt < 1000; attempt++) {
     ASSERT_TRUE(write_to_kernel_log(line));
     for (int look = 0; look < 10000; look++) {

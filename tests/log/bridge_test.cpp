@@ -1,258 +1,236 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The kernel bridge, fed with reads by the test, and the message to the kernel's log device.
+// The frames that the kernel bridge logs, and the text between them.
 
-#include <fcntl.h>
-#include <semaphore.h>
-#include <sys/stat.h>
-
-#include <cerrno>
-#include <cstring>
-#include <deque>
-
-#include "store_files.h"
-#include "support/libc.h"
-#include "tarn/platform.h"
+#include "bridge.h"
 
 using namespace tarn_test;
 
 namespace {
 
-// Runs the bridge on reads of the test's; each round of it is one read. Messages of modules "m0" to "m20" are recorded
-// whatever their level.
-class LogBridge : public LogStoreTest {
- protected:
-  using Strings = std::vector<std::string>;
-
-  LogBridge() {
-    write_file(kmsg(), "");
-    EXPECT_EQ(mup_log_init(0, 21, module_table(21).c_str()), 0);  // without saves, which would change the texts
-    record_all();
-  }
-
-  std::string kmsg() const { return overlay("../proc/kmsg"); }
-
-  // Starts the bridge, which finds nothing in its first round.
-  void run_bridge() {
-    sem_t started;
-    sem_init(&started, 0, 0);
-    pthread_t thread;
-    ASSERT_EQ(mu_thread_create(&thread, "klog", log_msg_process, &started, 0, 0, 0), 0);
-    sem_wait(&started);
-    clock_.settle();
-    sem_destroy(&started);
-  }
-
-  // One round of the bridge for each piece.
-  void feed(const Strings &pieces) {
-    for (const std::string &piece : pieces) {
-      reads_.push_back(piece);
-      clock_.run_ms(100);
-    }
-  }
-
-  // The messages so far: module, level and text.
-  Strings logged() const {
-    Strings found;
-    for (const mup_log_rec &record : control().sys_ring) {
-      if (record.text[0] == '\0') continue;
-      EXPECT_EQ(record.line, 0u);
-      found.push_back(std::to_string(record.module) + ' ' + std::to_string(record.level) + ' ' + record.text);
-    }
-    return found;
-  }
-
-  Console console_;
-
- private:
-  std::deque<std::string> reads_;
-  Replace<ssize_t(int, void *, size_t)> read_{libc::read, [this](int, void *data, size_t size) -> ssize_t {
-                                                EXPECT_EQ(size, 512u);
-                                                if (reads_.empty()) return 0;
-                                                const std::string piece = reads_.front();
-                                                reads_.pop_front();
-                                                if (piece == kFailure) {
-                                                  errno = EINTR;
-                                                  return -1;
-                                                }
-                                                EXPECT_LE(piece.size(), size);
-                                                memcpy(data, piece.data(), piece.size());
-                                                return static_cast<ssize_t>(piece.size());
-                                              }};
-
- protected:
-  static constexpr const char *kFailure = "(the read fails)";
-};
+using LogBridge = Bridge;
 
 }  // namespace
 
-TEST_F(LogBridge, LogsAFrameUnderItsModuleAndLevel) {
-  run_bridge();
-  control().modules[5].print_level = MUP_LOG_DEBUG;
-  feed({"xx<jxlog-05:6:link up<jxlog>yy"});
-  EXPECT_EQ(logged(), Strings{"5 6 link up\n"});
-  EXPECT_EQ(console_.take(), "");
+TEST_F(LogBridge, AFrameIsLoggedUnderItsModuleAndLevelWithoutAConsoleLine) {
+  const uint32_t before = ctrl->sys_idx;
+  EXPECT_EQ(feed("ab" + frame("05:6:", "link up") + "cd"), (Messages{message(5, 6, "link up")}));
+  EXPECT_EQ(printed, "");
+  EXPECT_EQ(ctrl->sys_idx, before + 1);
+  const mup_log_rec &record = ctrl->sys_ring[before];
+  EXPECT_EQ(text_of(record), "link up\n");
+  EXPECT_EQ(record.line, 0u);
 }
 
-TEST_F(LogBridge, LogsFramesHoweverTheReadsSplitThem) {
-  run_bridge();
-  const std::string stream =
-      "<6>[1.0] text <jxlog-05:6:one<jxlog><jxlog-06:7:two<jxlog>\n<4>more<jxlog-07-8-3<jxlog>end";
-  const Strings expected = {"5 6 one\n", "6 7 two\n", "7 8 3\n"};
-  Strings all;
-  for (size_t split = 0; split <= stream.size(); split++) {
-    feed({stream.substr(0, split), stream.substr(split), "........"});  // drops what is held
-    all.insert(all.end(), expected.begin(), expected.end());
+TEST_F(LogBridge, AnyModuleAndLevelAndAnySeparators) {
+  for (unsigned module = 0; module < 21; module++) {
+    const unsigned level = module % 9;
+    const char separator = "\0 :<->9\n"[module % 8];
+    std::string head = "00.0.";
+    head[0] = static_cast<char>('0' + module / 10);
+    head[1] = static_cast<char>('0' + module % 10);
+    head[2] = separator;
+    head[3] = static_cast<char>('0' + level);
+    head[4] = separator;
+    EXPECT_EQ(feed(frame(head, "text") + "x"), (Messages{message(module, level, "text")})) << head;
+    EXPECT_EQ(printed, "");
   }
-  EXPECT_EQ(logged(), all);
 }
 
-TEST_F(LogBridge, HoldsAFrameUntilAByteStandsBehindIt) {
-  run_bridge();
-  feed({"<jxlog-05:6:link up<jxlog>"});
-  EXPECT_EQ(logged(), Strings());
-  feed({"\n"});
-  EXPECT_EQ(logged(), Strings{"5 6 link up\n"});
+TEST_F(LogBridge, OtherTextIsDropped) {
+  EXPECT_EQ(feed("<6>[    0.000000] Booting Linux\n<4>jxlog-05:6:no frame" + kEnd + "\n<jxlog 05:6:no\n"), Messages{});
+  EXPECT_EQ(feed("<JXLOG-05:6:no frame" + kEnd + "x"), Messages{});
+  for (const char c : {'x', '<', 'x'}) EXPECT_EQ(feed(std::string(512, c)), Messages{});
+  EXPECT_EQ(feed("<6>[1.0] " + frame("05:6:", "a") + "\n<6>[1.1] text\n" + frame("16:3:", "b") + "\n"),
+            (Messages{message(5, 6, "a"), message(16, 3, "b")}));
+  EXPECT_EQ(printed, "");
 }
 
-TEST_F(LogBridge, TakesNestedStartMarkersForText) {
-  run_bridge();
-  feed({"<jxlog-05:6:a<jxlog-06:7:b<jxlog>c<jxlog>d"});
-  EXPECT_EQ(logged(), Strings{"5 6 a<jxlog-06:7:b\n"});
+TEST_F(LogBridge, FramesMayFollowOneAnotherDirectly) {
+  std::string stream;
+  Messages expected;
+  for (unsigned i = 0; i < 9; i++) {
+    stream += frame("0" + std::to_string(i) + ":" + std::to_string(i) + ":", "text " + std::to_string(i));
+    expected.push_back(message(i, i, "text " + std::to_string(i)));
+  }
+  EXPECT_EQ(feed(stream + "x"), expected);
+}
+
+TEST_F(LogBridge, AnEndMarkerCountsOnlyWhenAByteFollowsIt) {
+  EXPECT_EQ(feed(frame("05:6:", "first")), Messages{});
+  EXPECT_EQ(feed("\n"), (Messages{message(5, 6, "first")}));
+  // 7 bytes are held afterwards; nothing of the frame is logged again.
+  EXPECT_EQ(feed(frame("05:6:", "second")), Messages{});
+  EXPECT_EQ(feed(frame("05:6:", "third")), (Messages{message(5, 6, "second")}));
+  EXPECT_EQ(feed("x"), (Messages{message(5, 6, "third")}));
+  EXPECT_EQ(feed("xxxxxxxxxxxxxxxxxxxxx"), Messages{});
+}
+
+TEST_F(LogBridge, AStreamOfSevenBytesIsHeldWhole) {
+  EXPECT_EQ(feed(kStart), Messages{});
+  EXPECT_EQ(feed("05:6:text" + kEnd), Messages{});
+  EXPECT_EQ(feed("x"), (Messages{message(5, 6, "text")}));
+}
+
+TEST_F(LogBridge, AStreamSplitAnywhereLogsTheSame) {
+  const std::string stream =
+      "ab" + frame("05:6:", "link up") + frame("17 2 ", "") + "c" + frame("03:7:", "third") + "d";
+  const Messages expected = {message(5, 6, "link up"), message(17, 2, ""), message(3, 7, "third")};
+  const size_t first_end = 2 + frame("05:6:", "link up").size();
+  for (size_t at = 0; at <= stream.size(); at++) {
+    SCOPED_TRACE(at);
+    reset();
+    const Messages first = feed(stream.substr(0, at));
+    EXPECT_EQ(first.empty(), at <= first_end);
+    Messages all = first;
+    for (const Message &each : feed(stream.substr(at))) all.push_back(each);
+    ASSERT_EQ(all, expected);
+  }
+}
+
+TEST_F(LogBridge, AStreamInThreePartsLogsTheSame) {
+  const std::string stream = frame("05:6:", "a") + frame("06:5:", "b") + ".";
+  const Messages expected = {message(5, 6, "a"), message(6, 5, "b")};
+  for (size_t first = 1; first < stream.size(); first++) {
+    for (size_t second = first + 1; second < stream.size(); second += 3) {
+      SCOPED_TRACE(testing::Message() << first << ", " << second);
+      ASSERT_EQ(feed_all({stream.substr(0, first), stream.substr(first, second - first), stream.substr(second)}),
+                expected);
+    }
+  }
+}
+
+TEST_F(LogBridge, AStreamInSingleBytesLogsTheSame) {
+  const std::string stream = "ab" + frame("05:6:", "link up") + frame("06:5:", "<jxlog- <jxlog") + "d";
+  Messages all;
+  for (const char byte : stream) {
+    for (const Message &each : feed({byte})) all.push_back(each);
+  }
+  EXPECT_EQ(all, (Messages{message(5, 6, "link up"), message(6, 5, "<jxlog- <jxlog")}));
+}
+
+TEST_F(LogBridge, MarkersWithinATextBelongToIt) {
+  const struct {
+    std::string stream;
+    Messages expected;
+  } rows[] = {
+      // A frame without an end takes the next one's.
+      {kStart + "05:6:abc" + frame("06:5:", "def"), {message(5, 6, "abc<jxlog-06:5:def")}},
+      // The second end marker is outside of a frame.
+      {kStart + "05:6:a" + frame("06:7:", "b") + "c" + kEnd, {message(5, 6, "a<jxlog-06:7:b")}},
+      {kStart + frame("06:5:", "def"), {}},  // the digits are "<j": see the console below
+      {kEnd + frame("06:5:", "def"), {message(6, 5, "def")}},
+      {frame("06:5:", "def") + kEnd, {message(6, 5, "def")}},
+      {"<" + frame("06:5:", "def"), {message(6, 5, "def")}},
+      {"<jxlog" + frame("06:5:", "def"), {message(6, 5, "def")}},
+      {frame("06:5:", "def<"), {message(6, 5, "def<")}},
+      {frame("06:5:", "def<jxlog"), {message(6, 5, "def<jxlog")}},
+      {frame("06:5:", "<jxlog-"), {message(6, 5, "<jxlog-")}},
+      {frame("06:5:", "a") + frame("07:5:", "<jxlog-<jxlog-"), {message(6, 5, "a"), message(7, 5, "<jxlog-<jxlog-")}},
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.stream);
+    EXPECT_EQ(feed(row.stream + "........"), row.expected);
+    EXPECT_EQ(printed, row.expected.empty() ? "unknow module id:178\r\n" : "");
+  }
 }
 
 TEST_F(LogBridge, TakesAnyCharacterForADigit) {
-  run_bridge();
-  feed({"<jxlog-1a:4:x<jxlog><jxlog-00:9:x<jxlog><jxlog-/::0:x<jxlog>........"});
-  EXPECT_EQ(logged(), Strings{"0 0 x\n"});  // "/:" is 10 * -1 + 10
-  EXPECT_EQ(console_.take(), "unknow module id:59\r\nunknow level id:9\r\n");
+  const struct {
+    const char *head;
+    const char *printed;
+  } rows[] = {
+      {"1a:6:", "unknow module id:59\r\n"},   // 10 + 49
+      {"22:6:", "unknow module id:22\r\n"},   // 21 modules, so 21 passes
+      {"99:6:", "unknow module id:99\r\n"},   //
+      {" 5:6:", "unknow module id:101\r\n"},  // 10 * -16 + 5 + 256
+      {"0/:6:", "unknow module id:255\r\n"},  // -1
+      {"//:6:", "unknow module id:245\r\n"},  // -11
+      {"05:9:", "unknow level id:9\r\n"},     //
+      {"05:/:", "unknow level id:255\r\n"},   //
+      {"05:a:", "unknow level id:49\r\n"},    //
+      {"05: :", "unknow level id:240\r\n"},   // -16
+      {"05:\xff:", "unknow level id:207\r\n"},
+      {"\xff\xff:9:", "unknow module id:229\r\n"},  // 10 * -49 + -49, or 10 * 207 + 207: the same modulo 256
+      {"21:6:", ""},                                // accepted, and dropped
+  };
+  for (const auto &row : rows) {
+    SCOPED_TRACE(row.head);
+    EXPECT_EQ(feed(frame(row.head, "text") + "x"), Messages{});
+    EXPECT_EQ(printed, row.printed);
+  }
+  // Other characters that give a known module and level.
+  EXPECT_EQ(feed(frame("0::8:", "ten") + "x"), (Messages{message(10, 8, "ten")}));
+  EXPECT_EQ(feed(frame("/::0:", "zero") + "x"), (Messages{message(0, 0, "zero")}));  // 10 * -1 + 10
+  EXPECT_EQ(feed(frame("J::0:", "14") + "x"), (Messages{message(14, 0, "14")}));     // 10 * 26 + 10 - 256
 }
 
 TEST_F(LogBridge, LogsWhatFollowsAFrameTooShortForAText) {
-  run_bridge();
-  feed({"<jxlog-05<jxlog>tail"});  // byte 10, the level, is the 'j' of the end marker: 106 - 48
-  EXPECT_EQ(console_.take(), "unknow level id:58\r\n");
-  feed({"........<jxlog-05:6<jxlog>tail"});  // the text begins behind the end marker's first byte
-  EXPECT_EQ(logged(), Strings{"5 6 jxlog>tail\n"});
+  // The end marker begins at byte 11: its own bytes from "jxlog>" on are the text, with everything that follows up to a
+  // NUL.
+  EXPECT_EQ(feed(frame("05:6", "") + "rest"), (Messages{message(5, 6, "jxlog>rest")}));
+  reset();
+  EXPECT_EQ(feed(frame("05:6", "") + "rest" + std::string("\0more", 5)), (Messages{message(5, 6, "jxlog>rest")}));
+  reset();
+  // The next frames are logged too: the scan continues after the end marker.
+  EXPECT_EQ(feed(frame("05:6", "") + frame("07:1:", "next") + "x"),
+            (Messages{message(5, 6, "jxlog><jxlog-07:1:next<jxlog>x"), message(7, 1, "next")}));
+  reset();
+  // Earlier ends: the level is a byte of the marker itself.
+  EXPECT_EQ(feed(frame("05", "") + "xxxxxxx"), Messages{});
+  EXPECT_EQ(printed, "unknow level id:58\r\n");  // 'j'
+  EXPECT_EQ(feed(frame("0", "") + "xxxxxxx"), Messages{});
+  EXPECT_EQ(printed, "unknow level id:72\r\n");  // 'x'; the module is 0 and '<', 12
+  EXPECT_EQ(feed(frame("", "") + "xxxxxxx"), Messages{});
+  EXPECT_EQ(printed, "unknow module id:178\r\n");  // '<' and 'j'
 }
 
-TEST_F(LogBridge, FlushesWhatItCannotHold) {
-  run_bridge();
-  control().modules[3].record_level = MUP_LOG_INFO;
-  const std::string frame = "<jxlog-05:6:" + std::string(500, 'x');
-  ASSERT_EQ(frame.size(), 512u);
-  feed({frame});
-  EXPECT_EQ(logged(), Strings());
-  feed({"y"});  // 513 bytes
-  EXPECT_EQ(logged(), Strings{"3 7 " + frame.substr(0, 255)});
-  feed({"<jxlog>z<jxlog-05:6:ok<jxlog>."});
-  EXPECT_EQ(logged().size(), 2u);
+TEST_F(LogBridge, AnEndMarkerAtTheLevelIsReadBeforeItIsOverwritten) {
+  EXPECT_EQ(feed(frame("05:", "") + "xxxxxxx"), Messages{});
+  EXPECT_EQ(printed, "unknow level id:12\r\n");  // '<'
 }
 
-TEST_F(LogBridge, HoldsAsMuchAsTwoReadsGive) {
-  run_bridge();
-  feed({"<jxlog-05:6:" + std::string(500, 'x'), std::string(504, 'y') + "<jxlog>."});
-  ASSERT_EQ(logged().size(), 1u);
-  EXPECT_EQ(logged()[0], "5 6 " + std::string(255, 'x'));
-  feed({"<jxlog-05:6:" + std::string(500, 'x'), std::string(512, 'y')});
-  ASSERT_EQ(logged().size(), 2u);
-  EXPECT_EQ(logged()[1].substr(0, 4), "3 7 ");
+TEST_F(LogBridge, AShortFrameAtTheEndOfAFullBufferStaysInBounds) {
+  feed(kStart + "05:6:" + std::string(500, 'a'));  // 512 held
+  const std::string filler = kEnd + std::string(512 - 7 - 19, 'b');
+  EXPECT_EQ(feed(filler + frame("05:6", "") + "c"),
+            (Messages{message(5, 6, std::string(500, 'a')), message(5, 6, "jxlog>c")}));
 }
 
-TEST_F(LogBridge, DropsTextOutsideFrames) {
-  run_bridge();
-  feed({std::string(512, 'x'), std::string(512, '<'), std::string(512, 'z')});
-  EXPECT_EQ(logged(), Strings());
+TEST_F(LogBridge, TextsAreLoggedAsTheyAre) {
+  std::string every;
+  for (int byte = 1; byte < 256; byte++) every += static_cast<char>(byte);
+  EXPECT_EQ(feed(frame("05:6:", every) + "x"), (Messages{message(5, 6, every)}));
+  EXPECT_EQ(feed(frame("05:6:", "%s%n%d%%") + "x"), (Messages{message(5, 6, "%s%n%d%%")}));
+  EXPECT_EQ(feed(frame("05:6:", "") + "x"), (Messages{message(5, 6, "")}));
+  EXPECT_EQ(feed(frame("05:6:", "two\nlines\r\n") + "x"), (Messages{message(5, 6, "two\nlines\r\n")}));
 }
 
-TEST_F(LogBridge, TakesAFailedReadForAnEmptyOne) {
-  run_bridge();
-  feed({"<jxlog-05:6:link", kFailure, "", " up<jxlog>."});
-  EXPECT_EQ(logged(), Strings{"5 6 link up\n"});
+TEST_F(LogBridge, ANulEndsATextAndNotTheFrame) {
+  const std::string nul(1, '\0');
+  EXPECT_EQ(feed(nul + "x" + nul + frame("05:6:", "before" + nul + "after") + frame("06:5:", "next") + nul),
+            (Messages{message(5, 6, "before"), message(6, 5, "next")}));
+  reset();
+  EXPECT_EQ(feed_all({kStart + "05:6:be" + nul, "after", kEnd + "x"}), (Messages{message(5, 6, "be")}));
 }
 
-TEST_F(LogBridge, ReadsEvery100Ms) {
-  run_bridge();
-  feed({"<jxlog-05:6:a<jxlog>."});
-  clock_.run_ms(90);
-  EXPECT_EQ(logged().size(), 1u);
+TEST_F(LogBridge, LongTextsAreCutOnlyByTheLog) {
+  for (const size_t size : std::vector<size_t>{254, 255, 256, 480, 509, 510, 511, 512, 700, 1004}) {
+    SCOPED_TRACE(size);
+    const std::string text(size, 't');
+    const std::string stream = frame("05:6:", text) + "x";
+    reset();
+    Messages all = feed(stream.substr(0, 512));
+    if (stream.size() > 512) all = feed(stream.substr(512));
+    EXPECT_EQ(all, (Messages{{5, 6, (text + "\n").substr(0, 511)}}));
+  }
 }
 
-TEST_F(LogBridge, LeavesTheKernelToItsOwnDaemon) {
-  write_file(overlay("klogd"), "");
-  Replace no_open(libc::open, [](const char *path, int, mode_t) -> int {
-    ADD_FAILURE() << path;
-    return -1;
-  });
-  sem_t started;
-  sem_init(&started, 0, 0);
-  EXPECT_EQ(log_msg_process(&started), nullptr);
-  EXPECT_EQ(sem_trywait(&started), 0);
-  EXPECT_EQ(console_.take(), "Klogd enable!!\n");
-}
-
-TEST_F(LogBridge, EndsWithoutAStream) {
-  Replace no_open(libc::open, [](const char *path, int flags, mode_t) -> int {
-    EXPECT_STREQ(path, "/proc/kmsg");
-    EXPECT_EQ(flags & O_ACCMODE, O_RDONLY);
-    errno = EPERM;
-    return -1;
-  });
-  EXPECT_EQ(log_msg_process(nullptr), nullptr);
-  EXPECT_EQ(console_.take(), "Open kmsg fail! \n");
-}
-
-TEST(LogKernelLevel, SendsAMessageToTheDevice) {
-  Sandbox sandbox;
-  const std::string device = sandbox.root() + "/dev/mulog-ioctl-dev";
-  write_file(device, "");
-  int opened = -1;
-  Replace open(libc::open, [&](const char *path, int flags, mode_t mode) {
-    EXPECT_STREQ(path, "/dev/mulog-ioctl-dev");
-    EXPECT_EQ(flags & O_ACCMODE, O_RDWR);
-    return opened = libc::open.real(path, flags, mode);
-  });
-  std::vector<std::string> messages;
-  Replace ioctl(libc::ioctl, [&](int file, unsigned long request, void *argument) {
-    EXPECT_EQ(file, opened);
-    EXPECT_EQ(request, 0x4300ul);
-    messages.emplace_back(static_cast<const char *>(argument), 256);
-    errno = EINVAL;
-    return -1;
-  });
-  Console console;
-  mup_log_kern_level_set(2, 1, 7);
-  std::string expected(256, '\0');
-  const uint16_t command = 3;
-  memcpy(&expected[10], &command, sizeof command);
-  expected[12] = 2;
-  expected[13] = 1;
-  expected[14] = 7;
-  EXPECT_EQ(messages, std::vector<std::string>{expected});
-  EXPECT_EQ(console.take(), "");
-  EXPECT_EQ(fcntl(opened, F_GETFD), -1);  // closed
-}
-
-TEST(LogKernelLevel, TellsOfAMissingDevice) {
-  Sandbox sandbox;
-  Console console;
-  mup_log_kern_level_set(2, 1, 7);
-  EXPECT_EQ(console.take(), "Device open failure /dev/mulog-ioctl-dev\n");
-}
-
-TEST(LogKernelLevel, HearsOfEachSetting) {
-  Sandbox sandbox;
-  Console console;
-  ASSERT_EQ(mup_log_usr_init(21, module_table(21).c_str()), 0);
-  write_file(sandbox.root() + "/dev/mulog-ioctl-dev", "");
-  std::vector<std::string> messages;
-  Replace ioctl(libc::ioctl, [&](int, unsigned long, void *argument) {
-    messages.emplace_back(static_cast<const char *>(argument) + 12, 3);
-    return 0;
-  });
-  EXPECT_EQ(mup_log_level_set(0, "m2", MUP_LOG_SET_RECORD, 7), 0);
-  EXPECT_EQ(mup_log_level_set(0, "m20", MUP_LOG_SET_PRINT, 0), 0);
-  EXPECT_EQ(mup_log_level_set(0, "m1", MUP_LOG_SET_RECORD, 9), 2);  // refused, so not told
-  EXPECT_EQ(messages, (std::vector<std::string>{{2, 1, 7}, {20, 0, 0}}));
+TEST_F(LogBridge, TheLogsFiltersHold) {
+  ctrl->modules[5].record_level = 5;
+  ctrl->modules[6].enable = 0;
+  EXPECT_EQ(feed(frame("05:5:", "kept") + frame("05:6:", "above") + frame("06:0:", "disabled") + "x"),
+            (Messages{message(5, 5, "kept")}));
+  EXPECT_EQ(printed, "");  // not shown either, whatever the print level
 }

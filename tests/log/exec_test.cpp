@@ -3,36 +3,28 @@
 
 // Programs that a daemon starts do not get the log's descriptors.
 
-#include <gtest/gtest.h>
-#include <semaphore.h>
-
-#include <atomic>
-#include <fstream>
-
-#include "modules.h"
-#include "support/console.h"
 #include "support/exec.h"
-#include "support/sandbox.h"
-#include "support/virtual_clock.h"
-#include "tarn/log.h"
-#include "tarn/platform.h"
+#include "bridge.h"
 
 using namespace tarn_test;
 
-TEST(LogExec, DoesNotPassTheSocketOn) {
-  Console console;
-  ASSERT_EQ(mup_log_init(0, 21, module_table(21).c_str()), 0);
-  const int sock = mup_log_ctrl_get()->sock;
-  ASSERT_GE(sock, 0);
-  EXPECT_FALSE(is_inherited(sock));
-  const int copy = dup(sock);  // this one is passed on: the test would see it
+namespace {
+
+using LogExec = LogFiles;
+
+}  // namespace
+
+TEST_F(LogExec, DoesNotPassTheSocketOn) {
+  init();
+  ASSERT_GE(ctrl->sock, 0);
+  EXPECT_FALSE(is_inherited(ctrl->sock));
+  const int copy = dup(ctrl->sock);  // this one is passed on: the test would see it
   EXPECT_TRUE(is_inherited(copy));
   close(copy);
 }
 
-TEST(LogExec, DoesNotPassTheDeviceOn) {
-  Sandbox sandbox;
-  std::ofstream(sandbox.root() + "/dev/mulog-ioctl-dev").close();
+TEST_F(LogExec, DoesNotPassTheDeviceOn) {
+  write_file(root() + "/dev/mulog-ioctl-dev", "");
   int calls = 0;
   bool inherited = true;
   Replace look(libc::ioctl, [&](int device, unsigned long, void *) {
@@ -45,10 +37,8 @@ TEST(LogExec, DoesNotPassTheDeviceOn) {
   EXPECT_FALSE(inherited);
 }
 
-TEST(LogExec, DoesNotPassTheKernelsMessagesOn) {
-  Sandbox sandbox;
-  std::ofstream(sandbox.root() + "/proc/kmsg").close();
-  VirtualClock clock;
+TEST_F(LogExec, DoesNotPassTheKernelsMessagesOn) {
+  write_file(root() + "/proc/kmsg", "");
   std::atomic<int> reads = 0;
   std::atomic<bool> inherited = true;
   Replace look(libc::read, [&](int file, void *, size_t) -> ssize_t {
@@ -56,8 +46,7 @@ TEST(LogExec, DoesNotPassTheKernelsMessagesOn) {
     inherited = is_inherited(file);
     return 0;
   });
-  pthread_t bridge;
-  ASSERT_EQ(mu_thread_create(&bridge, "klog", log_msg_process, nullptr, 1 << 20, 0, 0), 0);
+  ASSERT_NO_FATAL_FAILURE(start_bridge());
   clock.settle();  // it sleeps after its first read
   EXPECT_EQ(reads, 1);
   EXPECT_FALSE(inherited);

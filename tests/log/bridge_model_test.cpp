@@ -1,17 +1,18 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The steps of the kernel bridge against a model of them, on random streams.
+// The kernel bridge compared with a model, on random streams.
 
-#include <random>
-
-#include "contract_bridge.h"
+#include "bridge.h"
+#include "support/random.h"
 
 using namespace tarn_test;
 
 namespace {
 
-// What a bridge over 21 modules does with each read, as naively as possible.
+using LogBridgeModel = Bridge;
+
+// A bridge over 21 modules, written in the simplest way.
 class Model {
  public:
   Messages feed(const std::string &bytes) {
@@ -71,11 +72,10 @@ class Model {
 
 }  // namespace
 
-TEST(LogBridgeModelContract, RandomStreamsLogWhatTheModelSays) {
-  Bridge bridge;
+TEST_F(LogBridgeModel, RandomStreamsLogWhatTheModelSays) {
   Model model;
-  std::mt19937 random(7);
-  const auto below = [&random](size_t bound) { return static_cast<size_t>(random() % bound); };
+  Random random(7);
+  const auto below = [&random](size_t bound) { return static_cast<size_t>(random.below(bound)); };
   std::string stream;
   for (int round = 0; round < 900; round++) {
     SCOPED_TRACE(round);
@@ -114,22 +114,21 @@ TEST(LogBridgeModelContract, RandomStreamsLogWhatTheModelSays) {
     const size_t size = below(4) == 0 ? 512 : below(below(3) == 0 ? 20 : 200);
     const std::string bytes = stream.substr(0, size);
     stream.erase(0, size);
-    ASSERT_EQ(bridge.feed(bytes), model.feed(bytes));
-    ASSERT_EQ(bridge.printed, model.printed);
+    ASSERT_EQ(feed(bytes), model.feed(bytes));
+    ASSERT_EQ(printed, model.printed);
   }
 }
 
-TEST(LogBridgeModelContract, RandomBytesOfTheMarkersLogWhatTheModelSays) {
-  Bridge bridge;
+TEST_F(LogBridgeModel, RandomBytesOfTheMarkersLogWhatTheModelSays) {
   Model model;
-  std::mt19937 random(8);
-  // Words of few letters, so that frames overlap in every way.
+  Random random(8);
+  // Parts of the markers: frames overlap in every way.
   const char *const words[] = {"<jxlog-", "<jxlog>", "<", "<jxlog", "0", "1", "5:", ":", "x", "-", ">"};
   for (int round = 0; round < 900; round++) {
     SCOPED_TRACE(round);
     std::string bytes;
-    for (size_t count = random() % 12; count > 0; count--) bytes += words[random() % std::size(words)];
-    ASSERT_EQ(bridge.feed(bytes), model.feed(bytes));
-    ASSERT_EQ(bridge.printed, model.printed);
+    for (size_t count = random.below(12); count > 0; count--) bytes += words[random.below(std::size(words))];
+    ASSERT_EQ(feed(bytes), model.feed(bytes));
+    ASSERT_EQ(printed, model.printed);
   }
 }

@@ -1,24 +1,23 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The kernel bridge on a scripted stream. Its thread sleeps on the virtual clock between its reads, so each read is one
+// The kernel bridge on a scripted stream. Its thread sleeps on the virtual clock between its reads: each read is one
 // step of the test.
-#ifndef TARN_TESTS_LOG_CONTRACT_BRIDGE_H
-#define TARN_TESTS_LOG_CONTRACT_BRIDGE_H
+#ifndef TARN_TESTS_LOG_BRIDGE_H
+#define TARN_TESTS_LOG_BRIDGE_H
 
 #include <semaphore.h>
 
-#include <cerrno>
 #include <deque>
 
-#include "contract_store.h"
+#include "fixture.h"
 
 namespace tarn_test {
 
 inline const std::string kStart = "<jxlog-";
 inline const std::string kEnd = "<jxlog>";
 
-// A message that came out: its text as it is forwarded, cut to 511 characters.
+// A message that was logged: its text as it is forwarded, cut to 511 characters.
 struct Message {
   unsigned module = 0;
   unsigned level = 0;
@@ -33,38 +32,45 @@ inline void PrintTo(const Message &message, std::ostream *out) {
 
 using Messages = std::vector<Message>;
 
-// A frame's message, whose text is below 511 characters.
+// The message of a frame whose text has less than 511 characters.
 inline Message message(unsigned module, unsigned level, const std::string &text) {
   return {module, level, text + "\n"};
 }
 
 inline std::string frame(const std::string &head, const std::string &text) { return kStart + head + text + kEnd; }
 
-class Bridge {
- public:
+// Starts the bridge and waits until it has posted its semaphore.
+inline void start_bridge() {
+  sem_t started;
+  sem_init(&started, 0, 0);
+  pthread_t thread;
+  ASSERT_EQ(mu_thread_create(&thread, "klog", log_msg_process, &started, 1 << 20, 0, 0), 0);
+  timespec limit;
+  clock_gettime(CLOCK_REALTIME, &limit);
+  limit.tv_sec += 60;
+  ASSERT_EQ(sem_timedwait(&started, &limit), 0) << "the bridge has not posted its semaphore";
+  sem_destroy(&started);
+}
+
+// The bridge runs and has found nothing in its first read. Every module records and shows all levels.
+class Bridge : public InitedLog {
+ protected:
   Bridge() {
-    Store::write(sandbox_.root() + "/proc/kmsg", "");
-    std::string table = module_table(numbered_names());
-    EXPECT_EQ(mup_log_init(0, 21, table.c_str()), 0);
+    write_file(sandbox_.root() + "/proc/kmsg", "");
     ctrl->remote_mode = MUP_LOG_REMOTE_AND_STORE;
-    for (unsigned i = 0; i < 21; i++) ctrl->modules[i].record_level = ctrl->modules[i].print_level = 8;
-    sem_t started;
-    sem_init(&started, 0, 0);
-    pthread_t thread;
-    EXPECT_EQ(mu_thread_create(&thread, "klog", log_msg_process, &started, 1 << 20, 0, 0), 0);
-    EXPECT_EQ(sem_wait(&started), 0);
+    set_thresholds(MUP_LOG_DEBUG, MUP_LOG_DEBUG);
+    start_bridge();
     clock.settle();
-    sem_destroy(&started);
   }
 
-  // The result of the next read: bytes, or with none the end of what there is for now.
+  // Gives the bytes to the next read; without bytes it finds nothing. Returns the messages that follow.
   Messages feed(const std::string &bytes) {
     EXPECT_LE(bytes.size(), 512u);
     return step({bytes, 0});
   }
   Messages fail(int error) { return step({"", error}); }
 
-  // Feeds the parts in their order.
+  // Feeds the parts in this order.
   Messages feed_all(const std::vector<std::string> &parts) {
     Messages all;
     for (const std::string &part : parts) {
@@ -73,7 +79,7 @@ class Bridge {
     return all;
   }
 
-  // Lets whatever is held overflow, which leaves nothing.
+  // Lets the held bytes overflow: nothing is held afterwards.
   void reset() {
     feed(kEnd + kEnd);
     feed(kStart + std::string(505, 'r'));
@@ -81,12 +87,11 @@ class Bridge {
   }
 
   std::string printed;              // on the console in the last step
-  std::vector<size_t> asked;        // bytes that each read asked for
-  std::vector<int64_t> read_at_ms;  // and when
+  std::vector<size_t> asked;        // for each read, the number of bytes that it asked for
+  std::vector<int64_t> read_at_ms;  // and its time
   std::vector<int> open_flags;      // of each opening of the stream
   int file = -1;                    // the stream
   VirtualClock clock;
-  mup_log_ctrl *const ctrl = mup_log_ctrl_get();
 
  private:
   struct Read {
@@ -146,7 +151,7 @@ class Bridge {
                                                 memcpy(data, read.bytes.data(), read.bytes.size());
                                                 return static_cast<ssize_t>(read.bytes.size());
                                               }};
-  Replace<ssize_t(int, const void *, size_t, int, const sockaddr *, socklen_t)> send_{
+  Replace<SendTo> send_{
       libc::sendto, [this](int, const void *data, size_t size, int, const sockaddr *, socklen_t) {
         sent_.push_back({std::string(static_cast<const char *>(data), size), ctrl->sys_idx, ctrl->usr_idx});
         return static_cast<ssize_t>(size);

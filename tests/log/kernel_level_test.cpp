@@ -4,22 +4,20 @@
 // mup_log_kern_level_set: the message that the log control device gets, and when it gets one.
 
 #include <fcntl.h>
-#include <gtest/gtest.h>
 #include <sys/mman.h>
 
-#include <cerrno>
-#include <cstring>
-
-#include "contract_store.h"
+#include "fixture.h"
 
 using namespace tarn_test;
 
 namespace {
 
+using LogKernelLevel = StartedLogFiles;
+
 constexpr const char *kDevice = "/dev/mulog-ioctl-dev";
 constexpr const char *kNoDevice = "Device open failure /dev/mulog-ioctl-dev\n";
 
-// A device that takes whatever it is told.
+// A device that records its requests.
 class Device {
  public:
   struct Request {
@@ -57,7 +55,7 @@ class Device {
 std::string control_block(unsigned module, unsigned type, unsigned value) {
   std::string block(256, '\0');
   const uint16_t command = 3;
-  memcpy(&block[10], &command, 2);  // in the processor's own order
+  memcpy(&block[10], &command, 2);  // in the processor's byte order
   block[12] = static_cast<char>(module);
   block[13] = static_cast<char>(type);
   block[14] = static_cast<char>(value);
@@ -68,7 +66,7 @@ bool is_open(int file) { return fcntl(file, F_GETFD) != -1; }
 
 }  // namespace
 
-TEST(KernelLevelContract, SendsOneBlockOf256BytesAndClosesTheDevice) {
+TEST_F(LogKernelLevel, SendsOneBlockOf256BytesAndClosesTheDevice) {
   Device device;
   Console console;
   mup_log_kern_level_set(2, 1, 7);
@@ -82,7 +80,7 @@ TEST(KernelLevelContract, SendsOneBlockOf256BytesAndClosesTheDevice) {
   EXPECT_FALSE(is_open(device.file));
 }
 
-TEST(KernelLevelContract, PassesEveryByteAsItIs) {
+TEST_F(LogKernelLevel, PassesEveryByteAsItIs) {
   Device device;
   for (unsigned byte = 0; byte < 256; byte++) {
     device.requests.clear();
@@ -96,7 +94,7 @@ TEST(KernelLevelContract, PassesEveryByteAsItIs) {
   }
 }
 
-TEST(KernelLevelContract, OpensTheDeviceAnewForEachCall) {
+TEST_F(LogKernelLevel, OpensTheDeviceAnewForEachCall) {
   Device device;
   for (int i = 0; i < 3; i++) {
     mup_log_kern_level_set(1, 1, 1);
@@ -105,7 +103,7 @@ TEST(KernelLevelContract, OpensTheDeviceAnewForEachCall) {
   EXPECT_EQ(device.opened.size(), 3u);
 }
 
-TEST(KernelLevelContract, ARefusedRequestIsIgnored) {
+TEST_F(LogKernelLevel, ARefusedRequestIsIgnored) {
   Device device;
   device.result = -1;
   Console console;
@@ -115,9 +113,7 @@ TEST(KernelLevelContract, ARefusedRequestIsIgnored) {
   EXPECT_FALSE(is_open(device.file));
 }
 
-TEST(KernelLevelContract, WithoutTheDeviceItSaysSoAndTheSettingStays) {
-  Store store;
-  store.start();
+TEST_F(LogKernelLevel, WithoutTheDeviceItReportsItAndTheSettingStays) {
   int requests = 0;
   Replace<int(int, unsigned long, void *)> ioctl(libc::ioctl,
                                                  [&](int, unsigned long, void *) { return ++requests, 0; });
@@ -126,13 +122,11 @@ TEST(KernelLevelContract, WithoutTheDeviceItSaysSoAndTheSettingStays) {
   EXPECT_EQ(console.take(), kNoDevice);
   EXPECT_EQ(mup_log_level_set(0, "m2", MUP_LOG_SET_RECORD, 7), 0);
   EXPECT_EQ(console.take(), kNoDevice);
-  EXPECT_EQ(store.ctrl->modules[2].record_level, 7);
+  EXPECT_EQ(ctrl->modules[2].record_level, 7);
   EXPECT_EQ(requests, 0);
 }
 
-TEST(KernelLevelContract, EverySettingReachesTheDevice) {
-  Store store;
-  store.start();
+TEST_F(LogKernelLevel, EverySettingReachesTheDevice) {
   Device device;
   EXPECT_EQ(mup_log_level_set(0, "m2", MUP_LOG_SET_RECORD, 7), 0);
   EXPECT_EQ(mup_log_level_set(0, "m0", MUP_LOG_SET_PRINT, 8), 0);
@@ -148,9 +142,7 @@ TEST(KernelLevelContract, EverySettingReachesTheDevice) {
   for (const Device::Request &request : device.requests) EXPECT_FALSE(request.locked);
 }
 
-TEST(KernelLevelContract, SwitchingAllModulesSendsEachUnderTheLock) {
-  Store store;
-  store.start();
+TEST_F(LogKernelLevel, SwitchingAllModulesSendsEachUnderTheLock) {
   Device device;
   EXPECT_EQ(mup_log_set(0), 0);
   EXPECT_EQ(mup_log_usr_set(1), 0);
@@ -161,15 +153,17 @@ TEST(KernelLevelContract, SwitchingAllModulesSendsEachUnderTheLock) {
   }
 }
 
-TEST(KernelLevelContract, TheLogAloneHasNoHook) {
-  Store store;
-  ASSERT_EQ(mup_log_init(0, 21, module_table(numbered_names()).c_str()), 0);
+TEST_F(LogKernelLevel, OnlyTheStartWithFilesInstallsTheHook) {
+  EXPECT_EQ(ctrl->level_hook, &mup_log_kern_level_set);
+  init();
+  EXPECT_EQ(ctrl->level_hook, nullptr);
   Device device;
   EXPECT_EQ(mup_log_level_set(0, "m2", MUP_LOG_SET_RECORD, 7), 0);
   EXPECT_TRUE(device.requests.empty());
 }
 
-TEST(KernelLevelContract, NeedsNoLogAtAll) {
+TEST_F(LogKernelLevel, NeedsNoLogAtAll) {
+  release();
   Device device;
   mup_log_kern_level_set(255, 255, 255);
   ASSERT_EQ(device.requests.size(), 1u);
