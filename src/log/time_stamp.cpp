@@ -52,7 +52,7 @@ bool read_slowly(std::string_view line, time_t *time) {
   tm fields;
   if (!read_stamp(line.data(), &fields)) return false;
   // Deliberate: times in the file are UTC, but mktime reads them as local time, so each restart moves a record by the
-  // zone's offset. Held by LogStore.ReadsTheTimesBackAsLocalTime.
+  // zone's offset. Held by LogTimes.AreReadBackAsLocalTime.
   *time = mktime(&fields);
   return true;
 }

@@ -1,27 +1,22 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Eight threads log while others save, show, empty, set levels and copy out. A message names its thread and number and
-// is otherwise made of them, so a record torn between two shows wherever it went.
+// Eight threads log while others save, show, clear, set levels and copy out. Each message depends only on its thread
+// and its number, so a record that is torn between two threads is detected wherever it is found.
 
-#include <fcntl.h>
-
-#include <atomic>
-#include <functional>
-#include <thread>
-
-#include "contract_store.h"
+#include "file_model.h"
+#include "threads.h"
 
 using namespace tarn_test;
 
 namespace {
 
-constexpr unsigned kLoggers = 8;
+using LogFilesThreads = StartedLogFiles;
 
 unsigned module_of(unsigned thread) { return thread % 2 == 0 ? thread : 16 + thread / 2; }
 unsigned level_of(unsigned number) { return number % 9; }
 
-// "3#17#ddd...", with a line end in it that a save turns into a blank.
+// "3#17#", a line end, which a save replaces with a blank, and "ddd...".
 std::string text_of_message(unsigned thread, unsigned number) {
   return std::to_string(thread) + '#' + std::to_string(number) + "#\n" +
          std::string(number * 13 % 200, static_cast<char>('a' + thread));
@@ -30,7 +25,7 @@ std::string text_of_message(unsigned thread, unsigned number) {
 bool is_whole(unsigned module, unsigned level, std::string text) {
   unsigned thread = 0;
   unsigned number = 0;
-  if (sscanf(text.c_str(), "%u#%u#", &thread, &number) != 2 || thread >= kLoggers) return false;
+  if (sscanf(text.c_str(), "%u#%u#", &thread, &number) != 2 || thread >= kThreads) return false;
   std::string expected = text_of_message(thread, number);
   std::replace(text.begin(), text.end(), '\n', ' ');
   std::replace(expected.begin(), expected.end(), '\n', ' ');
@@ -44,7 +39,7 @@ void expect_whole_records(const mup_log_rec *ring, size_t size) {
   }
 }
 
-// Every line of a log file behind its marker, or of a copy of one. Returns their number.
+// Checks every line after the marker of a log file or of a copy. Returns their number.
 size_t expect_whole_lines(const std::string &file, const std::string &marker) {
   const size_t begin = file.find(marker);
   if (begin == std::string::npos) {
@@ -68,21 +63,6 @@ size_t expect_whole_lines(const std::string &file, const std::string &marker) {
   return count;
 }
 
-// Runs the bodies together, each in a thread of its own.
-void run_together(const std::vector<std::function<void()>> &bodies) {
-  std::atomic<size_t> here = 0;
-  std::vector<std::thread> threads;
-  threads.reserve(bodies.size());
-  for (const auto &body : bodies) {
-    threads.emplace_back([&here, &bodies, &body] {
-      here++;
-      while (here < bodies.size()) std::this_thread::yield();
-      body();
-    });
-  }
-  for (std::thread &thread : threads) thread.join();
-}
-
 std::function<void()> logger(unsigned thread, unsigned count) {
   return [=] {
     for (unsigned i = 0; i < count; i++) log_text(module_of(thread), level_of(i), text_of_message(thread, i));
@@ -91,38 +71,34 @@ std::function<void()> logger(unsigned thread, unsigned count) {
 
 }  // namespace
 
-TEST(LogStoreThreadsContract, WhatIsLoggedWhileFilesAreSavedIsInTheLastSave) {
+TEST_F(LogFilesThreads, WhatIsLoggedWhileFilesAreSavedIsInTheLastSave) {
   constexpr unsigned kEach = 110;  // neither ring wraps
-  Store store;
-  store.start();
   std::vector<std::function<void()>> bodies;
-  for (unsigned i = 0; i < kLoggers; i++) bodies.push_back(logger(i, kEach));
+  for (unsigned i = 0; i < kThreads; i++) bodies.push_back(logger(i, kEach));
   bodies.emplace_back([] {
-    for (int i = 0; i < 40; i++) EXPECT_EQ(mup_log_usr_savefile(), 0);
+    for (int i = 0; i < 40; i++) save();
   });
   {
     const Console console;
     run_together(bodies);
   }
-  EXPECT_EQ(mup_log_usr_savefile(), 0);
-  EXPECT_EQ(store.ctrl->dirty, 0);
-  EXPECT_EQ(expect_whole_lines(Store::bytes_of(store.sys()), kSysMarker), kLoggers / 2 * kEach);
-  EXPECT_EQ(expect_whole_lines(Store::bytes_of(store.usr()), kUsrMarker), kLoggers / 2 * kEach);
-  EXPECT_EQ(store.ctrl->sys_idx, kLoggers / 2 * kEach);
-  EXPECT_EQ(store.ctrl->usr_idx, kLoggers / 2 * kEach);
+  save();
+  EXPECT_EQ(ctrl->dirty, 0);
+  EXPECT_EQ(expect_whole_lines(bytes_of(sys()), kSysMarker), kThreads / 2 * kEach);
+  EXPECT_EQ(expect_whole_lines(bytes_of(usr()), kUsrMarker), kThreads / 2 * kEach);
+  EXPECT_EQ(ctrl->sys_idx, kThreads / 2 * kEach);
+  EXPECT_EQ(ctrl->usr_idx, kThreads / 2 * kEach);
 }
 
-TEST(LogStoreThreadsContract, EverythingAtOnceLeavesWholeRecordsAndWholeFiles) {
-  Store store;
-  store.start();
+TEST_F(LogFilesThreads, EverythingAtOnceLeavesWholeRecordsAndWholeFiles) {
   const mup_log_usr_header headers[2] = {{"aaaa", "bbbb", "cccc", "dddd", "eeee", "ffff"},
                                          {"AAAAAAAA", "BBBBBBBB", "CCCCCCCC", "DDDDDDDD", "EEEEEEEE", "FFFFFFFF"}};
   EXPECT_EQ(mup_log_usr_header_set(&headers[0]), 0);
   std::vector<std::function<void()>> bodies;
-  for (unsigned i = 0; i < kLoggers; i++) bodies.push_back(logger(i, 200));
+  for (unsigned i = 0; i < kThreads; i++) bodies.push_back(logger(i, 200));
   bodies.emplace_back([&] {
     for (int i = 0; i < 60; i++) {
-      EXPECT_EQ(mup_log_usr_savefile(), 0);
+      save();
       mup_log_usr_header header;
       EXPECT_EQ(mup_log_usr_header_set(&headers[i % 2]), 0);
       EXPECT_EQ(mup_log_usr_header_get(&header), 0);
@@ -133,14 +109,14 @@ TEST(LogStoreThreadsContract, EverythingAtOnceLeavesWholeRecordsAndWholeFiles) {
     for (int i = 0; i < 12; i++) {
       EXPECT_EQ(mup_log_show(0, 0), 0);
       const char *module = i % 3 == 0 ? nullptr : "m16";
-      EXPECT_EQ(mup_log_file_get(store.out().c_str(), 1, module, 9), 0);
-      const std::string copy = Store::bytes_of(store.out());
+      EXPECT_EQ(mup_log_file_get(out().c_str(), 1, module, 9), 0);
+      const std::string copy = bytes_of(out());
       if (copy.find(headers[1].manufacturer) == std::string::npos) {
         EXPECT_EQ(copy.find(headers[1].sw_ver), std::string::npos);  // all of one header
       }
       expect_whole_lines(copy, kUsrMarker);
-      EXPECT_EQ(mup_log_file_get(store.out().c_str(), 0, module, 9), 0);
-      expect_whole_lines(Store::bytes_of(store.out()), kSysMarker);
+      EXPECT_EQ(mup_log_file_get(out().c_str(), 0, module, 9), 0);
+      expect_whole_lines(bytes_of(out()), kSysMarker);
     }
   });
   bodies.emplace_back([] {
@@ -157,27 +133,25 @@ TEST(LogStoreThreadsContract, EverythingAtOnceLeavesWholeRecordsAndWholeFiles) {
     const Console console;
     run_together(bodies);
   }
-  expect_whole_records(store.ctrl->sys_ring, MUP_LOG_SYS_NUM);
-  expect_whole_records(store.ctrl->usr_ring, MUP_LOG_USR_NUM);
-  store.ctrl->dirty = 3;
-  EXPECT_EQ(mup_log_usr_savefile(), 0);
-  expect_whole_lines(Store::bytes_of(store.sys()), kSysMarker);
-  expect_whole_lines(Store::bytes_of(store.usr()), kUsrMarker);
+  expect_whole_records(ctrl->sys_ring, MUP_LOG_SYS_NUM);
+  expect_whole_records(ctrl->usr_ring, MUP_LOG_USR_NUM);
+  ctrl->dirty = 3;
+  save();
+  expect_whole_lines(bytes_of(sys()), kSysMarker);
+  expect_whole_lines(bytes_of(usr()), kUsrMarker);
 }
 
-TEST(LogStoreThreadsContract, TheTimerSavesWhileEightThreadsLog) {
+TEST_F(LogFilesThreads, TheTimerSavesWhileEightThreadsLog) {
   constexpr unsigned kEach = 100;
-  Store store;
-  store.start();
   std::vector<std::function<void()>> bodies;
-  for (unsigned i = 0; i < kLoggers; i++) bodies.push_back(logger(i, kEach));
+  for (unsigned i = 0; i < kThreads; i++) bodies.push_back(logger(i, kEach));
   {
     const Console console;
-    bodies.emplace_back([&store] { store.clock.scan(1200); });  // twelve seconds: four saves and the first
+    bodies.emplace_back([this] { clock.scan(1200); });  // twelve seconds: four saves and the first
     run_together(bodies);
   }
-  store.clock.scan(300);
-  EXPECT_EQ(store.ctrl->dirty, 0);
-  EXPECT_EQ(expect_whole_lines(Store::bytes_of(store.sys()), kSysMarker), kLoggers / 2 * kEach);
-  EXPECT_EQ(expect_whole_lines(Store::bytes_of(store.usr()), kUsrMarker), kLoggers / 2 * kEach);
+  clock.scan(300);
+  EXPECT_EQ(ctrl->dirty, 0);
+  EXPECT_EQ(expect_whole_lines(bytes_of(sys()), kSysMarker), kThreads / 2 * kEach);
+  EXPECT_EQ(expect_whole_lines(bytes_of(usr()), kUsrMarker), kThreads / 2 * kEach);
 }
