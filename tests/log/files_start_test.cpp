@@ -112,6 +112,7 @@ TEST_F(LogStore, WithoutTheOverlayTheInitLinesArePrintedToo) {
   EXPECT_EQ(start(), std::string(kSysInitLine) + kUsrInitLine + start_line(21));
   log_text(0, 4, "logging goes on");
   save();
+  EXPECT_EQ(ctrl->dirty, 0);
   expect_system({{0, 4, VirtualClock::kStart, "logging goes on"}});
 }
 
