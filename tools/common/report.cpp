@@ -14,7 +14,7 @@ namespace {
 
 const char *name = "tarn";
 
-std::string formatted(const char *pattern, va_list arguments) {
+[[gnu::format(printf, 1, 0)]] std::string formatted(const char *pattern, va_list arguments) {
   va_list again;
   va_copy(again, arguments);
   const int size = vsnprintf(nullptr, 0, pattern, again);
