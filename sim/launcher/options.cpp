@@ -19,30 +19,30 @@ constexpr std::uint32_t kMostEvents = 65536;  // a datagram's type has 16 bits
 constexpr char kHelp[] =
     R"(Usage: tarn-sim [OPTION]... -- DAEMON [ARG]...
 
-Runs a gateway's daemon on this machine, and plays the kernel that it expects: the platform's device, the event channel,
+Runs a gateway daemon on this machine, and simulates the kernel that it expects: the platform device, the event channel,
 the log device, the kernel's messages, the overlay file system and a log collector.
 
-      --root=DIR        the folder that stands for the gateway's: DIR/overlay and the like. It is kept. Without it: a
-                        new one in /tmp, removed at the end
-      --script=FILE     what happens, and when
-      --control=SOCKET  where tarn-event gets through, DIR/control unless given
-      --collector=PORT  your own log collector on this UDP port of 127.0.0.1 stands for port 514
-      --no-namespace    no network of the simulation's own for the collector
-      --events=N        event types of the simulated driver, 20 unless given
-      --grace=TIME      how long after a signal that ends the daemon another one does not kill it; 1s unless given
-      --verbose         say everything that happens
+      --root=DIR        the folder of the simulated files, DIR/overlay and the like; it is kept. Default: a new folder
+                        in /tmp, removed at the end
+      --script=FILE     the commands to run, and when
+      --control=SOCKET  the socket for tarn-event and other clients; default DIR/control
+      --collector=PORT  send the datagrams for port 514 to your own log collector, on this UDP port of 127.0.0.1
+      --no-namespace    do not create a network namespace for the collector
+      --events=N        number of event types of the simulated driver; default 20
+      --grace=TIME      for this time after the first signal, further signals do not kill the daemon; default 1s
+      --verbose         report everything that happens
 
-  -h, --help            show this
+  -h, --help            show this help
       --version         show the version
 
-What tarn-sim itself says goes to standard error, the table of events to standard output. SIGINT, SIGTERM and SIGHUP are
-passed on to the daemon; another one, later than the grace time, kills it.
+tarn-sim prints its messages to standard error, and the table of events to standard output. SIGINT, SIGTERM and SIGHUP
+are passed on to the daemon; a further signal after the grace time kills it.
 
-A script has a command a line: "at 1.5s event link-down port 3", "every 20ms event storm 500 times", "after 1s stop".
-tarn-sim(1) has them all.
+A script has one command per line: "at 1.5s event link-down port 3", "every 20ms event storm 9 times", "after 1s stop".
+tarn-sim(1) describes all commands.
 
-Exit status: the daemon's own; 128 and the number when a signal ended it; 127 or 126 when it cannot be executed,
-or the shim cannot enter it; 2 for wrong use, or when the simulation cannot start.
+Exit status: the daemon's own; 128 plus the number of the signal that ended it; 127 or 126 if it cannot be executed,
+or cannot load the shim; 2 for wrong use, or if the simulation cannot start.
 )";
 
 // Where the daemon's command line begins: after "--".
