@@ -15,12 +15,13 @@
  *   processor takes.
  * - Only aes128_cmac_compute (for a bad tag length) and the print functions print: to standard output, through libc's
  *   printf and putchar.
- * - Wiped: after a call that enciphers, neither the stack nor the vector registers hold round keys, subkeys or
- *   intermediate values. The caller wipes its own buffers.
+ * - Wiped: after a call that uses a key, the stack holds no round keys, subkeys or intermediate values; nor, on x86-64
+ *   and 64-bit Arm, do the registers that a call may change. On other processors only the stack is wiped. The caller
+ *   wipes its own buffers. Link a program that contains the library statically with -Wl,-z,now: docs/crypto.md.
  *
- * Two paths have the same results. Where the processor has AES instructions (x86-64: AES-NI; 64-bit Arm: the
- * Cryptography Extensions), they do the work; elsewhere the portable path does. On both, neither the executed
- * instructions nor the memory accesses depend on key or data. The first call that enciphers chooses the path according
+ * There are two paths with the same results. One uses the processor's AES instructions (x86-64: AES-NI; 64-bit Arm: the
+ * Cryptography Extensions); on processors without them the portable path is used. On both, neither the executed
+ * instructions nor the memory accesses depend on key or data. The first call that uses a key chooses the path according
  * to the processor, once for the process; nothing else affects the choice.
  */
 #ifndef TARN_CRYPTO_H

@@ -202,7 +202,8 @@ TARN_API long OS_QUEUE_PUT(long queue, const void *message, uint32_t length);
 /* ---- Files ----------------------------------------------------------------------------------------------------- */
 
 /**
- * Opens `path` with the flags and the creation mode of open(2), unchanged.
+ * Opens `path` with the flags and the creation mode of open(2), unchanged. A process that starts other programs should
+ * pass O_CLOEXEC: otherwise those programs inherit the descriptor.
  *
  * @return The descriptor, or -1.
  */
