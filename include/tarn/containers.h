@@ -5,8 +5,8 @@
  * @file
  * Containers:
  * - `mu_list`: a doubly linked list of fixed-size record copies in insertion order;
- * - `mu_lst`: a doubly linked list through the caller's own elements;
- * - `mu_hash`: a table of `mu_lst` buckets that one mutex guards;
+ * - `mu_lst`: a doubly linked list of the caller's own elements, which contain the links;
+ * - `mu_hash`: a table of `mu_lst` buckets, guarded by one mutex;
  * - bit arrays: single bits of the caller's bytes;
  * - `mu_rbuf`: a ring buffer of 64-bit values.
  *
@@ -115,7 +115,7 @@ TARN_API mu_list_node_t *mu_list_previous(const mu_list_node_t *node);
 TARN_API mu_list_node_t *mu_list_next(const mu_list_node_t *node);
 
 /**
- * Finds the earliest added node whose record matches `key`, that is, for which the list's compare callback returns 0.
+ * Finds the node that was added first among those whose record matches `key`: the list's compare callback returns 0.
  *
  * @return The node; null when none matches, or `list`, `key` or the compare callback is null.
  */
@@ -130,11 +130,11 @@ TARN_API void mu_list_traverse(const mu_list_t *list, mu_list_trav_cb_t visit);
 /** The number of nodes; 0 for a null list. */
 TARN_API uint32_t mu_list_count(const mu_list_t *list);
 
-/* ---- mu_lst: a list through the caller's elements ---------------------------------------------------------------
+/* ---- mu_lst: a list of the caller's elements --------------------------------------------------------------------
  *
- * An element is a structure of the caller's that begins with a mu_lst_node; a pointer to one can be cast to a pointer
- * to the other. The list does not allocate, copy or free. No pointer may be null, except `after` of mu_lst_insert; this
- * is not checked.
+ * An element is a structure of the caller's that begins with a mu_lst_node; a pointer to the element can be cast to a
+ * pointer to the node, and back. The list does not allocate, copy or free. No pointer may be null, except `after` of
+ * mu_lst_insert; this is not checked.
  */
 
 /** The links, the first field of every element. Only the list changes them while the element is on it. */
@@ -170,8 +170,8 @@ TARN_API void mu_lst_insert(mu_lst *list, mu_lst_node *after, mu_lst_node *node)
 TARN_API void mu_lst_add(mu_lst *list, mu_lst_node *node);
 
 /**
- * Unlinks `node`, which must be on `list`: not checked, and undefined otherwise. The node's own links do not change, so
- * a walk may delete its current node and continue from it.
+ * Unlinks `node`. It must be on `list`; this is not checked, and otherwise the behaviour is undefined. The node's own
+ * links do not change, so a walk may delete its current node and continue from it.
  */
 TARN_API void mu_lst_delete(mu_lst *list, mu_lst_node *node);
 
@@ -195,17 +195,17 @@ TARN_API uint32_t mu_lst_count(const mu_lst *list);
 
 /* ---- mu_hash: buckets of mu_lst under one mutex -----------------------------------------------------------------
  *
- * Any thread may call these functions. All but mu_hash_count and mu_hash_destroy hold the table's mutex throughout,
- * except while they call the bucket function. An element is in one table at a time and is not moved meanwhile. Callers
- * agree among themselves how long an element exists between the calls of a walk.
+ * Any thread may call these functions. Except mu_hash_count and mu_hash_destroy, they hold the table's mutex, but not
+ * while they call the bucket function. An element is in only one table at a time, and must not be moved while it is in
+ * it. The callers must ensure that an element exists as long as a walk uses it.
  *
  * The order of the elements, for mu_hash_first, mu_hash_next, mu_hash_find and mu_hash_get: by bucket, from 0 on;
  * within a bucket, in the order in which they were added.
  */
 
 /**
- * Returns the bucket of an element. It must be below the table's `size`, or the add or delete fails, and the same as
- * long as the element is in the table. Called on the thread that adds or deletes, without the mutex: it may call
+ * Returns the bucket of an element. If it is not below the table's `size`, the add or delete fails. It must stay the
+ * same as long as the element is in the table. Called on the thread that adds or deletes, without the mutex: it may call
  * functions on the same table.
  */
 typedef uint32_t (*mu_hash_fn_t)(const mu_lst_node *node);
@@ -257,8 +257,8 @@ TARN_API mu_status_t mu_hash_destroy(mu_hash *table);
 TARN_API mu_status_t mu_hash_add(mu_hash *table, mu_lst_node *node);
 
 /**
- * Unlinks `node`. It must be in the table, in the bucket that the bucket function now returns: not checked, and
- * undefined otherwise. The node's own links do not change.
+ * Unlinks `node`. It must be in the table, in the bucket that the bucket function returns now. This is not checked;
+ * otherwise the behaviour is undefined. The node's own links do not change.
  *
  * @retval 0   Deleted.
  * @retval -1  As mu_hash_add.
@@ -313,8 +313,8 @@ TARN_API uint32_t mu_hash_count(const mu_hash *table);
 
 /* ---- Bit arrays -------------------------------------------------------------------------------------------------
  *
- * Bytes of the caller's, at any address. Bit `n` is the bit 0x80 >> (n % 8) of byte n / 8: bit 0 is the most
- * significant bit of byte 0. The array is not checked for null, and bit numbers must not be negative.
+ * A bit array consists of the caller's bytes, at any address. Bit `n` is the bit 0x80 >> (n % 8) of byte n / 8: bit 0
+ * is the most significant bit of byte 0. The array is not checked for null, and bit numbers must not be negative.
  */
 
 /** The result of mu_bit_get_0 and mu_bit_get_1 when there is no such bit; as an int, -1. */
@@ -333,11 +333,11 @@ TARN_API int mu_bit_tst(const uint8_t *bits, int n);
  * Finds the first clear bit among the first `nbits` bits of an array. Only bytes that hold these bits are read.
  *
  * @param[in] nbits  A negative length counts as 0.
- * @return Its number; MU_BIT_NONE when all of them are set or `nbits` is 0.
+ * @return The bit's number; MU_BIT_NONE when all of them are set or `nbits` is 0.
  */
 TARN_API uint32_t mu_bit_get_0(const uint8_t *bits, int nbits);
 
-/** Finds the first set bit, in the way in which mu_bit_get_0 finds the first clear one. */
+/** Finds the first set bit; otherwise as mu_bit_get_0. */
 TARN_API uint32_t mu_bit_get_1(const uint8_t *bits, int nbits);
 
 /** @return 1 when the first `nbits` bits are all set or `nbits` is 0; else 0. */
@@ -345,7 +345,7 @@ TARN_API int mu_bit_tst_all(const uint8_t *bits, uint32_t nbits);
 
 /* ---- mu_rbuf: a ring buffer of 64-bit values -------------------------------------------------------------------- */
 
-/** A ring buffer. All of its `size` slots can be filled: when `rd` equals `wr`, `full` says full or empty. */
+/** A ring buffer. All of its `size` slots can be filled: when `rd` equals `wr`, `full` says whether it is full. */
 typedef struct mu_rbuf {
   uint64_t rd;     /**< Slot that is read next. */
   uint32_t wr;     /**< Slot that is written next. */
@@ -362,8 +362,8 @@ TARN_STATIC_ASSERT(offsetof(mu_rbuf, wr) == 8 && offsetof(mu_rbuf, size) == 12 &
  * Creates an empty ring buffer.
  *
  * @param[in] size  Number of values that it holds, 1 to 268435455: the slots' 8 * `size` bytes must fit an int.
- * @return The buffer; null when `size` is out of range or memory runs out. No call releases it: an owner that must
- *         release it frees `slots`, then the buffer, with mu_free.
+ * @return The buffer; null when `size` is out of range or memory runs out. No function releases it. To release it, free
+ *         `slots` and then the buffer with mu_free.
  */
 TARN_API mu_rbuf *mu_rbuf_create(int size);
 
@@ -376,7 +376,7 @@ TARN_API mu_rbuf *mu_rbuf_create(int size);
 TARN_API mu_status_t mu_rbuf_write(mu_rbuf *rb, uint64_t value);
 
 /**
- * Takes the oldest value.
+ * Removes the oldest value.
  *
  * @param[out] value  The value; 0 on failure. Not null.
  * @retval 0  Read.

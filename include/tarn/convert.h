@@ -5,13 +5,13 @@
  * @file
  * Conversions between text and numbers, MAC, IPv4 and IPv6 addresses, and bytes written in hexadecimal; a hex dump.
  *
- * Unless said otherwise, the parsers accept the whole text or refuse it: no white space, no sign, no locale. Where a
- * function deliberately differs from libc's, its text says so.
+ * Unless said otherwise, a parser accepts the whole text or refuses it; white space and signs are refused, and the
+ * locale has no effect. Where a function deliberately differs from libc's, its text says so.
  *
  * Holds for the whole header:
  * - Texts are NUL-terminated; no byte after the NUL is read. Their length is not limited.
  * - Results of type mu_status_t are 0 for success and 1 for failure.
- * - A null pointer argument is a failure like any other. Where the text says "not null", the pointer is not checked.
+ * - A function returns failure for a null pointer. Where the text says "not null", the pointer is not checked.
  * - Hexadecimal digits are of either case. The prefix of a hexadecimal number is "0x"; "0X" is invalid.
  * - Numbers that are too large wrap at the width of their result, without a failure, and errno is not changed. The
  *   exception is mu_strtoul.
@@ -32,7 +32,7 @@ TARN_BEGIN_DECLS
 /* ---- Numbers --------------------------------------------------------------------------------------------------- */
 
 /**
- * Reads the decimal digits that `s` begins with and ignores what follows them: "12ab" gives 12.
+ * Reads the decimal digits at the beginning of `s` and ignores the rest: the result for "12ab" is 12.
  *
  * @return The number modulo 2^32; 0 when `s` is null or does not begin with a digit.
  */
@@ -69,11 +69,11 @@ TARN_API uint32_t mu_strtol(const char *s);
 TARN_API uint64_t mu_strtoll(const char *s);
 
 /**
- * libc's strtoul, white space, signs, saturation and errno included: OS_STRTOUL.
+ * libc's strtoul, including its handling of white space, signs, saturation and errno: OS_STRTOUL.
  *
  * @param[in]  s     Null: the result is 0; `end` and errno are not changed.
  * @param[out] end   Where the number ends; may be null.
- * @param[in]  base  0, or 2 to 36; as in libc, any other base gives 0.
+ * @param[in]  base  0, or 2 to 36; as in libc, the result for any other base is 0.
  */
 TARN_API unsigned long mu_strtoul(const char *s, char **end, uint32_t base);
 
@@ -86,11 +86,11 @@ TARN_API uint64_t mu_inter_to64(uint32_t high, uint32_t low);
  * Parses `len` bytes of one or two hexadecimal digits each, separated by one ":" or "."; the separators may be mixed.
  * Of two digits, the first is the high one: "a:b.0c" is 0x0a, 0x0b, 0x0c.
  *
- * Deliberate: one separator may end the text. mu_str2mac refuses it; all else is the same there.
+ * Deliberate: one separator may end the text. mu_str2mac refuses it; otherwise it accepts the same texts.
  *
- * @param[out] out  `len` bytes. Each is written once it is complete, at its separator or at the end of the text. Bytes
- *                  before a fault stay written.
- * @param[in]  len  With 0 only the empty text is accepted; with a negative `len`, none.
+ * @param[out] out  `len` bytes. Each is written when it is complete, at its separator or at the end of the text. On
+ *                  failure, the bytes before the fault have been written.
+ * @param[in]  len  With 0 only the empty text is accepted; with a negative `len` no text is accepted.
  * @retval 0  Parsed.
  * @retval 1  An argument is null, there are more or fewer bytes than `len`, a third digit in a row, a separator at the
  *            start or after another, or any other character.
@@ -100,7 +100,7 @@ TARN_API mu_status_t mu_str2hex(const char *s, uint8_t *out, int len);
 /**
  * Parses a MAC address: six bytes as mu_str2hex accepts them, such as "00:1b:44:11:3a:b7" or "0.1b.44.11.3a.b7".
  *
- * @param[out] mac  Bytes before a fault stay written, as in mu_str2hex.
+ * @param[out] mac  On failure, the bytes before the fault have been written, as in mu_str2hex.
  * @retval 0  Parsed.
  * @retval 1  As mu_str2hex for 6 bytes, or the text ends in a separator.
  */
@@ -108,7 +108,7 @@ TARN_API mu_status_t mu_str2mac(const char *s, uint8_t mac[MU_MAC_BYTES]);
 
 /**
  * Prints bytes in rows of 16, through mu_printf: "\r\n", the title and "\n"; each byte as two lower-case digits and a
- * blank; "\n" after each 16th byte, and "\n" at the end. An empty line therefore follows a last row that is full. A
+ * blank; "\n" after each 16th byte, and "\n" at the end. If the last row is full, an empty line therefore follows it. A
  * title of up to 892 characters fits mu_printf's buffer with its "\n"; a longer one is cut at 893, without the "\n".
  *
  * @retval 0  Printed.
@@ -145,8 +145,8 @@ TARN_API mu_status_t mu_ip2str(char *dst, uint32_t ip);
 
 /**
  * Parses an IPv6 address in the text forms of RFC 4291, section 2.2: eight groups of one to four hexadecimal digits;
- * "::", once, for one group of zeros or more; a dotted quad in place of the last two groups. The quad's octets are at
- * most 255 and have no leading zeros. There is no prefix length and no zone.
+ * "::", once, for one or more groups of zeros; a dotted quad for the last two groups. The quad's octets are at most 255
+ * and have no leading zeros. A prefix length or a zone is refused.
  *
  * @param[in]  s     Not null.
  * @param[out] addr  Not null. The address in network order; written on success only.

@@ -7,8 +7,8 @@
  *
  * The registry. Each type has a list of callbacks, two counters and the state of its suppression. mu_event_send calls
  * all subscribers of a type, unless the type is suppressed. With suppression on, time is divided into windows, and at
- * most `threshold` occurrences are delivered in a window; the next one begins suppression and is dropped, and so are
- * those that follow. A circular timer of MU_EVENT_POLL_MS advances the windows (mu_event_poll).
+ * most `threshold` occurrences are delivered in a window. The next one begins suppression: it and all later ones are
+ * dropped until suppression ends. A circular timer of MU_EVENT_POLL_MS advances the windows (mu_event_poll).
  *
  * The channel. mup_plat_event_init starts a registry of MUP_EVENT_NUM types, and a thread that receives the kernel's
  * events from a netlink socket and sends each to the registry. The configuration calls of that registry are forwarded
@@ -17,18 +17,18 @@
  * Holds for the whole header:
  * - Results: 0 success, -1 failure; a call that is refused changes nothing.
  * - A type is in range when the registry is initialised and the type is less than `max_event_num`. Deliberate: for
- *   functions whose type is signed, a negative type is in range: it addresses the record that many places before the
- *   table, unchecked, or is forwarded. Never pass one. Functions whose type is unsigned refuse it.
+ *   functions whose type is signed, a negative type is in range: they use memory before the table as its record, or
+ *   forward it. Never pass a negative type. Functions whose type is unsigned refuse it.
  * - Unless a function says what null does, its pointers must not be null; this is not checked.
  * - Numbers in messages and headers are in host byte order.
  * - The lock "EVENT_LOCK" is held while callbacks, the send hook and the configuration handler run. It is not
- *   recursive: none of them may call a function that takes it. These are all functions of the registry but
- *   mu_event_compare, mu_event_suprs_attach and mu_event_dump. None may throw, longjmp or end its thread. No thread may
- *   be cancelled (pthread_cancel) meanwhile: the lock would stay locked for ever.
+ *   recursive: none of them may call a function that takes it. These are all functions of the registry except
+ *   mu_event_compare, mu_event_suprs_attach and mu_event_dump. No callback, hook or handler may throw, longjmp or end
+ *   its thread. No thread may be cancelled (pthread_cancel) while it holds the lock: it would stay locked for ever.
  * - Every function may be called from any thread. A call of mu_event_init or mup_plat_event_init must not race with
  *   another call of either. If the lock could not be made, there is none, and nothing is guarded.
  * - Delivering allocates nothing. Functions print only what their text says, to standard output.
- * - The socket and the device are opened close-on-exec: no program that the process starts gets them.
+ * - The socket and the device are opened close-on-exec: programs that the process starts do not inherit them.
  * - After fork(2) the child has the registry and the socket, but neither the event thread nor the polling timer: no
  *   kernel event arrives, no suppression ends, and `evt_flag` prevents a second start. Start after fork, and after
  *   daemon(3): it forks, which changes the parent, whose id is the port.
@@ -51,7 +51,7 @@ TARN_BEGIN_DECLS
  * A subscriber. It runs on the thread that sends, with the lock held.
  *
  * @param[in] device_id  As it was sent.
- * @param[in] type       The event type; a negative one arrives as 2^32 plus it.
+ * @param[in] type       The event type. A negative type arrives as its value plus 2^32.
  * @param[in] data       As it was sent. It belongs to the sender and is valid during the call.
  * @param[in] len        As it was sent. For the kernel's events it is the length that the datagram claims: see
  *                       remote_event_process.
@@ -79,11 +79,11 @@ enum mu_event_op {
   MU_EVENT_OP_COUNTER_CLEAR = 1,     /**< Sets `op`, `type`. */
   MU_EVENT_OP_COUNTER_CLEAR_ALL = 2, /**< Sets `op`. */
   MU_EVENT_OP_SET = 3,               /**< Sets `op`, `type` and the configuration. */
-  MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type` and the caller's configuration; reads the latter back. */
+  MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type`, the caller's configuration; reads the last back. */
   MU_EVENT_OP_DUMP = 5               /**< Sets `op`, and `type` and the device id to 0. */
 };
 
-/** The message that a configuration handler is given. Bytes that mu_event_op does not list for `op` are 0. */
+/** The message that a configuration handler gets. Bytes that mu_event_op does not list for `op` are 0. */
 typedef struct mu_event_msg {
   uint32_t op;        /**< See mu_event_op. */
   uint32_t type;      /**< Event type. */
@@ -96,8 +96,8 @@ typedef struct mu_event_msg {
 } mu_event_msg_t;
 
 /**
- * Handles the configuration calls in place of the table. It changes the message in place, and its result is ignored.
- * The lock is held, except for a dump.
+ * Handles the configuration calls, which then do not use the table. It writes its answer into the message; its result
+ * is ignored. The lock is held, except for a dump.
  */
 typedef int (*mu_event_cfg_handler_t)(uint16_t device_id, mu_event_msg_t *msg);
 
@@ -170,8 +170,8 @@ TARN_API extern mu_event_state_t glb_evt;
 /**
  * Initialises the registry, with suppression off for every type, and starts the polling timer.
  *
- * Deliberate: a second call is not refused. It makes a new registry and abandons the table, the lock and the running
- * timer of the first.
+ * Deliberate: a second call is not refused. It makes a new registry, and does not release the first one's table and
+ * lock, nor stop its timer.
  *
  * @param[in] max_event_num  Number of types.
  * @param[in] send_hook      Null for none.
@@ -186,8 +186,8 @@ TARN_API extern mu_event_state_t glb_evt;
 TARN_API mu_status_t mu_event_init(int max_event_num, mu_event_hook_t send_hook, mu_event_cfg_handler_t cfg_handler);
 
 /**
- * Adds a subscriber after those that `type` has: they are called in the order of their registration. If it is there
- * already, nothing changes. Only the pointer identifies a subscriber.
+ * Adds a subscriber to `type`. Subscribers are called in the order of their registration. A subscriber is identified
+ * only by its pointer; if it is already registered, nothing changes.
  *
  * @param[in] device_id  Not used.
  * @retval 0   Added, or already there. Deliberate: also when memory ran out or the type has no list; then nothing was
@@ -210,7 +210,7 @@ TARN_API mu_status_t mu_event_deregister(uint16_t device_id, uint32_t type, mu_e
  * the lists of subscribers, which the registry itself never queries.
  *
  * @retval 1   The type of `a` is greater.
- * @retval 0   Equal.
+ * @retval 0   The types are equal.
  * @retval -1  The type of `a` is smaller.
  */
 TARN_API int32_t mu_event_compare(const void *a, const void *b);
@@ -232,8 +232,8 @@ TARN_API mu_status_t mu_event_send(uint16_t device_id, int type, void *data, uin
  * Sets the callbacks for the begin and the end of a type's suppression. Resets the type: its counters, its settings
  * (suppression is off) and its window. Call it before any other use of the type; it takes no lock.
  *
- * Deliberate: the type loses its list of subscribers for good. Its subscribers are no longer called; a later
- * mu_event_register returns 0 and sets `registered`, but adds nothing; only the send hook sees the type's occurrences.
+ * Deliberate: the type permanently loses its list of subscribers. They are no longer called; a later mu_event_register
+ * returns 0 and sets `registered`, but adds nothing; only the send hook gets the type's occurrences.
  *
  * @param[in] release_cb   Called when suppression ends and by mu_event_set. Null only together with `suppress_cb`.
  * @param[in] suppress_cb  Called when suppression begins. Null only together with `release_cb`.
@@ -393,19 +393,20 @@ TARN_API int event_cfg_set(uint16_t device_id, mu_event_msg_t *msg);
  * The body of the event thread: opens the netlink socket, reports its port to the kernel and binds it. Then it sends
  * each datagram that arrives to the registry: device id, type and length from the header, unchecked, and the data at
  * byte 24 of an 8-byte aligned buffer. The port is the id of the parent process. The thread waits in select, without a
- * timeout. If a wait fails, except by a signal, a pause of 100 ms follows. The wait fails permanently only when the
- * program closes the socket, which it must not do.
+ * timeout. If a wait fails, but not because of a signal, a pause of 100 ms follows. The wait fails permanently only if
+ * the program closes the socket, which it must not do.
  *
- * A datagram of less than 24 bytes is ignored. Deliberate: the length is not compared with the received size;
- * subscribers get up to 65535 for a buffer of 2024 bytes and must check it. Deliberate: a failed receive is not
- * distinguished from a full buffer; the buffer's content is sent again (at first zeros: type 0, device 0, no data).
+ * A datagram of less than 24 bytes is ignored. Deliberate: the length is not compared with the received size.
+ * Subscribers may get a length of up to 65535 for a buffer of 2024 bytes, and must check it. Deliberate: a failed
+ * receive is treated like a full buffer: the buffer's content is sent again (initially zeros: type 0, device 0, no
+ * data).
  *
  * The sender of a datagram is not checked. The kernel's driver must exclude other senders: its netlink protocol must
  * not allow senders without privileges to send to processes (no NL_CFG_F_NONROOT_SEND).
  *
- * Two daemons of one parent have the same port, and the later bind fails. This includes all daemons with a parent id of
- * 1, whose parent has ended or is the init process. With a parent id of 0 (the parent is outside of the process's PID
- * namespace), the kernel chooses another port than the one that the driver gets: no events arrive.
+ * Two daemons of one parent have the same port, and the second bind fails. This includes all daemons with a parent id
+ * of 1, whose parent has ended or is the init process. If the parent id is 0 (the parent is outside of the process's
+ * PID namespace), the driver gets the port 0, but the kernel chooses another one: no events arrive.
  *
  * @return Null, and only when the channel cannot be set up. Without a socket it prints
  *         "!Create pkt_evt channel failed::\n" through perror, to standard error; if the bind fails, "bind socket
@@ -418,12 +419,12 @@ TARN_API void *remote_event_process(void);
  * calls are forwarded to the kernel. Prints "mu-event: init OK (max_event_num %d)\n" with MUP_EVENT_NUM. Every further
  * call does nothing. Events that arrive before the registry is ready are dropped.
  *
- * The thread has a stack of 32768 bytes, or of the system's default size where 32768 is below the minimum (64-bit Arm).
- * Its scheduling policy is SCHED_RR with priority 80. The registry's callbacks run on it: they must be short and use
- * little stack.
+ * The thread has a stack of 32768 bytes, or of the system's default size if 32768 is below the system's minimum (64-bit
+ * Arm). Its scheduling policy is SCHED_RR with priority 80. Callbacks for kernel events run on it: they must be short
+ * and use little stack.
  *
- * Deliberate: no result is checked. A process that may not use SCHED_RR gets no event thread and no message: grant it
- * CAP_SYS_NICE, or an RLIMIT_RTPRIO of at least 80. Without memory there is no registry.
+ * Deliberate: no result is checked. A process without the right to SCHED_RR gets no event thread, and no message says
+ * so: grant it CAP_SYS_NICE, or an RLIMIT_RTPRIO of at least 80. If memory runs out, no registry is made.
  */
 TARN_API void mup_plat_event_init(void);
 

@@ -6,10 +6,11 @@
  * Logging: a process-wide log of named modules, each with its own levels; the files that preserve it across a restart;
  * the bridge that adds the kernel's messages to it.
  *
- * mup_log_usr_init starts the log with its files, mup_log_init only the log; afterwards any thread may log with
- * mup_log_msg. According to its module's levels, a message is shown on the console, forwarded to a log collector as a
- * UDP datagram, and kept in a ring: the system ring for the modules 0 to 15, the user ring for 16 and above. Every
- * three seconds a ring that has changed is written to its file. The formats: docs/log-files.md, docs/kernel-frames.md.
+ * mup_log_usr_init starts the log with its files; mup_log_init starts it without files. Afterwards any thread may log
+ * with mup_log_msg. According to its module's levels, a message is shown on the console, forwarded to a log collector
+ * as a UDP datagram, and kept in a ring: the system ring for the modules 0 to 15, the user ring for 16 and above. Every
+ * three seconds a ring that has changed is written to its file. docs/log-files.md and docs/kernel-frames.md describe
+ * the formats.
  *
  * Levels: 0 "Off", 1 "Emergency", 2 "Alert", 3 "Critical", 4 "Error", 5 "Warning", 6 "Notice", 7 "Info", 8 "Debug". A
  * threshold of N lets the levels 0 to N through: a message of level 0 passes every threshold.
@@ -17,19 +18,19 @@
  * Holds for the whole header:
  * - Statuses: 0 success, -1 no mutex, 2 bad argument, 10 out of memory, 19 (of the file functions: 1) not initialised.
  * - The argument `reserved` is ignored; pass 0.
- * - For some arguments a function says that null prints the assertion message: "%s() _%d_: assert fail\n" (function,
- *   source line). Unless a function says what null does, its other pointers must not be null.
+ * - The assertion message, which some functions print for a null pointer, is "%s() _%d_: assert fail\n" (function,
+ *   source line). Unless a function says what null does, its pointers must not be null.
  * - Console output goes through mu_printf. Nothing is allocated for a message.
  * - Files are created with mode 0666 less the process's umask: a daemon whose log is confidential sets a strict umask.
- * - The socket, the kernel's messages and the log device are opened close-on-exec: no program that the process starts
- *   gets them.
+ * - The socket, the kernel's messages and the log device are opened close-on-exec: programs that the process starts do
+ *   not inherit them.
  * - After fork(2) the child has the rings, but not the timer thread: it logs, but no file is saved unless it calls
- *   mup_log_usr_savefile; then child and parent overwrite each other's files. A mutex that was held stays held. Start
- *   the log after fork, and after daemon(3), which forks.
+ *   mup_log_usr_savefile; then child and parent overwrite each other's files. A mutex that was held during the fork
+ *   stays locked in the child. Start the log after fork, and after daemon(3), which forks.
  * - Any thread may log. The log mutex guards the rings, their indices and `dirty`. It is held while a message is shown,
- *   sent and stored, and while a file is read, written or copied; messages wait meanwhile, and code that runs under it
- *   must not log. A thread that is cancelled (pthread_cancel) in a function of this header leaves the mutex locked for
- *   ever: a thread that may be cancelled calls these functions with cancellation disabled (pthread_setcancelstate).
+ *   sent and stored, and while a file is read, written or copied. During that time other messages wait, and code that
+ *   runs with the mutex held must not log. If a thread is cancelled (pthread_cancel) in a function of this header, the
+ *   mutex stays locked for ever: disable cancellation (pthread_setcancelstate) around these calls.
  */
 #ifndef TARN_LOG_H
 #define TARN_LOG_H
@@ -69,7 +70,7 @@ enum mup_log_setting {
 #define MUP_LOG_SERVER_PORT 514  /**< UDP port of the log collector. */
 #define MUP_LOG_SAVE_PERIOD 3000 /**< ms between two checks of `dirty`. */
 
-/** Line argument for a message that is kept and forwarded but never shown on the console: 'N' 'O' 'P' 'T'. */
+/** Line argument: the message is kept and forwarded, but never shown on the console. The bytes are "NOPT". */
 #define MUP_LOG_NOPRINT 0x4E4F5054
 
 /** Values of `remote_mode`; any other value acts as MUP_LOG_REMOTE_AND_STORE. */
@@ -106,7 +107,7 @@ typedef struct mup_log_usr_header {
   char sw_ver[32];
 } mup_log_usr_header;
 
-/** Called for each changed setting. In mup_log_set and mup_log_usr_set it runs with the log mutex held. */
+/** Called for each changed setting. mup_log_set and mup_log_usr_set call it with the log mutex held. */
 typedef void (*mup_log_level_hook)(uint8_t module, uint8_t type, uint8_t value);
 
 /** The state of the log. Callers may set `remote_mode` and `server_ip` once it is initialised. */
@@ -115,10 +116,10 @@ typedef struct mup_log_ctrl {
   uint8_t module_num;                    /**< Number of modules: the low 8 bits of the count that was registered. */
   uint8_t dirty;                         /**< What changed since the last save: bit 0 system ring, bit 1 user ring. */
   uint8_t remote_mode;                   /**< Forwarding: see mup_log_remote; initially 0. */
-  uint32_t sys_idx;                      /**< The system ring's next slot, 0 to 1023: its oldest record. */
+  uint32_t sys_idx;                      /**< The system ring's next slot, 0 to 1023; it holds the oldest record. */
   uint32_t usr_idx;                      /**< The user ring's next slot, 0 to 511. */
   mu_mutex_t mutex;                      /**< The log mutex. */
-  int32_t sock;                          /**< UDP socket; negative if it could not be made: then nothing is sent. */
+  int32_t sock;                          /**< UDP socket; if it could not be made, negative, and nothing is sent. */
   mup_log_module *modules;               /**< The modules, by id. */
   uint32_t server_ip;                    /**< The collector's IPv4 address in host byte order, first octet on top. */
   mup_log_level_hook level_hook;         /**< Called after mup_log_level_set; initially null. */
@@ -148,10 +149,10 @@ TARN_STATIC_ASSERT(offsetof(mup_log_ctrl, module_num) == 1 && offsetof(mup_log_c
                    "log state layout");
 
 /**
- * Initialises the log: registers the modules, each enabled and with both levels 4, and opens the socket for forwarding,
- * which stays off. Call it once, from one thread, before the first message; earlier messages are dropped silently. A
- * second call empties the rings, resets the settings, keeps `usr_header`, and abandons the first call's table, mutex
- * and socket.
+ * Initialises the log: registers the modules, each enabled and with both levels 4, and opens the socket for forwarding.
+ * Forwarding stays off. Call it once, from one thread, before the first message; earlier messages are dropped silently.
+ * A second call empties the rings, resets the settings, keeps `usr_header`, and does not release the first call's
+ * table, mutex and socket.
  *
  * @param[in] module_num  Number of names. Above 255, only the low 8 bits are kept.
  * @param[in] names       `module_num` fields of 16 bytes each, copied. A name has at most 15 characters. mup_log_set
@@ -166,13 +167,17 @@ TARN_API mu_status_t mup_log_init(uint64_t reserved, uint16_t module_num, const 
 /**
  * Logs a message.
  *
- * The steps, in this order. Before mup_log_init or for a null `fmt`, nothing happens. A module id above the number of
- * modules prints "unknow module id:%d\r\n" (Deliberate: an id equal to that number is not reported; its message is
- * dropped). A level above 8 prints "unknow level id:%d\r\n". A message of a disabled module, or above both thresholds,
- * is dropped. The text is cut to 511 characters. Within `print_level` it is shown: "%s\r\n" when `line` is 0, else
- * "[MODULE-LEVEL: LINE]: TEXT\r\n". Within `record_level` it is forwarded, if `remote_mode` says so, as one datagram of
- * the bare text to `server_ip`, port 514 (a failed send prints "Error writing buffer"), and its first 255 characters
- * are stored. A full ring drops its oldest record.
+ * The steps, in this order:
+ * - Before mup_log_init, or if `fmt` is null, nothing happens.
+ * - If the module id is above the number of modules, "unknow module id:%d\r\n" is printed, and the message is dropped.
+ *   Deliberate: an id equal to that number is not reported; its message is dropped too.
+ * - If the level is above 8, "unknow level id:%d\r\n" is printed, and the message is dropped.
+ * - A message of a disabled module, or above both thresholds, is dropped.
+ * - The text is cut to 511 characters.
+ * - Within `print_level` it is shown: "%s\r\n" if `line` is 0, else "[MODULE-LEVEL: LINE]: TEXT\r\n".
+ * - Within `record_level`, according to `remote_mode`, it is forwarded as one datagram that holds only the text, to
+ *   `server_ip`, port 514 (a failed send prints "Error writing buffer"); and its first 255 characters are stored. In a
+ *   full ring the record replaces the oldest one.
  *
  * @param[in] line  The caller's line; 0 for none, MUP_LOG_NOPRINT for a message that is not shown (stored with line 0).
  * @param[in] fmt   printf format; it must come from the program itself and must not contain %n.
@@ -224,17 +229,17 @@ TARN_API mu_status_t mup_log_level_get(uint64_t reserved, const char *module_nam
 TARN_API const char *mup_log_level_str_get(uint8_t level);
 
 /**
- * Switches the modules 0 to 20 on (nonzero) or off, each by its name through mup_log_level_set, under the log mutex.
- * Skips ids that are not registered; before mup_log_init nothing happens.
+ * Enables (nonzero) or disables the modules 0 to 20, each by its name with mup_log_level_set, with the log mutex held.
+ * Skips ids that are not registered. Does nothing before mup_log_init.
  *
  * @return 0, always.
  */
 TARN_API mu_status_t mup_log_set(int32_t on);
 
-/** Switches the user modules, 16 to 19, as mup_log_set does. @return 0, always. */
+/** As mup_log_set, for the user modules 16 to 19. @return 0, always. */
 TARN_API mu_status_t mup_log_usr_set(int32_t on);
 
-/** The state of the log; never null. Hold its mutex where the log may be in use. */
+/** The state of the log; never null. Hold its mutex if another thread may use the log. */
 TARN_API mup_log_ctrl *mup_log_ctrl_get(void);
 
 /**
@@ -244,16 +249,16 @@ TARN_API mup_log_ctrl *mup_log_ctrl_get(void);
  *
  * A file that is missing or cannot be read is created ("Log file:%s init\n"): the system file with "SysLog:\n" and one
  * NUL, the user file empty. Reading a file ends when the ring is full, or at the first line that is not a record of a
- * registered module and a known level; earlier records stay. An unfinished last line is dropped; one of more than 512
- * bytes prints "Log file:%s Parse fail\n". Line numbers are not in the files: the records have 0.
+ * registered module and a known level; earlier records stay. A last line without a line feed is dropped; if it has more
+ * than 512 bytes, "Log file:%s Parse fail\n" is printed. Line numbers are not in the files: the records have 0.
  *
- * Deliberate: nothing is read back from a file of exactly 512 bytes. Deliberate: the files hold UTC and are read back
- * as local time; each restart moves a record's time by the zone's offset. Deliberate: `usr_header` is not read back;
+ * Deliberate: nothing is read back from a file of exactly 512 bytes. Deliberate: times are written as UTC and read back
+ * as local time, so each restart moves a record's time by the zone's offset. Deliberate: `usr_header` is not read back;
  * set it after the start.
  *
  * Prints "mu-log: init usr log OK (module_num %d, max_log_num %d, save_log_timer %d seconds)\n" with the given count,
- * 1024 and 3. If memory for the reading runs out, prints "Log Malloc fail \n" instead: no file is read, no timer
- * starts.
+ * 1024 and 3. If there is no memory to read the files, prints "Log Malloc fail \n" instead: no file is read, and no
+ * timer starts.
  *
  * @param[in] module_num  As for mup_log_init.
  * @param[in] names       As for mup_log_init. A failure of mup_log_init is not reported; the other steps follow.
@@ -265,9 +270,9 @@ TARN_API mu_status_t mup_log_usr_init(uint16_t module_num, const char *names);
  * Writes each file whose ring has changed, whole and in place, and clears `dirty`. If nothing has changed, it returns
  * without taking the lock. A carriage return or line feed in a stored text becomes a blank, in the ring too. A file
  * that cannot be opened is skipped, and not tried again until its ring changes again. After a write that fails or is
- * short, as on a full disk, nothing more of that file is written: the file is a prefix of its intended content, and
- * reading it back drops an incomplete last line. Runs on the timer thread every MUP_LOG_SAVE_PERIOD ms; may be called
- * from any thread, for example before the process ends.
+ * short, as on a full disk, nothing more of that file is written: the file holds the beginning of its intended content,
+ * and reading it back drops an incomplete last line. The timer thread calls this function every MUP_LOG_SAVE_PERIOD ms;
+ * any thread may call it, for example before the process ends.
  *
  * @return 0, always.
  */
@@ -275,8 +280,8 @@ TARN_API mu_status_t mup_log_usr_savefile(void);
 
 /**
  * Sets the device's description: six texts of at most 31 characters. If it is set after mup_log_usr_init, the next save
- * writes it. If it is set before, it is kept, but the start clears `dirty`: the first save after a change of the user
- * ring writes it.
+ * writes it. If it is set before, it is kept, but mup_log_usr_init clears `dirty`: it is written with the next change
+ * of the user ring.
  *
  * @param[in] header  A mup_log_usr_header, copied.
  * @retval 0  Done.
@@ -304,15 +309,15 @@ TARN_API mu_status_t mup_log_usr_clean(void);
 /**
  * Copies a log file, as it was last saved, with its times converted from UTC to local time (localtime_r: the zone that
  * the process last set). Lines that are not records, such as those of the description, are copied unchanged. Lines are
- * read in pieces of at most 319 bytes. Holds the log mutex meanwhile.
+ * read in pieces of at most 319 bytes. The log mutex is held during the copy.
  *
  * @param[in] out_path     The copy; overwritten. Created empty when only the log file cannot be opened.
  * @param[in] which        0: the system log; any other value: the user log.
  * @param[in] module       Null for every record, else a module's name of at most 32 characters: only records whose line
- *                         has "]NAME:" and a level's name, see `level_count`, are copied.
- * @param[in] level_count  The line must have, anywhere, the name of one of the first `level_count` levels. 0: no
- *                         record; 9 and above: every level. Ignored when `module` is null.
- * @retval 0  Done. Deliberate: also when a file could not be opened ("open file fail \n").
+ *                         contains "]NAME:" are copied.
+ * @param[in] level_count  Ignored when `module` is null. Otherwise the line must also contain, anywhere, the name of
+ *                         one of the first `level_count` levels. 0: no record is copied; 9 and above: every level.
+ * @retval 0  Done. Deliberate: also returned when a file could not be opened ("open file fail \n").
  * @retval 1  Not initialised.
  * @retval 2  `out_path` is null (assertion message), or `module` is too long.
  */
@@ -342,8 +347,8 @@ TARN_API mu_status_t mup_log_file_remove(void);
  * Pauses 100 ms between reads. The process must have the right to read "/proc/kmsg" (root, or CAP_SYSLOG). Allocates
  * nothing.
  *
- * @param[in] started  A sem_t, posted once as soon as the thread runs; it may be destroyed after the wait for it. Null
- *                     for none.
+ * @param[in] started  A sem_t, posted once as soon as the thread runs, or null. After waiting for it, the caller may
+ *                     destroy it.
  * @return Null, when the system's own daemon reads the messages ("/overlay/klogd" exists: "Klogd enable!!\n") or
  *         "/proc/kmsg" cannot be opened ("Open kmsg fail! \n"). Otherwise it does not return.
  */

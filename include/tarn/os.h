@@ -3,8 +3,8 @@
 
 /**
  * @file
- * The OS abstraction layer: the only code of the library that calls the system for threads, locks, semaphores,
- * time, delays, files by descriptor and message queues. Applications usually call the mu_* wrappers of platform.h.
+ * The OS abstraction layer. Only this code of the library calls the system for threads, locks, semaphores, time,
+ * delays, files by descriptor and message queues. Applications usually call the mu_* wrappers of platform.h.
  *
  * Holds for the whole header:
  * - `long` is a signed 64-bit value. Results are 0 or a count for success and -1 for failure, unless said otherwise.
@@ -14,8 +14,8 @@
  * - A system call that a signal interrupts is not made again, except by the timed semaphore wait.
  * - A thread may be cancelled (pthread_cancel) in the functions that wait: OS_SLEEP, OS_DELAY, OS_SEM_WAIT,
  *   OS_QUEUE_GET, OS_QUEUE_PUT, OS_FILE_READ, OS_FILE_WRITE, OS_FILE_OPEN and OS_FILE_CLOSE. They hold no lock and no
- *   memory of the library; the callers' cleanup handlers and destructors run. OS_FILE_CP would leave its streams
- *   open.
+ *   memory of the library; the callers' cleanup handlers and destructors run. Do not cancel a thread in OS_FILE_CP: its
+ *   streams would stay open.
  * - Handles belong to the caller from their create call to their destroy call. They are allocated with libc's
  *   malloc. Destroying a handle that is locked or waited on is the caller's error and is not checked.
  */
@@ -63,8 +63,8 @@ TARN_API void OS_MUTEX_DESTROY(mu_mutex_t mutex);
 /**
  * Creates an unnamed counting semaphore, private to the process.
  *
- * @param[in] count  The initial count. The system refuses a count above SEM_VALUE_MAX (2147483647), which is not
- *                   reported: such a handle may only be destroyed.
+ * @param[in] count  The initial count. The system refuses a count above SEM_VALUE_MAX (2147483647). This is not
+ *                   reported, and the handle may then only be destroyed.
  * @return The new semaphore, or null when memory runs out.
  */
 TARN_API mu_sem_t OS_SEM_CREATE(uint32_t count);
@@ -81,10 +81,10 @@ TARN_API long OS_SEM_DESTROY(mu_sem_t sem);
  * Takes `sem`, waiting no longer than `timeout_ms`. It does not report whether `sem` was taken.
  *
  * @param[in] sem         A null handle returns at once.
- * @param[in] timeout_ms  0: one attempt without waiting. -1: without limit; a signal ends the wait. Any other
- *                        positive value: a wait of at most that many milliseconds, by the wall clock; a step of the
- *                        system clock lengthens or shortens the wait, a signal does not end it. Other negative
- *                        values: at most one attempt.
+ * @param[in] timeout_ms  0: one attempt without waiting. -1: a wait without limit; a signal ends it. A positive value:
+ *                        a wait of at most that many milliseconds of the wall clock; a step of the system clock
+ *                        lengthens or shortens the wait, a signal does not end it. Other negative values: at most one
+ *                        attempt.
  */
 TARN_API void OS_SEM_WAIT(mu_sem_t sem, int timeout_ms);
 
@@ -108,8 +108,8 @@ TARN_API void OS_SPINLOCK_DESTROY(mu_spinlock_t lock);
 /* ---- Time ------------------------------------------------------------------------------------------------------ */
 
 /**
- * Reads the monotonic clock in ticks of 10 ms, truncated. The origin is that of the clock (in practice the system's
- * start), so only differences have a meaning. Setting the wall clock does not affect it.
+ * Reads the monotonic clock in ticks of 10 ms, truncated. The origin is that of the clock, in practice the boot; only
+ * differences have a meaning. Setting the wall clock does not affect it.
  */
 TARN_API uint64_t OS_TICK_GET(void);
 
@@ -120,13 +120,13 @@ TARN_API uint64_t OS_TICK_GET(void);
 TARN_API int64_t OS_TIME_GET(void);
 
 /**
- * Waits `us` microseconds in one select call without descriptors; 0 makes the call too, with a zero timeout.
+ * Waits `us` microseconds in one select call without descriptors. For 0 it makes the call too, with a zero timeout.
  * A signal ends the delay early.
  */
 TARN_API void OS_DELAY(uint32_t us);
 
 /**
- * Waits `ms` milliseconds as OS_DELAY does; 0 makes no system call.
+ * Waits `ms` milliseconds as OS_DELAY does, but for 0 it makes no system call.
  *
  * Deliberate: the microseconds are computed in 32 bits. A value above 4294967 ms wraps: 5000000 ms sleep
  * about 705 s.
@@ -158,13 +158,13 @@ TARN_API long OS_THREAD_CREATE(pthread_t *thread, const char *name, mu_thread_en
 /* ---- POSIX message queues, between threads and processes ------------------------------------------------------- */
 
 /**
- * Opens the message queue "/NAME" for reading and writing, mode 0770; creates it if there is none. An existing queue
- * keeps its sizes and its messages.
+ * Opens the message queue "/NAME" for reading and writing. If it does not exist, creates it with mode 0770. An existing
+ * queue keeps its sizes and its messages.
  *
  * @param[out] queue         The queue's descriptor; written on success only.
  * @param[in]  name          Without the leading "/"; cut so that the system name has at most 127 characters.
- * @param[in]  max_messages  Messages that the queue holds.
- * @param[in]  message_size  Bytes of its largest message.
+ * @param[in]  max_messages  The largest number of messages in the queue.
+ * @param[in]  message_size  Bytes of the largest message.
  * @retval 0   Open.
  * @retval -1  `queue` or `name` is null, or the system call failed.
  */
@@ -187,7 +187,7 @@ TARN_API long OS_QUEUE_DELETE(long queue);
  * @param[out] length   Bytes received; written on success only.
  * @param[in]  timeout  Deliberate: no effect. Every receive waits, even with 0.
  * @retval 0   Received.
- * @retval -1  `buffer` or `length` is null, or the system call failed (as for a `size` below the queue's message size).
+ * @retval -1  `buffer` or `length` is null, or the system call failed, for example because `size` is too small.
  */
 TARN_API long OS_QUEUE_GET(long queue, void *buffer, uint32_t size, uint32_t *length, int timeout);
 
@@ -231,9 +231,9 @@ TARN_API long OS_FILE_READ(int file, void *buffer, int length);
 TARN_API long OS_FILE_WRITE(int file, const void *buffer, int length);
 
 /**
- * The size of `stream`'s file. Afterwards the stream is at its start, wherever it was before.
+ * Finds the size of `stream`'s file. Afterwards the stream is at its start, wherever it was before.
  *
- * @return The size in bytes, truncated to a signed 32-bit value: wrong for a file of 2 GiB or more; -1 on an error.
+ * @return The size in bytes, truncated to a signed 32-bit value, so wrong for a file of 2 GiB or more. -1 on an error.
  */
 TARN_API long OS_FILE_SIZE(FILE *stream);
 

@@ -3,13 +3,13 @@
 
 /**
  * @file
- * The platform services: the interface of the OS layer for the rest of the library and for applications. Each
- * wrapper calls one function of os.h and turns its result into the library's status convention; units, null-handle
- * rules and limits are those of os.h.
+ * The platform services: wrappers of the OS layer for the rest of the library and for applications. Each calls one
+ * function of os.h and converts its result to a status of the library. Units, rules for null handles and limits are
+ * those of os.h.
  *
  * Holds for the whole header:
  * - Every function may be called from any thread; the wrappers keep no state.
- * - A thread may be cancelled in the wrappers of those functions that os.h lists.
+ * - A thread may be cancelled in the wrappers of the functions that os.h lists for this.
  * - Unless a function says what null does, its pointers must not be null; this is not checked.
  * - Nothing is printed except by mu_printf itself.
  * - Wrappers that only release or signal something return 0, whatever the OS layer's result is.
@@ -25,7 +25,7 @@
 
 TARN_BEGIN_DECLS
 
-/** Bytes of mu_printf's buffer: a longer text is cut to one byte less. */
+/** Bytes of mu_printf's buffer: a text is cut to one byte less. */
 #define MU_PRINTF_SIZE 896
 
 /* ---- Console and memory ---------------------------------------------------------------------------------------- */
@@ -78,13 +78,13 @@ TARN_API long mu_file_open(const char *path, int flags, mode_t mode);
 /** Closes a descriptor. @return 0, or -1. */
 TARN_API long mu_file_close(int file);
 
-/** Reads up to `length` bytes; above 2147483647 as OS_FILE_READ's negative length. @return Bytes read, or -1. */
+/** Reads up to `length` bytes; a length above 2147483647 is rejected. @return Bytes read, or -1. */
 TARN_API long mu_file_read(int file, void *buffer, uint32_t length);
 
-/** Writes up to `length` bytes; above 2147483647 as OS_FILE_WRITE's negative length. @return Bytes written, or -1. */
+/** Writes up to `length` bytes; a length above 2147483647 is rejected. @return Bytes written, or -1. */
 TARN_API long mu_file_write(int file, const void *buffer, uint32_t length);
 
-/** The size in bytes of `stream`'s file. The stream ends up at its start; see OS_FILE_SIZE. @return -1: error. */
+/** Finds the size of `stream`'s file, and moves the stream to its start; see OS_FILE_SIZE. @return Bytes, or -1. */
 TARN_API long mu_file_size(FILE *stream);
 
 /** Copies the file `source` to `destination`, the first argument. @return 0, or -1; see OS_FILE_CP. */
@@ -185,7 +185,7 @@ TARN_API long mu_queue_put(long queue, const void *message, uint32_t length);
 
 /* ---- Threads --------------------------------------------------------------------------------------------------- */
 
-/** Creates a thread; see OS_THREAD_CREATE, which gets all seven arguments. @return 0, or -1 with `thread` untouched. */
+/** Creates a thread; see OS_THREAD_CREATE, which gets all arguments. @return 0, or -1 with `thread` unchanged. */
 TARN_API long mu_thread_create(pthread_t *thread, const char *name, mu_thread_entry_t entry, void *arg,
                                uint32_t stack_size, int priority, uint32_t flags);
 

@@ -3,10 +3,10 @@
 
 /**
  * @file
- * The startup configuration: a checksummed image of typed fields in a buffer of the caller's.
+ * The startup configuration: a checksummed image of typed fields in the caller's buffer.
  *
  * The library uses no file or device for it. The caller reads the image into a buffer, opens it with tlv_inst_init and
- * tlv_load, and reads and writes fields. The caller's save function persists the bytes that it is given.
+ * tlv_load, and reads and writes fields. The caller's save function stores the image.
  *
  * The image: a header of 16 bytes (tlv_hdr) followed by `cfg_len` bytes of field records, packed back to back
  * (tlv_field and `max_len` value bytes). Every number in it is big-endian.
@@ -20,8 +20,8 @@
  *   frees `field_tbl`, for a duplicate also `base`, and then the instance with mu_free.
  *
  * Duties of the caller:
- * - Provide at least 16 bytes at `base`, whatever `max_size` says: tlv_load writes a blank image to a buffer that holds
- *   no image, before it compares sizes.
+ * - Provide at least 16 bytes at `base`, even if `max_size` is smaller: if the buffer does not hold an image, tlv_load
+ *   writes a blank one before it compares sizes.
  * - Pass `max_size` = the buffer's size - 16. An append compares only the record area with `max_size`, so an image may
  *   end up to 16 bytes after it.
  * - Before a check or a write without a successful tlv_load, make sure that the buffer holds the 16 bytes of a header
@@ -43,7 +43,7 @@ TARN_BEGIN_DECLS
 /** The header of an image: byte strings, because an image may be at any address. */
 typedef struct tlv_hdr {
   uint8_t magic[4];   /**< TLV_MAGIC. */
-  uint8_t crc[2];     /**< Checksum of header and records, this field taken as 0. 0 is accepted: not yet computed. */
+  uint8_t crc[2];     /**< Checksum of header and records, with 0 in this field. 0 is accepted: not yet computed. */
   uint8_t active;     /**< The application's; written only by tlv_write_active. */
   uint8_t flag;       /**< The application's; see tlv_write_flag and tlv_read_flag. */
   uint8_t cfg_len[4]; /**< Bytes of records after the header. */
@@ -52,7 +52,7 @@ typedef struct tlv_hdr {
 
 /** The head of a field record; `max_len` value bytes follow. */
 typedef struct tlv_field {
-  uint8_t type[2];    /**< The field's key, set by the application. Of two records with one key, the first is found. */
+  uint8_t type[2];    /**< The field's key, set by the application. If two records have it, the first is found. */
   uint8_t max_len[2]; /**< Bytes of the value area, 1 to 65535. Unused bytes at its end are zero. */
 } tlv_field;
 
@@ -63,14 +63,14 @@ TARN_STATIC_ASSERT(sizeof(tlv_hdr) == 16 && offsetof(tlv_hdr, crc) == 4 && offse
 TARN_STATIC_ASSERT(sizeof(tlv_field) == 4 && offsetof(tlv_field, max_len) == 2, "field record layout");
 
 /**
- * Persists the first `size` bytes at `base`. It runs on the writer's thread, inside the write; its result is ignored,
- * so it reports its failures itself. It must not write to the instance, throw or longjmp.
+ * Stores the first `size` bytes at `base`, for example in a file. It runs on the writer's thread, during the write. Its
+ * result is ignored, so it must report its failures itself. It must not write to the instance, throw or longjmp.
  */
 typedef int32_t (*tlv_save_cb)(const uint8_t *base, uint32_t size);
 
 /** One image in one buffer. */
 typedef struct tlv_inst {
-  uint8_t *base;         /**< The image's first byte; the caller's buffer, or a duplicate's own. */
+  uint8_t *base;         /**< The image's first byte, in the caller's buffer or in a duplicate's. */
   tlv_field **field_tbl; /**< The records in image order; null before a load and for an image without records. */
   uint32_t field_num;    /**< Entries of `field_tbl`. */
   uint32_t max_size;     /**< Bytes at `base` that an image may take; see the duties above. */
@@ -110,7 +110,7 @@ TARN_API void tlv_set_int(void *p, uint32_t value);
  *
  * @param[in] len  A negative length counts as 0.
  * @return The checksum in the low 16 bits, all ones in the high 16; 0xFFFFFFFF for no bytes. The words are added in 32
- *         bits and folded at the end: beyond 128 KiB the sum can wrap, and the result then differs from RFC 1071.
+ *         bits and folded at the end: above 128 KiB the sum can wrap, and the result then differs from RFC 1071.
  */
 TARN_API uint32_t tlv_crc_calc(const void *data, int32_t len);
 
@@ -143,7 +143,7 @@ TARN_API int32_t tlv_check(uint8_t *image);
 /* ---- Instances -------------------------------------------------------------------------------------------------- */
 
 /**
- * Makes an instance over a buffer. Reads no byte of it: call tlv_load next.
+ * Makes an instance for a buffer. Does not read the buffer: call tlv_load next.
  *
  * @param[in] base      At least 16 bytes; stays the caller's, and must exist as long as the instance.
  * @param[in] max_size  The buffer's size - 16; see the duties above.
@@ -166,10 +166,10 @@ TARN_API tlv_inst *tlv_inst_duplicate(const tlv_inst *src);
 /**
  * Checks the image of an instance and builds the index of its fields.
  *
- * A buffer that does not begin with the magic number first becomes a blank image, silently and without a call of
- * `save_cb`: its content is lost. Where that matters, check for damage with tlv_check before.
+ * If the buffer does not begin with the magic number, it first becomes a blank image, silently and without a call of
+ * `save_cb`: its content is lost. If that matters, check for damage with tlv_check before.
  *
- * @retval 0   Loaded. An image without records has no index: readers then say that nothing is loaded.
+ * @retval 0   Loaded. An image without records has no index: readers then print that nothing is loaded.
  * @retval -1  `inst` is null ("\r\n The base address of startup configuration is NULL."); or the image is longer than
  *             `max_size` (silent) or fails tlv_check (its messages): the index is unchanged; or memory for the index
  *             ran out (silent): the instance is unloaded.
@@ -212,7 +212,7 @@ TARN_API uint32_t tlv_read_buffer(const tlv_inst *inst, uint16_t type, uint32_t 
  * A missing field is appended; tlv_load then indexes and seals the image, and its messages may appear. Deliberate: only
  * the record area after an append must fit `max_size`. If the area fits, but the image, which is 16 bytes longer, does
  * not, the field is written and saved and the result is 0; but the image is not sealed, and the field gets no index
- * entry. The saved image loads only with a larger `max_size`.
+ * entry. The saved image can be loaded only with a larger `max_size`.
  */
 
 /** Writes a field of one byte. A field of another size: "\r\n This type tlv should be %d bytes length.", with that
@@ -237,9 +237,9 @@ TARN_API int32_t tlv_write_int(tlv_inst *inst, uint16_t type, uint32_t value);
  *             record area); or memory ran out (silent).
  *
  * Deliberate: an existing field with another `max_len` is resized in place. The records after it move, without a check
- * of the capacity. But the index keeps their old addresses, only the upper half of `cfg_len` is written, and the seal
- * covers the old length: the image no longer loads, unless it happens to end at a record's end. Never change a field's
- * `max_len` this way: build a new image.
+ * of the capacity. But the index keeps their old addresses, only the upper half of `cfg_len` is written, and the
+ * checksum covers the old length: the image can no longer be loaded, unless it happens to end at a record's end. Never
+ * change a field's `max_len` this way: build a new image.
  */
 TARN_API int32_t tlv_write_buffer(tlv_inst *inst, uint16_t type, uint32_t max_len, int32_t len, const uint8_t *data);
 

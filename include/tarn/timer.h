@@ -12,18 +12,18 @@
  * Holds for the whole header:
  * - Time is counted in ticks of 10 ms of the monotonic clock. A value of at most 10 ms becomes 1 tick; any other is
  *   divided by 10 and truncated: 15 ms and 19 ms both become one tick.
- * - Every function but mu_timer_compare takes the timer mutex and may be called from any thread, from callbacks and
- *   under the caller's own locks. No thread may be cancelled (pthread_cancel) in one of them: the mutex would stay
- *   locked, and the timers would stop. The first add of a process must not race with another first add.
+ * - Every function except mu_timer_compare locks the timer mutex. It may be called from any thread, from callbacks and
+ *   while the caller holds its own locks. No thread may be cancelled (pthread_cancel) in one of them: the mutex would
+ *   stay locked, and the timers would stop. Two threads must not make the first add of a process at the same time.
  * - Messages go to standard output.
  * - Unless a function says what null does, its pointers must not be null; this is not checked.
  * - After fork(2) the child has the records, but not the thread: timers are accepted and never run, and a mutex that
- *   was held stays held. Start the service after fork, and after daemon(3), which forks. A child that does not start a
- *   new program (exec) must not use it.
+ *   was held stays locked. Therefore start the service after fork, and after daemon(3), which forks. A child of a
+ *   process that has started it must not use it.
  *
  * Two properties of the scan are part of the contract:
- * - The first scan counts the whole age of the monotonic clock as elapsed. A timer that was added before that scan,
- *   with an interval of at most that age, therefore runs out in it, about 10 ms after the add.
+ * - The first scan counts the whole value of the monotonic clock, the time since the boot, as elapsed. A timer that was
+ *   added before that scan, with an interval of at most that time, therefore runs out in it, about 10 ms after the add.
  * - The run time of the latest callback is added to the elapsed ticks of every scan until another callback runs:
  *   after a callback that took k ticks each scan counts k extra ticks.
  */
@@ -37,7 +37,7 @@
 
 TARN_BEGIN_DECLS
 
-/** Timers that exist at one time, at most. */
+/** The largest number of timers that can exist at one time. */
 #define MU_TIMER_MAX 256
 
 /**
@@ -47,7 +47,7 @@ TARN_BEGIN_DECLS
  */
 typedef void (*mu_timer_cb_t)(void *arg);
 
-/** One timer: the record of a node of `timer_info.list`. The timer mutex guards all of it but `running`. */
+/** One timer: the record of a node of `timer_info.list`. The timer mutex guards every field except `running`. */
 typedef struct mu_timer_rec {
   uint32_t interval;      /**< Reload value in ticks. */
   uint32_t remain;        /**< Ticks left before the callback runs. */
@@ -65,7 +65,7 @@ typedef struct mu_timer_rec {
 typedef struct mu_timer_info {
   mu_list_t *list;            /**< The timers (mu_timer_rec_t) in the order in which they were added. */
   pthread_t tid;              /**< The timer thread. The library gives it no name; docs/timers.md shows how to. */
-  mu_mutex_t mutex;           /**< The timer mutex; null if it could not be made: then nothing is locked. */
+  mu_mutex_t mutex;           /**< The timer mutex; if it could not be made, null, and nothing is locked. */
   uint32_t max_num;           /**< MU_TIMER_MAX once started, 0 before. */
   uint32_t last_id;           /**< The id that was assigned last. */
   uint32_t last_drain;        /**< Run time of the latest callback in ticks. */
@@ -98,28 +98,28 @@ TARN_API extern uint32_t timer_initialized;
 TARN_API extern int64_t tmr_tid;
 
 /**
- * Adds a one-shot timer: its callback runs once, and then the timer is removed, unless the callback itself started it
+ * Adds a one-shot timer. Its callback runs once; then the timer is removed, unless the callback itself has started it
  * again with mu_timer_start or mu_timer_restart.
  *
  * @param[in] interval_ms  0 and negative values become one tick.
  * @param[in] callback     Not null.
  * @param[in] arg          Passed to `callback`; stays the caller's.
- * @return The timer's id, never 0; or 0 for a failure. When `callback` is null, nothing is printed. When MU_TIMER_MAX
+ * @return The timer's id, never 0; or 0 for a failure. If `callback` is null, nothing is printed. If MU_TIMER_MAX
  *         timers exist (including deleted ones that the thread has not yet freed) or the service could not start,
- *         "Timer number exceed(%d)\n" is printed with the limit, which is 0 for a service that could not start.
- *         Deliberate: when memory for the timer runs out, the result is still an id, of a timer that does not exist.
+ *         "Timer number exceed(%d)\n" is printed with the limit; the limit is 0 if the service could not start.
+ *         Deliberate: if there is no memory for the timer, the result is still an id, but no such timer exists.
  */
 TARN_API uint32_t mu_timer_add(int interval_ms, mu_timer_cb_t callback, void *arg);
 
 /**
- * Adds a circular timer: as mu_timer_add, but the timer reloads its interval after each callback. Ticks by which a
- * callback was late are dropped: a period is never shortened to catch up.
+ * Adds a circular timer: as mu_timer_add, but the timer gets its full interval again after each callback. If a callback
+ * was late, the next period is not shortened.
  */
 TARN_API uint32_t mu_circle_timer_add(int interval_ms, mu_timer_cb_t callback, void *arg);
 
 /**
- * Deletes a timer. It never fires again, and the timer thread frees it at its next scan; until then it counts, and
- * mu_timer_start or mu_timer_restart bring it back.
+ * Deletes a timer. Its callback does not run again, and the timer thread frees it at its next scan. Until then it
+ * counts towards the number of timers, and mu_timer_start or mu_timer_restart bring it back.
  *
  * @retval 1  The callback is running at this moment and ends after this call; the caller is not the timer thread.
  * @retval 0  The callback is not running, or the caller is the timer thread. If there is no such timer, it prints
@@ -128,15 +128,16 @@ TARN_API uint32_t mu_circle_timer_add(int interval_ms, mu_timer_cb_t callback, v
 TARN_API uint32_t mu_timer_del(uint32_t id);
 
 /**
- * Stops a timer: it keeps its remaining ticks and neither counts down nor fires until it is started again.
+ * Stops a timer: it keeps its remaining ticks, does not count down, and its callback does not run until it is started
+ * again.
  *
  * @return As mu_timer_del; if there is no such timer, "Oops: Stop an invalid timer!!\r\n" is printed.
  */
 TARN_API uint32_t mu_timer_stop(uint32_t id);
 
 /**
- * Starts a timer from its full interval, even one that was stopped, or deleted and not yet freed. If there is no such
- * timer, nothing is done or printed.
+ * Starts a timer with its full interval. The timer may have been stopped, or deleted and not yet freed. If there is no
+ * such timer, nothing is done or printed.
  */
 TARN_API void mu_timer_start(uint32_t id);
 
@@ -152,8 +153,7 @@ TARN_API uint32_t mu_timer_count(void);
 
 /**
  * Prints the table of timers, one row per timer, then the longest callback run and the number of expiries. Intervals,
- * remaining times and runs ("Drain") are in ticks. The header line is printed before the mutex is taken, the rest under
- * it.
+ * remaining times and runs ("Drain") are in ticks. The mutex is held for all of it except the header line.
  */
 TARN_API void mu_timer_show(void);
 
@@ -163,8 +163,8 @@ TARN_API void mu_timer_show(void);
  * @param[in] record  A mu_timer_rec_t.
  * @param[in] id      A uint32_t.
  * @retval 1   The record's id is greater.
- * @retval 0   Equal.
- * @retval -1  It is smaller.
+ * @retval 0   The ids are equal.
+ * @retval -1  The record's id is smaller.
  */
 TARN_API int32_t mu_timer_compare(const void *record, const void *id);
 
