@@ -1,18 +1,18 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the shim and the launcher, which plays the kernel, say to each other.
+// The messages between the shim and the launcher, which simulates the kernel.
 //
-// Each device of the simulated kernel is a UNIX socket of the launcher, at the place below TARN_SIM_ROOT that stands
-// for the device. A request is one message: a Request, then the argument. Its answer is one, too: a Reply, then the
-// argument as the kernel left it. Numbers are in host byte order.
+// Each device of the simulated kernel is a UNIX socket of the launcher, at the path of the device below TARN_SIM_ROOT.
+// A request is one message: a Request, then the argument. The answer is also one message: a Reply, then the argument as
+// the kernel has changed it. Numbers are in host byte order.
 //
-//   kOpen   Sent first on a connection that stands for an open file, and waited for. On the kernel's message stream the
-//           text follows the Reply. On the netlink stand-in one end of a pair of sockets comes with it (SCM_RIGHTS):
-//           the other end is the program's channel, on which datagrams arrive.
-//   kIoctl  On a connection of its own. `code` is the request code.
-//   kBind   On the channel. `code` is the length of the address, whose first bytes are the argument. It brings a socket
-//           (SCM_RIGHTS) for the Reply, so the Reply never waits after a datagram.
+//   kOpen   The first message on a connection; the connection is then an open file for the program. On the kernel's
+//           message stream the text follows the Reply. For a netlink socket, the message passes one end of a pair of
+//           sockets (SCM_RIGHTS); the other end is the program's channel, on which datagrams arrive.
+//   kIoctl  On a separate connection. `code` is the request code.
+//   kBind   On the channel. `code` is the length of the address; the argument is its first bytes. The message passes a
+//           socket (SCM_RIGHTS) for the Reply, so that the Reply is not in the queue after datagrams.
 #ifndef TARN_SIM_WIRE_H
 #define TARN_SIM_WIRE_H
 
@@ -52,11 +52,11 @@ constexpr size_t kPlatformPayload = 4072;
 constexpr size_t kPlatformArgument = kPlatformHeader + kPlatformPayload;
 constexpr size_t kLogArgument = 256;
 
-// How the name of the program's end of a channel begins, after the NUL of an abstract name. The other end has no name,
-// so recvfrom gives no sender, and cannot write a longer address than a netlink socket would.
+// The beginning of the name of the program's end of a channel, after the NUL of an abstract name. The other end has no
+// name, so recvfrom reports no sender, and cannot write a longer address than for a netlink socket.
 constexpr char kChannelName[] = "tarn-sim-netlink-19/";
 
-// The value of TARN_SIM_COLLECTOR_PORT where the collector's port of every address leads to it: nothing is redirected.
+// The value of TARN_SIM_COLLECTOR_PORT if port 514 of every address leads to the collector: nothing is redirected.
 constexpr char kCollectorIsThere[] = "as-it-is";
 
 }  // namespace tarn_sim

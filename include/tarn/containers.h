@@ -205,8 +205,8 @@ TARN_API uint32_t mu_lst_count(const mu_lst *list);
 
 /**
  * Returns the bucket of an element. If it is not below the table's `size`, the add or delete fails. It must stay the
- * same as long as the element is in the table. Called on the thread that adds or deletes, without the mutex: it may call
- * functions on the same table.
+ * same as long as the element is in the table. Called on the thread that adds or deletes, without the mutex: it may
+ * call functions on the same table.
  */
 typedef uint32_t (*mu_hash_fn_t)(const mu_lst_node *node);
 

@@ -72,7 +72,7 @@ TARN_API void mu_sleep(uint32_t ms);
 
 /* ---- Files ----------------------------------------------------------------------------------------------------- */
 
-/** Opens `path` with the flags and the creation mode of open(2). @return The descriptor, or -1. */
+/** Opens `path` with the flags and the mode of open(2); see OS_FILE_OPEN. @return The descriptor, or -1. */
 TARN_API long mu_file_open(const char *path, int flags, mode_t mode);
 
 /** Closes a descriptor. @return 0, or -1. */

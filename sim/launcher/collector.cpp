@@ -20,7 +20,7 @@ namespace {
 
 static_assert(kCollectorPort == MUP_LOG_SERVER_PORT);
 
-// A datagram's line: the line ends at its end are not its text.
+// The line for a datagram, without the line ends at its end.
 std::string line_of(std::string_view datagram) {
   while (!datagram.empty() && (datagram.back() == '\n' || datagram.back() == '\r')) datagram.remove_suffix(1);
   return readable(datagram);
@@ -83,7 +83,7 @@ void Collector::drain() {
     report_detail("collector: " + line);
     (void)fprintf(log_.get(), "%s\n", line.c_str());
   }
-  if (log_) (void)fflush(log_.get());  // a full disk ends no simulation
+  if (log_) (void)fflush(log_.get());  // a full disk does not end the simulation
 }
 
 const char *Collector::how_name() const {

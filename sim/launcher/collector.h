@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The log collector: what the daemon sends to port 514.
+// The log collector: receives what the daemon sends to port 514.
 #ifndef TARN_SIM_LAUNCHER_COLLECTOR_H
 #define TARN_SIM_LAUNCHER_COLLECTOR_H
 
@@ -18,9 +18,9 @@ namespace tarn_sim {
 class Collector {
  public:
   enum class How : std::uint8_t {
-    kNamespace,  // port 514 of the simulation's own network
+    kNamespace,  // port 514 of a separate network
     kShim,       // a port of the loopback interface, to which the shim redirects
-    kOwn,        // the caller's own collector on a port of the loopback interface
+    kOwn,        // the user's own collector on a port of the loopback interface
   };
 
   Collector(Loop *loop, std::string log_path) : loop_(loop), log_path_(std::move(log_path)) {}
@@ -28,11 +28,11 @@ class Collector {
   Collector(const Collector &) = delete;
   Collector &operator=(const Collector &) = delete;
 
-  // Uses the caller's port, or opens one here. Enters a network of its own if it may; so before there is a second
-  // thread. Says which of the ways holds, and why when it cannot.
+  // Uses the user's port, or opens one. Enters a separate network if it may, so call it before there is a second
+  // thread. Reports which way it uses, or the reason of a failure.
   bool start(std::uint16_t own_port, bool may_use_namespace);
 
-  // Writes down what has arrived.
+  // Writes the datagrams that have arrived to the file.
   void drain();
 
   How how() const { return how_; }
@@ -40,7 +40,7 @@ class Collector {
   std::uint16_t port() const { return port_; }
   std::uint64_t received() const { return received_; }
 
-  // What the shim finds in TARN_SIM_COLLECTOR_PORT.
+  // The value of TARN_SIM_COLLECTOR_PORT for the shim.
   std::string shim_setting() const;
 
  private:

@@ -73,7 +73,7 @@ class Parser {
     return word;
   }
 
-  // "N times" at the end, where it stands.
+  // "N times" at the end, if it is there.
   bool take_times(std::optional<std::uint32_t> *times) {
     if (words_.size() < 2 || words_.back().text != "times" || words_.back().is_quoted) return true;
     const Word &number = words_[words_.size() - 2];
@@ -116,7 +116,7 @@ class Parser {
     return true;
   }
 
-  // All that is left.
+  // All remaining words.
   bool take_bytes(std::string *bytes) {
     if (words_.empty()) return fail(end_, "bytes in hexadecimal are missing");
     for (const Word &word : words_) {
@@ -192,7 +192,7 @@ class Parser {
     return take_text(&command->text);
   }
 
-  // fail CALL N times: the number is the command's own; another one may follow.
+  // fail CALL [N times]: the first number belongs to the command; a second one repeats the command.
   bool run_fail(Counted *counted) {
     std::optional<std::uint32_t> own;
     if (!take_times(&own)) return false;

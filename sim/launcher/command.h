@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a script or a client can have the simulated kernel do.
+// The commands of scripts and clients to the simulated kernel.
 #ifndef TARN_SIM_LAUNCHER_COMMAND_H
 #define TARN_SIM_LAUNCHER_COMMAND_H
 
@@ -23,7 +23,7 @@ constexpr const char *kCallNames[kCalls] = {"ioctl", "open", "bind", "socket"};
 struct Command {
   enum class Kind : std::uint8_t {
     kEvent,        // type, device, text: the data
-    kName,         // done when it is read
+    kName,         // takes effect when it is read
     kDriverLine,   // module, level, text
     kKernelLine,   // text
     kKernelBytes,  // text
@@ -43,7 +43,7 @@ struct Command {
   std::string text;
 };
 
-// A command and how often it is to be done, as the words say: COMMAND [N times].
+// A command and the number of its repetitions: COMMAND [N times].
 struct Counted {
   Command command;
   std::optional<std::uint32_t> times;

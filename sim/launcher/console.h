@@ -13,11 +13,11 @@ namespace tarn_sim {
 // Writes "tarn-sim: LINE" in one piece, from any thread.
 void report(const std::string &line);
 
-// The same, with --verbose only.
+// The same, but only with --verbose.
 void report_detail(const std::string &line);
 void set_verbose(bool verbose);
 
-// From here on, with --verbose, each line has the time since this call in front. Call it before there is a second
+// From here on, with --verbose, each line begins with the time since this call. Call it before there is a second
 // thread.
 void start_clock();
 

@@ -46,7 +46,7 @@ void Control::begin(Descriptor connection) {
   loop_->watch(key, POLLIN, [this, key] { serve(key); });
 }
 
-// A client is read from when all that it sent is answered.
+// Reads from a client only when all its earlier lines are answered.
 void Control::serve(int key) {
   Client &client = clients_.at(key);
   if (!client.has_ended && !client.has_line()) read(&client);

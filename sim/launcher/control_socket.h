@@ -18,9 +18,9 @@ class Control {
  public:
   static constexpr std::size_t kMostClients = 32;
   static constexpr std::size_t kLongestLine = 65536;
-  // A client that leaves this much unread gets no further answers until it reads.
+  // A client with so many bytes of unread answers gets no more until it reads.
   static constexpr std::size_t kMostUnread = 65536;
-  // Before the others have their turn.
+  // Lines of one client before the others have their turn.
   static constexpr int kMostLines = 32;
 
   Control(Loop *loop, const std::string &path, Simulation *simulation);

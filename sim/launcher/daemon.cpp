@@ -49,7 +49,7 @@ Daemon::~Daemon() {
 }
 
 void Daemon::be_child(const std::vector<std::string> &environment, const sigset_t &mask, pid_t launcher) {
-  // With the launcher it ends in order. A launcher that ended before this was set is seen by its pipe.
+  // If the launcher dies, the daemon gets SIGTERM. If the launcher died before this call, the pipe shows it.
   (void)prctl(PR_SET_PDEATHSIG, SIGTERM);
   go_.reset();
   char byte;
@@ -70,10 +70,10 @@ void Daemon::execute() {
   if (!is_running_) return;
   wait_.reset();
   fail_.reset();
-  (void)!write(go_.get(), "", 1);  // a child that has ended shows below
+  (void)!write(go_.get(), "", 1);  // if the child has ended, the read below shows it
   go_.reset();
   int error = 0;
-  if (!read_all(failed_, &error, sizeof error)) return;  // the end that execution closed
+  if (!read_all(failed_, &error, sizeof error)) return;  // success: execution has closed the pipe
   (void)waitpid(pid_, &wait_status_, 0);
   is_running_ = false;
   exit_status_ = error == ENOENT ? kNotFound : kNotExecuted;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The daemon: the launcher's direct child, since the port of its event channel is its parent's process id.
+// The daemon. It is the launcher's direct child, because the port of its event channel is its parent's process id.
 #ifndef TARN_SIM_LAUNCHER_DAEMON_H
 #define TARN_SIM_LAUNCHER_DAEMON_H
 
@@ -15,23 +15,24 @@
 
 namespace tarn_sim {
 
-// How a daemon's end becomes an exit status, as a shell makes it.
+// Exit statuses for a daemon's end, as in a shell.
 constexpr int kNotFound = 127;
 constexpr int kNotExecuted = 126;
-constexpr int kBySignal = 128;  // and its number
+constexpr int kBySignal = 128;  // plus the signal's number
 
 class Daemon {
  public:
-  // Forks the process, which waits: the launcher has one thread now, and later more. `mask`: its signals that are held.
+  // Forks the process, which then waits for execute(): later the launcher has several threads. `mask`: the signals that
+  // the daemon blocks.
   Daemon(std::vector<std::string> command, const std::vector<std::string> &environment, const sigset_t &mask);
   ~Daemon();
   Daemon(const Daemon &) = delete;
   Daemon &operator=(const Daemon &) = delete;
 
-  // Has it executed. Says why when it cannot be; then it has ended.
+  // Executes it. If that fails, reports the reason, and the daemon has ended.
   void execute();
 
-  // Looks whether it has ended.
+  // Checks whether it has ended.
   void look();
 
   void signal(int number) const;
@@ -41,7 +42,7 @@ class Daemon {
 
   int exit_status() const { return exit_status_; }
 
-  // What came of it, for people.
+  // How it ended, as text.
   std::string end() const;
 
  private:

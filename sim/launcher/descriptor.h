@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A descriptor that is closed with its owner.
+// A descriptor that its owner's destructor closes.
 #ifndef TARN_SIM_LAUNCHER_DESCRIPTOR_H
 #define TARN_SIM_LAUNCHER_DESCRIPTOR_H
 

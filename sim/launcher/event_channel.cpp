@@ -39,7 +39,7 @@ Response Channel::open(Message *message) {
   return {};
 }
 
-// What a program sends itself, the driver does not know.
+// Handles only binds: datagrams that a program sends to the driver are dropped.
 void Channel::serve(int key) {
   Socket &socket = sockets_.at(key);
   bool is_over = false;
@@ -53,7 +53,7 @@ void Channel::serve(int key) {
   sockets_.erase(key);
 }
 
-// As the kernel does it: another process's port is refused, and a bound socket keeps its own.
+// As in the kernel: a port of another socket is refused, and a bound socket keeps its port.
 Reply Channel::bind(Socket *socket, const Message &message) {
   sockaddr_nl address = {};
   if (message.request.code < sizeof address || message.argument.size() < sizeof address) return {-1, EINVAL};
@@ -71,7 +71,7 @@ Reply Channel::bind(Socket *socket, const Message &message) {
   return {0, 0};
 }
 
-// Whether the daemon has closed it: for the daemon that is so at once, and the loop may not have come to it yet.
+// Whether the daemon has closed it. The loop may not have handled this yet.
 bool Channel::is_closed(const Socket &socket) {
   pollfd end = {socket.end.get(), 0, 0};
   return poll(&end, 1, 0) > 0;
@@ -92,7 +92,7 @@ void Channel::report_taken(std::uint32_t port) {
          "tarn-sim of its own, with another --root");
 }
 
-// For port 0: the id of the process that made the socket, else a free number that is not a process's.
+// The port for a bind to 0: the id of the process that made the socket, else a free number that is not a process id.
 std::uint32_t Channel::choose_port(const Socket &socket) const {
   ucred creator = {};
   socklen_t size = sizeof creator;

@@ -25,7 +25,7 @@ using Segment = ElfW(Phdr);
 
 constexpr int kMostInterpreters = 5;  // a script's interpreter may be a script; the kernel follows no more
 constexpr std::size_t kFirstLine = 255;
-constexpr char kShell[] = "/bin/sh";  // to which execvp hands a file of no known format
+constexpr char kShell[] = "/bin/sh";  // execvp passes a file of unknown format to it
 
 bool is_executable(const std::string &path) {
   struct stat status = {};
@@ -46,8 +46,8 @@ std::string find_program(const std::string &name) {
   return "";
 }
 
-// Deliberate: an emulator is let through. It is a static program, and has the program that it runs load the shim. Held
-// by Refused.test_an_emulator_is_not.
+// Deliberate: an emulator is not refused. It is a static program, but the program that it runs loads the shim. Held by
+// Refused.test_an_emulator_is_not.
 bool is_emulator(const std::string &program) {
   return program.compare(program.rfind('/') + 1, strlen("qemu-"), "qemu-") == 0;
 }
@@ -76,7 +76,7 @@ bool has_loader(const Descriptor &file, const Header &header) {
   return false;
 }
 
-// Whether it runs with the rights of another: its loader then takes nothing that the user preloads.
+// Whether it runs with the rights of another user: its loader then ignores what the user preloads.
 bool gains_rights(const Descriptor &file) {
   struct stat status = {};
   if (fstat(file.get(), &status) != 0) return false;

@@ -1,8 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Programs that the shim cannot enter, found out before one of them is started: it would run on the machine's own
-// files.
+// Finds programs that cannot load the shim before they are started: they would use the machine's own files.
 #ifndef TARN_SIM_LAUNCHER_EXECUTABLE_H
 #define TARN_SIM_LAUNCHER_EXECUTABLE_H
 
@@ -11,8 +10,8 @@
 
 namespace tarn_sim {
 
-// Why the program, looked for as execvp(3) does, would run without the shim, and what to do about it. Nothing where the
-// shim gets in, and where there is nothing to execute.
+// Why the program, which is searched for as in execvp(3), would run without the shim, and what to do about it. Nothing
+// if it loads the shim, or if there is nothing to execute.
 std::optional<std::string> reason_to_refuse(const std::string &program, const std::string &shim);
 
 }  // namespace tarn_sim

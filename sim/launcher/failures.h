@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Calls of the daemon that are to fail.
+// Which of the daemon's next calls fail.
 #ifndef TARN_SIM_LAUNCHER_FAILURES_H
 #define TARN_SIM_LAUNCHER_FAILURES_H
 
@@ -14,12 +14,12 @@ namespace tarn_sim {
 
 class Failures {
  public:
-  // The next `count` calls fail, however many were left.
+  // The next `count` calls fail. This replaces an earlier count.
   void set(Call call, std::uint32_t count) { left_[index(call)] = count; }
 
   std::uint32_t left(Call call) const { return left_[index(call)]; }
 
-  // Whether this call fails; it is counted.
+  // Whether this call fails; counts it.
   bool take(Call call) {
     if (left_[index(call)] == 0) return false;
     left_[index(call)]--;

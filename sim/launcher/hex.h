@@ -11,7 +11,7 @@
 
 namespace tarn_sim {
 
-// Appends the bytes that the digits stand for. False when there are none, or something else.
+// Appends the bytes that the digits denote. False if there are none, or if one is not a hexadecimal digit.
 inline bool append_hex(std::string_view digits, std::string *bytes) {
   if (digits.empty() || digits.size() % 2 != 0) return false;
   std::string made;

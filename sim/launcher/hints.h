@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Lines that teach: what the script or the simulated kernel waits for in vain, and what to do about it.
+// Hints for the user: what the script or the simulated kernel waits for in vain, and what to do about it.
 //
-// A hint is due when its wait has lasted for a while, and each comes once. It knows no clock: whoever asks says what
-// the time is.
+// A hint is due when its wait has lasted for a while; each is printed once. The class reads no clock: callers pass the
+// time.
 #ifndef TARN_SIM_LAUNCHER_HINTS_H
 #define TARN_SIM_LAUNCHER_HINTS_H
 
@@ -31,10 +31,10 @@ class Hints {
   // The hints that are due.
   std::vector<std::string> take(std::uint64_t now, const Waits &waits);
 
-  // Those that will never be due, since the daemon has ended.
+  // The hints whose wait has no end any more, because the daemon has ended.
   std::vector<std::string> take_last(const Waits &waits);
 
-  // When the next one is due if nothing changes; nothing when there is none.
+  // When the next hint is due if nothing changes; nothing if none is.
   std::optional<std::uint64_t> next() const;
 
  private:

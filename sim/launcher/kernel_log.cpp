@@ -16,7 +16,7 @@ namespace tarn_sim {
 namespace {
 
 constexpr unsigned kPlainPriority = 6;  // "info"
-constexpr int kSocketRoom = 4096;       // a reader holds few lines: one that is slow leaves them to the others
+constexpr int kSocketRoom = 4096;       // few lines wait in the socket of a slow reader: the others get the rest
 
 std::int64_t now_us() {
   timespec now = {};
@@ -24,7 +24,7 @@ std::int64_t now_us() {
   return std::int64_t{now.tv_sec} * 1000000 + now.tv_nsec / 1000;
 }
 
-// The log's levels count from 1, the kernel's priorities from 0; level 0, "Off", has none of its own.
+// The log's levels count from 1, the kernel's priorities from 0. Level 0, "Off", has no priority: it gets 0.
 unsigned priority_of(std::uint8_t level) { return level == 0 ? 0 : level - 1U; }
 
 }  // namespace
@@ -68,7 +68,7 @@ void KernelLog::write_framed(const Modules &modules, std::uint8_t module, std::u
 
 void KernelLog::write_plain(const std::string &text) { write_lines(kPlainPriority, text); }
 
-// As printk: each line of the text gets its own prefix.
+// As in printk, each line of the text gets a prefix.
 void KernelLog::write_lines(unsigned priority, const std::string &text) {
   const std::int64_t since = now_us() - start_us_;
   char prefix[48];
@@ -102,7 +102,7 @@ void KernelLog::make_room() {
   }
 }
 
-// Gives the readers what they take, in turn, a line at a time.
+// Sends the readers as much as fits into their sockets: one line to each reader in turn.
 void KernelLog::hand_out() {
   std::size_t refused = 0;
   while (refused < readers_.size()) {
@@ -113,8 +113,7 @@ void KernelLog::hand_out() {
   watch();
 }
 
-// Whether the reader has taken a whole line. Of a line of which it takes nothing it gets nothing: another one may have
-// it.
+// Whether the reader has got a whole line. A line of which no byte fits stays for another reader.
 bool KernelLog::hand_to(Reader *reader) {
   const bool begins = reader->rest.empty();
   if (begins && lines_.empty()) return false;
@@ -130,7 +129,7 @@ bool KernelLog::hand_to(Reader *reader) {
   return rest.empty();
 }
 
-// A reader is waited for where something is left for it.
+// Waits for room in a reader's socket if something is left for it.
 void KernelLog::watch() {
   for (const Reader &reader : readers_) {
     const bool has_more = !lines_.empty() || !reader.rest.empty();
@@ -139,7 +138,7 @@ void KernelLog::watch() {
 }
 
 void KernelLog::serve(int key) {
-  char written[256];  // the stream is for reading: what comes is dropped
+  char written[256];  // the stream is only for reading: bytes from the reader are dropped
   const ssize_t size = recv(key, written, sizeof written, MSG_DONTWAIT);
   const bool is_over = size == 0 || (size < 0 && errno != EAGAIN && errno != EINTR);
   if (!is_over) return hand_out();

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The kernel's message stream, /proc/kmsg: lines that each reach one reader.
+// The kernel's message stream, /proc/kmsg: each line reaches one reader.
 #ifndef TARN_SIM_LAUNCHER_KERNEL_LOG_H
 #define TARN_SIM_LAUNCHER_KERNEL_LOG_H
 
@@ -28,12 +28,12 @@ class KernelLog {
 
   bool is_open() const { return service_.is_open(); }
 
-  // A driver's line, framed for the log; withheld when its module's settings say so.
+  // Writes a driver's line with the log's frame, unless the settings of its module prevent it.
   void write_framed(const Modules &modules, std::uint8_t module, std::uint8_t level, const std::string &text);
   void write_plain(const std::string &text);
   void write_bytes(std::string bytes);
 
-  // Whether lines wait that nobody could have read, since nobody has come yet.
+  // Whether lines wait, and there has never been a reader.
   bool waits_for_first_reader() const { return !had_reader_ && !lines_.empty(); }
 
   std::uint64_t written() const { return written_; }
@@ -43,7 +43,7 @@ class KernelLog {
  private:
   struct Reader {
     Descriptor connection;
-    std::string rest;  // of a line of which it has taken a part
+    std::string rest;  // of a line of which it has got a part
   };
 
   Response open();

@@ -26,7 +26,7 @@ sockaddr_un address_of(const std::string &path) {
   return address;
 }
 
-// A listener of another type than the probe is one, too.
+// Whether a process listens there; its socket may have another type than the probe.
 bool is_alive(const sockaddr_un &address) {
   const Descriptor probe(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
   return connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0 || errno == EAGAIN ||
@@ -55,7 +55,7 @@ Listener::~Listener() {
   (void)unlink(path_.c_str());
 }
 
-// Takes away a socket that an earlier launcher left.
+// Removes a socket that an earlier launcher left.
 bool Listener::make_way() const {
   struct stat status = {};
   if (lstat(path_.c_str(), &status) != 0) return true;
@@ -67,7 +67,7 @@ bool Listener::make_way() const {
     report(path_ + ": somebody else listens there");
     return false;
   }
-  (void)unlink(path_.c_str());  // shows in bind
+  (void)unlink(path_.c_str());  // a failure shows in bind
   return true;
 }
 

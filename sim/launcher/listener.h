@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// UNIX sockets at paths, on which clients and the shim come in.
+// UNIX sockets at paths, to which clients and the shim connect.
 #ifndef TARN_SIM_LAUNCHER_LISTENER_H
 #define TARN_SIM_LAUNCHER_LISTENER_H
 
@@ -19,8 +19,8 @@ class Listener {
  public:
   using Accept = std::function<void(Descriptor)>;
 
-  // Listens at the path; a socket that nobody listens on any more is replaced. Removed from there at the end. Says why
-  // when it cannot, and is_open() is false.
+  // Listens at the path, and removes the socket at the end. Replaces a socket on which nobody listens any more. On
+  // failure, reports the reason, and is_open() is false.
   Listener(Loop *loop, std::string path, int type, Accept accept);
   ~Listener();
   Listener(const Listener &) = delete;
@@ -37,7 +37,7 @@ class Listener {
   std::string path_;
   Accept accept_;
   Descriptor socket_;
-  Descriptor spare_;  // given up for a moment when there are no more descriptors, to turn a client away
+  Descriptor spare_;  // closed for a moment when there are no more descriptors, to accept a client and close it
 };
 
 // Whether the path fits into a socket's address.

@@ -23,7 +23,7 @@ void Loop::forget(int descriptor) {
 
 void Loop::run(int timeout_ms) {
   std::vector<pollfd> polled;
-  std::vector<std::shared_ptr<Watch>> watches;  // in a round they outlive being forgotten
+  std::vector<std::shared_ptr<Watch>> watches;  // keeps those alive that are forgotten in this round
   for (const auto &[descriptor, watch] : watches_) {
     polled.push_back({descriptor, watch->events, 0});
     watches.push_back(watch);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// tarn-sim: runs a gateway's daemon on a developer's machine, and plays the kernel.
+// tarn-sim: runs a gateway daemon on a developer's machine, and simulates the kernel.
 
 #include <cstdlib>
 #include <exception>
@@ -29,7 +29,7 @@ std::string in_front(const std::string &first, const char *variable, char separa
 std::vector<std::string> environment(const std::string &shim, const Root &root, const Collector &collector) {
   return {in_front(shim, "LD_PRELOAD", ':'), "TARN_SIM_ROOT=" + root.path(),
           "TARN_SIM_COLLECTOR_PORT=" + collector.shim_setting(),
-          // Preloaded, the shim comes before the address sanitizer's library, which a sanitized daemon would refuse.
+          // A sanitized daemon otherwise refuses a preloaded library before the address sanitizer's.
           in_front("verify_asan_link_order=0", "ASAN_OPTIONS", ':')};
 }
 
@@ -75,7 +75,7 @@ int run_script(const Options &options) {
 
 }  // namespace
 
-// Whatever the launcher, or a library of its, throws is reported here; the daemon has been killed by then.
+// Reports every exception of the launcher and its libraries; the daemon has been killed by then.
 int main(int argc, char **argv) {
   try {
     int status = 0;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The log modules of the simulated drivers, as the log device sets them.
+// The log modules of the simulated drivers. The log device changes their settings.
 #ifndef TARN_SIM_LAUNCHER_MODULES_H
 #define TARN_SIM_LAUNCHER_MODULES_H
 

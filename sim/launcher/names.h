@@ -20,11 +20,11 @@ class Names {
 
   std::uint32_t types() const { return types_; }
 
-  // Empty for a type without one.
+  // The name of a type; empty if it has none.
   std::string of(std::uint32_t type) const;
   std::optional<std::uint32_t> find(const std::string &name) const;
 
-  // A type's earlier name goes. False when another type has the name.
+  // Replaces a type's earlier name. False if another type has the name.
   bool set(std::uint32_t type, const std::string &name);
 
   // A letter, then letters, digits, '-' and '_'; 32 characters at most.

@@ -29,7 +29,7 @@ bool write_file(const char *path, const std::string &text) {
   return write(file.get(), text.data(), text.size()) == static_cast<ssize_t>(text.size());
 }
 
-// In the new user namespace this user and group are who they were.
+// Maps this user and group to themselves in the new user namespace.
 bool map_itself(uid_t user, gid_t group) {
   const auto line = [](unsigned id) { return std::to_string(id) + ' ' + std::to_string(id) + " 1\n"; };
   return write_file("/proc/self/uid_map", line(user)) && write_file("/proc/self/setgroups", "deny\n") &&
@@ -97,7 +97,7 @@ bool enter() { return unshare_network() && bring_up_loopback() && make_every_add
 }  // namespace
 
 bool enter_own_network() {
-  // A child tries first: from half-way in nothing leads back.
+  // A child tries first, because a half-finished change cannot be undone.
   const pid_t child = fork();
   if (child == 0) _exit(enter() ? 0 : 1);
   int status = 1;

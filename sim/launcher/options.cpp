@@ -72,7 +72,7 @@ void add_options(CLI::App *app, Options *options) {
   app->add_flag("--verbose", options->verbose);
 }
 
-// The exit status: a file on a full disk takes nothing.
+// Returns the exit status: output to a full disk fails.
 int print(const std::string &text) {
   errno = 0;
   if (fputs(text.c_str(), stdout) >= 0 && fflush(stdout) == 0) return 0;

@@ -26,7 +26,7 @@ struct Options {
   std::vector<std::string> daemon;
 };
 
-// Nothing when there is nothing to run: `*status` is what to end with.
+// Returns nothing when there is nothing to run; `*status` is then the exit status.
 std::optional<Options> parse_options(int argc, char **argv, int *status);
 
 }  // namespace tarn_sim

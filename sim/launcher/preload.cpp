@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 constexpr char kShim[] = "tarn-sim-shim.so";
 
-// It stands beside this program where both were built, and in the library folder where they were installed.
+// In a build, it is beside this program; in an installation, in the library folder.
 std::string find_shim() {
   std::error_code error;
   const fs::path here = fs::read_symlink("/proc/self/exe", error).parent_path();

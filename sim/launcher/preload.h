@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The shim, as LD_PRELOAD can name it.
+// The path of the shim for LD_PRELOAD.
 #ifndef TARN_SIM_LAUNCHER_PRELOAD_H
 #define TARN_SIM_LAUNCHER_PRELOAD_H
 
@@ -11,8 +11,8 @@ namespace tarn_sim {
 
 class Preload {
  public:
-  // Finds the shim. The loader takes blanks and colons for the end of a path: where the path has some, a link in a new
-  // folder of /tmp stands for it. Says why when it cannot, and is_ready() is false.
+  // Finds the shim. For the loader, a blank or a colon ends a path: if the path has one, a link in a new folder of /tmp
+  // replaces it. On failure, reports the reason, and is_ready() is false.
   Preload();
   ~Preload();
   Preload(const Preload &) = delete;

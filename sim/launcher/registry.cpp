@@ -48,10 +48,10 @@ int transmit(std::uint16_t device, std::uint32_t type, void *data, std::uint32_t
 
 void report_suppressed(std::uint64_t type) { report_detail("event " + label_of(type) + ": suppression begins"); }
 
-// On the timer thread, or for a set configuration.
+// Called on the timer thread, or when the configuration is set.
 void report_released(std::uint64_t type) { report_detail("event " + label_of(type) + ": released"); }
 
-// Whether the message's type may be used: the registry takes some types signed, and a negative one unchecked.
+// Whether the message's type may be used: some functions of the registry do not check a negative type.
 bool is_sound(const mu_event_msg_t &message) {
   if (message.op > MU_EVENT_OP_DUMP) return false;
   const bool has_type = message.op != MU_EVENT_OP_COUNTER_CLEAR_ALL && message.op != MU_EVENT_OP_DUMP;
@@ -82,7 +82,7 @@ bool start_registry(const Names &names, Channel *channel) {
   const std::uint32_t types = names.types();
   if (mu_event_init(static_cast<int>(types), transmit, nullptr) != 0) return false;
   for (std::uint32_t type = 0; type < types; type++) {
-    mu_list_destory(glb_evt.events[type].cb_list);  // attaching would lose it; nobody subscribes here
+    mu_list_destory(glb_evt.events[type].cb_list);  // attaching would leak it; there are no subscribers here
     (void)mu_event_suprs_attach(static_cast<int>(type), report_released, report_suppressed, type);  // in range
   }
   return true;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The driver's own registry of events: the library's, in this process. Its send hook puts the datagrams on the channel.
+// The driver's registry of events: the library's registry in this process. Its send hook sends the datagrams.
 #ifndef TARN_SIM_LAUNCHER_REGISTRY_H
 #define TARN_SIM_LAUNCHER_REGISTRY_H
 
@@ -16,8 +16,8 @@
 
 namespace tarn_sim {
 
-// Starts it, with as many types as there are names for; it has a thread from here on. One a process; the names and the
-// channel outlive it. False without memory.
+// Starts it, with the number of types in `names`; from here on it has a thread. Once per process. The names and the
+// channel must outlive it. False if memory runs out.
 bool start_registry(const Names &names, Channel *channel);
 
 // One occurrence of an event; suppressed or sent.

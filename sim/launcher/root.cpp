@@ -49,7 +49,7 @@ bool Root::make(const std::string &path) {
   return !error;
 }
 
-// The lock is on the folder itself and goes with the process.
+// The lock is on the folder itself, and ends with the process.
 bool Root::take() {
   if (!fits_socket_address(below(kLogDevice))) {
     report(path_ + ": too long for the addresses of sockets below it: at most " +

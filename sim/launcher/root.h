@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The folder whose files and sockets stand for the gateway's.
+// The folder whose files and sockets replace those of the gateway.
 #ifndef TARN_SIM_LAUNCHER_ROOT_H
 #define TARN_SIM_LAUNCHER_ROOT_H
 
@@ -13,8 +13,8 @@ namespace tarn_sim {
 
 class Root {
  public:
-  // Takes the folder, which is made if it is not there, for this launcher only; with an empty path a new one in /tmp,
-  // which is removed at the end. Says why when it cannot, and is_ready() is false.
+  // Creates the folder if it does not exist, and locks it for this launcher. With an empty path, creates a new one in
+  // /tmp, which is removed at the end. On failure, reports the reason, and is_ready() is false.
   explicit Root(const std::string &path);
   ~Root();
   Root(const Root &) = delete;

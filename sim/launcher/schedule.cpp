@@ -11,7 +11,7 @@ Schedule::Schedule(std::vector<Line> lines, std::uint64_t now) : lines_(std::mov
 
 void Schedule::add(const Line &line, std::uint64_t now) { insert(line, now + line.ticks); }
 
-// Gives the lines up to the next `await` their times.
+// Computes the times of the lines up to the next `await`.
 void Schedule::begin_lines(std::uint64_t start) {
   std::uint64_t due = start;
   for (; next_line_ < lines_.size() && lines_[next_line_].awaited == Awaited::kNothing; next_line_++) {
@@ -34,7 +34,7 @@ void Schedule::place(Active active) {
   active_.insert(next, std::move(active));
 }
 
-// An `await` has come when the line before it is due.
+// An `await` is reached when the line before it is due.
 void Schedule::end_await(std::uint64_t now, const Readiness &ready) {
   while (next_line_ < lines_.size() && now >= await_from_) {
     awaits_ = !(lines_[next_line_].awaited == Awaited::kChannel ? ready.channel : ready.settings);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// When the commands of scripts are due. It knows no clock: whoever asks says what the time is.
+// When the commands of scripts are due. It reads no clock: callers pass the time.
 #ifndef TARN_SIM_LAUNCHER_SCHEDULE_H
 #define TARN_SIM_LAUNCHER_SCHEDULE_H
 
@@ -15,7 +15,7 @@
 
 namespace tarn_sim {
 
-// What a script may wait for, as it is now.
+// Whether what a script may wait for has happened.
 struct Readiness {
   bool channel = false;
   bool settings = false;
@@ -29,11 +29,11 @@ class Schedule {
   // Adds a line that counts from `now`.
   void add(const Line &line, std::uint64_t now);
 
-  // At most `most` of the commands that are due, in the order of their times, and of the lines where those are equal.
-  // What was missed is made up for. An `await` that has come is over when `ready` says so.
+  // Returns at most `most` of the commands that are due, including those that were missed: in the order of their times;
+  // with equal times, of their lines. An `await` that is reached ends if `ready` says so.
   std::vector<Command> take(std::uint64_t now, const Readiness &ready, std::size_t most);
 
-  // When the next command is due, which may be past; nothing when there is none, or when it depends on an `await`.
+  // When the next command is due; it may be in the past. Nothing if there is none, or if it depends on an `await`.
   std::optional<std::uint64_t> next() const {
     return active_.empty() ? std::nullopt : std::optional(active_.front().due);
   }
@@ -41,15 +41,15 @@ class Schedule {
   // What the script waits for, as of the last take.
   Awaited awaited() const { return awaits_ ? lines_[next_line_].awaited : Awaited::kNothing; }
 
-  // Lines that are not done, and commands that were taken.
+  // The number of lines that still have commands, and of commands that were taken.
   std::size_t pending() const { return lines_.size() - next_line_ + active_.size(); }
   std::uint64_t done() const { return done_; }
 
  private:
   struct Active {
     std::uint64_t due;
-    std::uint64_t number;  // of the line, in the order in which they came
-    std::uint64_t left;    // 0: without an end
+    std::uint64_t number;  // of the line, in order of arrival
+    std::uint64_t left;    // 0: no end
     std::uint64_t period;
     Command command;
   };
@@ -60,11 +60,11 @@ class Schedule {
   void end_await(std::uint64_t now, const Readiness &ready);
   Command take_first();
 
-  std::vector<Line> lines_;  // of the script; those after an `await` begin when it is over
+  std::vector<Line> lines_;  // of the script; those after an `await` begin when it ends
   std::size_t next_line_ = 0;
-  std::uint64_t await_from_ = 0;  // when the line before the `await` that is next is due
-  bool awaits_ = false;           // that time has come
-  std::list<Active> active_;      // by their times, then by their numbers
+  std::uint64_t await_from_ = 0;  // when the line before the next `await` is due
+  bool awaits_ = false;           // whether that time has come
+  std::list<Active> active_;      // ordered by time, then by number
   std::uint64_t inserted_ = 0;
   std::uint64_t done_ = 0;
 };

@@ -32,7 +32,7 @@ std::uint64_t value_of(std::string_view digits) {
   return value;
 }
 
-// The "5" of "1.5s": half a second. Nothing when it is not a whole number of us.
+// The value of the "5" in "1.5s": half a second. Nothing if it is not a whole number of us.
 std::optional<std::uint64_t> fraction_us(std::string_view digits, std::uint64_t unit_us) {
   const std::size_t last = digits.find_last_not_of('0');
   digits = digits.substr(0, last == std::string_view::npos ? 0 : last + 1);

@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Scripts: lines, each a command and when it is due.
+// Scripts: each line is a command and its time.
 //
-// A line says when: `at TIME` from the start or from the last `await`; `after TIME` from when the line before
-// is due; without a word when the line before is. `every TIME` repeats: its first command is due when the line before
-// is, and the lines after it count from there. All times are in ticks of 10 ms.
+// `at TIME` counts from the start or from the last `await`, `after TIME` from when the line before is due. A line
+// without a time is due with the line before it. `every TIME` repeats: its first command is due with the line before
+// it, and the next line counts from there. All times are in ticks of 10 ms.
 #ifndef TARN_SIM_LAUNCHER_SCRIPT_H
 #define TARN_SIM_LAUNCHER_SCRIPT_H
 
@@ -30,22 +30,22 @@ enum class Awaited : std::uint8_t {
 
 struct Line {
   enum class When : std::uint8_t { kAt, kAfter };
-  Awaited awaited = Awaited::kNothing;  // anything else: nothing more counts
+  Awaited awaited = Awaited::kNothing;  // for other values the other members have no meaning
   When when = When::kAfter;
   std::uint64_t ticks = 0;
   std::uint64_t period = 0;  // ticks between two repetitions; 0: all at once
-  std::uint64_t times = 1;   // 0: without an end
+  std::uint64_t times = 1;   // 0: no end
   Command command;
 };
 
-// Reads one line. No line, and no fault, for a blank one; then `*is_blank` is set.
+// Reads one line. For a blank one, returns nothing, reports no fault and sets `*is_blank`.
 std::optional<Line> parse_line(std::string_view text, Names *names, bool *is_blank, Fault *fault);
 
-// Reads a time such as "250ms", "1.5s" or "2m", in ticks. The reason when it is none, or no multiple of 10 ms.
+// Reads a time such as "250ms", "1.5s" or "2m", in ticks. `*reason` says why if it is not a multiple of 10 ms.
 std::optional<std::uint64_t> parse_time(const std::string &text, std::string *reason);
 
-// The lines of a file. Every fault is added to `faults`: "FILE:LINE:COLUMN: REASON", without line and column when the
-// file cannot be read.
+// Reads the lines of a file. Adds every fault to `faults`: "FILE:LINE:COLUMN: REASON", or "FILE: REASON" if the file
+// cannot be read.
 std::vector<Line> read_script(const std::string &path, Names *names, std::vector<std::string> *faults);
 
 }  // namespace tarn_sim

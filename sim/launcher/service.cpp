@@ -14,8 +14,7 @@ namespace {
 
 constexpr std::size_t kLongestMessage = sizeof(Request) + kPlatformArgument;
 
-// Every descriptor that came is this process's now, also those that are not wanted: the first one, and the others
-// closed.
+// Returns the first descriptor that was passed, and closes the others: all of them belong to this process now.
 Descriptor passed_in(msghdr *message) {
   Descriptor first;
   for (cmsghdr *control = CMSG_FIRSTHDR(message); control != nullptr; control = CMSG_NXTHDR(message, control)) {
@@ -57,7 +56,7 @@ void respond(const Descriptor &connection, const Response &response) {
   std::string bytes(sizeof response.reply, '\0');
   memcpy(bytes.data(), &response.reply, sizeof response.reply);
   bytes += response.argument;
-  // Who does not take it has gone.
+  // If this fails, the client has gone.
   (void)send(connection.get(), bytes.data(), bytes.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
 }
 

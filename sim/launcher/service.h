@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A device of the simulated kernel, as the shim reaches it: requests that are answered. See sim/wire.h.
+// A device of the simulated kernel: receives the shim's requests and answers them. See sim/wire.h.
 #ifndef TARN_SIM_LAUNCHER_SERVICE_H
 #define TARN_SIM_LAUNCHER_SERVICE_H
 
@@ -18,18 +18,18 @@ namespace tarn_sim {
 struct Message {
   Request request;
   std::string argument;
-  Descriptor passed;  // where one came
+  Descriptor passed;  // if one was passed
 };
 
 struct Response {
   Reply reply = {0, 0};
   std::string argument = {};
-  std::function<void(Descriptor)> take = {};  // is given the connection, after the reply
+  std::function<void(Descriptor)> take = {};  // gets the connection after the reply
 };
 
 Response refuse(int error);
 
-// Receives one message, waiting for none. Nothing when none is there, or the connection ended (`*is_over`).
+// Receives one message without waiting. Returns nothing if there is none, or the connection has ended (`*is_over`).
 std::optional<Message> receive(const Descriptor &connection, bool *is_over);
 void respond(const Descriptor &connection, const Response &response);
 

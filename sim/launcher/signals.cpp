@@ -27,7 +27,7 @@ Signals::Signals(Loop *loop, std::uint64_t grace_ticks) : loop_(loop), grace_tic
   for (const int number : {SIGINT, SIGTERM, SIGHUP}) {
     if (!is_ignored(number)) (void)sigaddset(&held, number);
   }
-  (void)std::signal(SIGCHLD, SIG_DFL);  // ignored, nobody would hear of the daemon's end
+  (void)std::signal(SIGCHLD, SIG_DFL);  // if it were ignored, the daemon's end would not be seen
   (void)std::signal(SIGPIPE, SIG_IGN);
   (void)sigaddset(&held, SIGCHLD);
   (void)sigprocmask(SIG_BLOCK, &held, &before_);
@@ -48,11 +48,11 @@ void Signals::receive() {
   }
 }
 
-// A terminal's signal has reached the whole foreground group.
+// A signal of the terminal reaches the whole foreground group, so it is not passed on within the group.
 void Signals::pass(int number, bool from_terminal) {
   const std::uint64_t now = mu_current_tick();
   if (first_tick_ && now - *first_tick_ < grace_ticks_) {
-    // timeout(1) sends its signal to its child, and then to the group.
+    // timeout(1) sends its signal twice: to its child, and then to the group.
     return report_detail("a signal within the grace time: the daemon has had one");
   }
   if (first_tick_) {

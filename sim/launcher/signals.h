@@ -16,17 +16,17 @@ namespace tarn_sim {
 
 class Signals {
  public:
-  // Holds them from here on, in all threads to come; those that are ignored (nohup) stay so.
-  // A signal counts as impatience when it comes later than `grace_ticks` after the first.
+  // Blocks the signals from here on, also in all later threads; signals that are ignored (nohup) stay ignored.
+  // A signal that comes later than `grace_ticks` after the first kills the daemon.
   Signals(Loop *loop, std::uint64_t grace_ticks);
   ~Signals();
   Signals(const Signals &) = delete;
   Signals &operator=(const Signals &) = delete;
 
-  // What was held before: the daemon's own.
+  // The signals that were blocked before: the daemon gets this mask.
   const sigset_t &before() const { return before_; }
 
-  // Whether the user has asked for the end.
+  // Whether a signal to end has come.
   bool has_come() const { return first_tick_.has_value(); }
 
   void pass_to(Daemon *daemon) { daemon_ = daemon; }

@@ -16,7 +16,7 @@ namespace tarn_sim {
 
 namespace {
 
-// Between two looks at the descriptors: a script of a million commands at once does not shut the daemon out.
+// Commands between two looks at the descriptors: with a million commands at once, the daemon is still served.
 constexpr std::size_t kMostInARound = 64;
 
 }  // namespace

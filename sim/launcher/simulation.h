@@ -18,7 +18,7 @@
 
 namespace tarn_sim {
 
-// What there is to know of it.
+// The state of a simulation.
 struct State {
   State(Loop *loop, const Root &root, Names *event_names);
 
@@ -28,10 +28,10 @@ struct State {
   Channel channel;
   Collector collector;
   Names *names;
-  Daemon *daemon = nullptr;  // these two are there from the start on
+  Daemon *daemon = nullptr;  // this and the next are set by start()
   std::optional<Schedule> schedule;
   std::uint64_t start = 0;          // ticks
-  std::uint64_t commands_done = 0;  // those that the schedule did not give
+  std::uint64_t commands_done = 0;  // those that did not come from the schedule
 };
 
 class Simulation {
@@ -45,13 +45,13 @@ class Simulation {
   // Times count from now.
   void start(Daemon *daemon, const std::vector<Line> &script);
 
-  // Does what is due. Returns for how long nothing is: ms, -1 without an end.
+  // Runs the commands that are due. Returns the ms until the next one is due; -1 if there is none.
   int run_due();
 
-  // The daemon has ended: says what was waited for in vain.
+  // Reports what was waited for in vain. For when the daemon has ended.
   void report_last_hints();
 
-  // Does what a line says: at once a command that is to be done once and now, else when it is due.
+  // Runs a line's command: at once if it has no time and runs once, otherwise when it is due.
   void take(const Line &line);
 
  private:

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A line of a script, taken apart into words.
+// Splits a line of a script into words.
 #ifndef TARN_SIM_LAUNCHER_WORDS_H
 #define TARN_SIM_LAUNCHER_WORDS_H
 
@@ -20,12 +20,12 @@ struct Fault {
 };
 
 struct Word {
-  std::string text;  // of a quoted one without its quotes, and with its escapes done
+  std::string text;  // without the quotes, and with the escapes replaced
   std::size_t column;
   bool is_quoted;
 };
 
-// Blanks separate words, '#' begins a comment. Nothing when the line is faulty.
+// Blanks separate words, '#' begins a comment. Returns nothing if the line is faulty.
 std::optional<std::vector<Word>> split(std::string_view line, Fault *fault);
 
 }  // namespace tarn_sim

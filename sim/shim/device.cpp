@@ -16,7 +16,7 @@ namespace tarn_sim {
 
 namespace {
 
-// Makes the descriptor what the flags of open ask for.
+// Applies the flags of open to the descriptor.
 void apply(int file, int flags) {
   wait_for_ever(file);
   if ((flags & O_NONBLOCK) != 0) (void)fcntl(file, F_SETFL, O_NONBLOCK);
@@ -39,14 +39,14 @@ const char *device_of(int file) {
   return nullptr;
 }
 
-// A header that states more than the device takes is sent without an argument, to be refused.
+// If the header states more than the device accepts, only the header is sent, and the launcher refuses it.
 size_t platform_argument_size(const void *argument) {
   uint16_t length = 0;
   memcpy(&length, static_cast<const char *>(argument) + kPlatformLengthAt, sizeof length);
   return kPlatformHeader + (length <= kPlatformPayload ? length : 0);
 }
 
-// How much of the caller's memory belongs to the request; nothing for one that the device does not know.
+// How many bytes of the caller's memory belong to the request; 0 if the device does not know the request.
 size_t argument_size(const char *device, unsigned long request, const void *argument) {
   if (device == kLogDevice) return request == kSetLevel ? kLogArgument : 0;
   return request == kConfigureEvents || request == kSetDestination ? platform_argument_size(argument) : 0;

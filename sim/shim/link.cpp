@@ -18,7 +18,7 @@ namespace tarn_sim {
 
 namespace {
 
-// A launcher answers at once; one that was stopped must not stop the daemon for good.
+// A launcher answers at once. If it was stopped, the daemon must not wait for ever.
 constexpr timeval kPatience = {30, 0};
 
 constinit std::atomic<bool> g_said_gone{false};
@@ -28,7 +28,7 @@ void set_waits(int sock, const timeval &end) {
   (void)setsockopt(sock, SOL_SOCKET, SO_SNDTIMEO, &end, sizeof end);
 }
 
-// Puts a descriptor beside the message.
+// Attaches a descriptor to the message.
 void attach(msghdr *message, char *room, size_t size, int descriptor) {
   memset(room, 0, size);
   message->msg_control = room;

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The shim's way to the launcher. Keeps no state: each call finds its way by names. Only system calls, no lock and no
-// heap, so that it serves threads, children of a fork and signal handlers alike.
+// The shim's connection to the launcher. Keeps no state: each call finds the launcher by a path. It makes only system
+// calls and uses no lock and no heap, so it works in threads, in children of a fork and in signal handlers.
 #ifndef TARN_SIM_LINK_H
 #define TARN_SIM_LINK_H
 
@@ -14,37 +14,38 @@
 
 namespace tarn_sim {
 
-// Fills in the stand-in of a gateway's path below TARN_SIM_ROOT. False without a root, or when it does not fit.
+// Fills in the address of the socket below TARN_SIM_ROOT for a gateway's path. False without a root, or if the path is
+// too long.
 bool stand_in(const char *path, sockaddr_un *address);
 
-// Whether a socket stands there.
+// Whether the path is a socket.
 bool is_socket(const char *path);
 
-// Returns a socket of the type that is connected to a launcher, closed on exec, whose waits end after a while; -1 when
-// no launcher listens.
+// Returns a socket of the type that is connected to a launcher; -1 if no launcher listens. It is closed on exec, and
+// its waits have a time limit.
 int connect_to(const sockaddr_un &address, int type);
 
-// The waits of the socket no longer end.
+// Removes the time limit of the socket's waits.
 void wait_for_ever(int sock);
 
 struct Argument {
-  void *data;  // the answer takes the place
+  void *data;  // the answer overwrites it
   size_t size;
 };
 
-// Sends the request, with the descriptor `passed` unless that is -1. False when nobody takes it.
+// Sends the request, with the descriptor `passed` unless that is -1. False if it cannot be sent.
 bool ask(int sock, const Request &request, const Argument &argument, int passed = -1);
 
 // Waits for the answer. False when none comes.
 bool answer(int sock, Reply *reply, const Argument &argument);
 
-// The reply's result, with its errno set.
+// Returns the reply's result, and sets errno if it is a failure.
 int result_of(const Reply &reply);
 
 // Says once that the launcher is gone, and sets errno. Returns -1.
 int fail_without_kernel(int error);
 
-// Says a line on standard error, unless `said` is set, and sets it. errno stays.
+// Prints a line to standard error unless `said` is set, and sets `said`. Does not change errno.
 void say_once(std::atomic<bool> *said, const char *line);
 
 }  // namespace tarn_sim

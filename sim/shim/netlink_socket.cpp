@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The program's end of a pair of sockets stands for the netlink socket, the launcher holds the other. The end is known
-// by its own name, so there is no table of descriptors that dup, fork and close would have to keep right.
+// A pair of sockets replaces the netlink socket: the program has one end, the launcher the other. The shim recognises
+// the program's end by its name, so it needs no table of descriptors, which dup, fork and close would have to update.
 
 #include "netlink_socket.h"
 
@@ -22,7 +22,7 @@ namespace tarn_sim {
 
 namespace {
 
-constexpr int kTypeMask = 0xF;  // of socket's type; flags stand above it
+constexpr int kTypeMask = 0xF;  // of socket's type; the bits above it are flags
 constexpr size_t kNetlinkAddress = 12;
 
 int next_bind(int sock, const sockaddr *address, socklen_t size) {
@@ -30,7 +30,7 @@ int next_bind(int sock, const sockaddr *address, socklen_t size) {
   return NEXT(bind, Bind)(sock, address, size);
 }
 
-// Gives the end its name, which is unique as the number of its inode is.
+// Names the end by the number of its inode, which is unique.
 bool name_channel(int sock) {
   struct stat status;
   if (fstat(sock, &status) != 0) return false;
@@ -42,7 +42,7 @@ bool name_channel(int sock) {
   return next_bind(sock, reinterpret_cast<const sockaddr *>(&name), size) == 0;
 }
 
-// Hands the launcher its end. False without a launcher.
+// Passes the launcher its end. False without a launcher.
 bool hand_over(int end, Reply *reply) {
   sockaddr_un address = {};
   const int connection = stand_in(kNetlinkStandIn, &address) ? connect_to(address, SOCK_SEQPACKET) : -1;
@@ -52,7 +52,7 @@ bool hand_over(int end, Reply *reply) {
   return is_answered;
 }
 
-// Whether nothing more can come: neither a datagram, nor a launcher to send one.
+// Whether nothing more can arrive: there is no datagram, and no launcher that could send one.
 bool is_dead(int sock) {
   char byte;
   const ssize_t peeked = recv(sock, &byte, 1, MSG_PEEK | MSG_DONTWAIT);
@@ -63,7 +63,7 @@ bool is_dead(int sock) {
 
 bool is_channel_wanted(int domain, int type, int protocol) {
   if (domain != AF_NETLINK || protocol != kEventProtocol) return false;
-  if ((type & kTypeMask) != SOCK_RAW && (type & kTypeMask) != SOCK_DGRAM) return false;  // one and the same for netlink
+  if ((type & kTypeMask) != SOCK_RAW && (type & kTypeMask) != SOCK_DGRAM) return false;  // the same for netlink
   sockaddr_un address = {};
   return stand_in(kNetlinkStandIn, &address) && is_socket(address.sun_path);
 }
@@ -102,7 +102,7 @@ int bind_channel(int sock, const sockaddr *address, socklen_t size) {
   const size_t length = std::min<size_t>(size, sizeof bytes);
   memcpy(bytes, address, length);
   const bool is_sent = ask(sock, {kBind, size}, {bytes, length}, ends[1]);
-  (void)close(ends[1]);  // so that a launcher that ends is seen
+  (void)close(ends[1]);  // otherwise the end of the launcher would not be seen
   Reply reply = {};
   const bool is_answered = is_sent && answer(ends[0], &reply, {});
   (void)close(ends[0]);
@@ -112,7 +112,7 @@ int bind_channel(int sock, const sockaddr *address, socklen_t size) {
 int take_out_dead_channels(int count, fd_set *read) {
   const int before = errno;
   int dead = 0;
-  // Not by FD_ISSET and FD_CLR, which stop at FD_SETSIZE.
+  // FD_ISSET and FD_CLR are limited to FD_SETSIZE, so they are not used.
   for (int fd = 0; fd < count; fd++) {
     auto &word = reinterpret_cast<fd_mask *>(read)[fd / NFDBITS];
     const auto bit = static_cast<fd_mask>(1UL << (fd % NFDBITS));

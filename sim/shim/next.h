@@ -21,7 +21,7 @@ Function next(Function *cache, const char *name) {
 
 }  // namespace tarn_sim
 
-// Only libc's own signature can be named here: the shim's function carries the same name.
+// `signature` is passed as a type: in this code the name means the shim's own function.
 #define NEXT(name, signature)                        \
   [] {                                               \
     static signature cache;                          \

@@ -17,7 +17,7 @@ namespace {
 
 constexpr const char *kTree = "/overlay";
 constexpr const char *kDevices[] = {kKernelMessages, kLogDevice, kPlatformDevice};
-// Does not exist, and nobody can make it.
+// Does not exist and cannot be created.
 constexpr const char *kNoRoot = "/proc/self/TARN_SIM_ROOT-is-not-set";
 
 bool is_in_tree(const char *path) {

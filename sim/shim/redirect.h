@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Where the gateway's own paths and port lead on a developer's machine. See shim.h.
+// Redirects a gateway's paths and port on a developer's machine. See shim.h.
 #ifndef TARN_SIM_REDIRECT_H
 #define TARN_SIM_REDIRECT_H
 
@@ -10,13 +10,13 @@
 
 namespace tarn_sim {
 
-// A path as libc shall see it: the caller's, or one below TARN_SIM_ROOT.
+// The path that libc gets: the caller's, or one below TARN_SIM_ROOT.
 class RedirectedPath {
  public:
   explicit RedirectedPath(const char *path);
   const char *c_str() const { return path_; }
 
-  // Whether the path is that of a device or of the kernel's messages, and a socket of a launcher stands for it.
+  // Whether the path is that of a device or of the kernel's messages, and a launcher has a socket for it.
   bool is_simulated() const;
 
  private:
@@ -28,10 +28,10 @@ class RedirectedPath {
 // Whether `address` is the collector's port of an IPv4 address.
 bool is_collector(const sockaddr *address, socklen_t size);
 
-// Whether that port of every address leads to the collector, and is left as it is.
+// Whether that port of every address leads to the collector, so that nothing is redirected.
 bool collector_is_there();
 
-// The port that takes its place, or 0 when none is set.
+// The port that replaces it, or 0 if none is set.
 in_port_t collector_port();
 
 // Port `port` of the loopback interface.

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// libc's names, each handed to `calls`, and the calls as they are redirected. Built without FORTIFY, whose headers
-// define some of these names themselves.
+// Functions with libc's names, which call `calls`, and the redirecting functions. Built without FORTIFY, because its
+// headers define some of these names themselves.
 
 #include "shim.h"
 
@@ -86,8 +86,8 @@ int redirected_ioctl(int file, unsigned long request, void *argument) {
   return NEXT(ioctl, Ioctl)(file, request, argument);
 }
 
-// A channel whose launcher is gone could always be read, which would have its reader spin. Those that the set still
-// holds are waited for; when one dies meanwhile, it is as if a signal had come.
+// A channel whose launcher has gone would always be readable, and its reader would spin. Therefore it is removed from
+// the set. If a launcher dies during the wait, the result is that of a signal: EINTR.
 int redirected_select(int count, fd_set *read, fd_set *write, fd_set *except, timeval *timeout) {
   using Select = int (*)(int, fd_set *, fd_set *, fd_set *, timeval *);
   if (read != nullptr) (void)tarn_sim::take_out_dead_channels(count, read);
@@ -105,7 +105,7 @@ bool is_datagram_socket(int sock) {
   return getsockopt(sock, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == SOCK_DGRAM;
 }
 
-// Whether the address is port 514, which another one stands for.
+// Whether the address is port 514, and another port replaces it.
 bool goes_to_stand_in(int sock, const sockaddr *address, socklen_t size) {
   return tarn_sim::is_collector(address, size) && !tarn_sim::collector_is_there() && is_datagram_socket(sock);
 }
@@ -124,7 +124,7 @@ ssize_t redirected_sendto(int sock, const void *data, size_t size, int flags, co
   const Sendto send_next = NEXT(sendto, Sendto);
   if (!goes_to_stand_in(sock, to, to_size)) return send_next(sock, data, size, flags, to, to_size);
   const in_port_t port = tarn_sim::collector_port();
-  if (port == 0) return static_cast<ssize_t>(size);  // no collector: swallowed, as a network would
+  if (port == 0) return static_cast<ssize_t>(size);  // no collector: dropped, as by a network
   const sockaddr_in stand_in = tarn_sim::loopback(port);
   return send_next(sock, data, size, flags, reinterpret_cast<const sockaddr *>(&stand_in), sizeof stand_in);
 }
@@ -200,12 +200,12 @@ ssize_t sendto(int sock, const void *data, size_t size, int flags, const sockadd
   return calls.sendto(sock, data, size, flags, to, to_size);
 }
 
-// These three a program that links the shim may define itself, and go on to `calls`.
+// A program that links the shim may define these three itself, and call `calls`.
 
 [[gnu::weak]] int ioctl(int file, unsigned long request, ...) noexcept {
   va_list args;
   va_start(args, request);
-  void *argument = va_arg(args, void *);  // a request without one leaves whatever is there, as libc does
+  void *argument = va_arg(args, void *);  // for a request without an argument any value, as in libc
   va_end(args);
   return calls.ioctl(file, request, argument);
 }

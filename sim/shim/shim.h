@@ -3,8 +3,7 @@
 
 // The desktop shim: redirects the files, devices and the port that belong to a gateway, and no other call.
 //
-// It stands between a program and libc as a preloaded library (tarn-sim-shim.so), or linked into a program, as the
-// tests do. What it redirects:
+// It is a preloaded library (tarn-sim-shim.so), or is linked into a program, as in the tests. It redirects:
 //
 //   /overlay and all below it           to the same path below TARN_SIM_ROOT
 //   /proc/kmsg                          "
@@ -14,21 +13,21 @@
 //   a UDP socket bound to port 514      to the same, so that a collector needs no privilege
 //
 // Both names are environment variables, read at each call. Without TARN_SIM_ROOT the paths do not exist; without
-// TARN_SIM_COLLECTOR_PORT the datagrams are swallowed: the machine's own files and port are never touched. With the
-// value "as-it-is" for the port datagrams are left as they are, for a network namespace whose port 514 is the
+// TARN_SIM_COLLECTOR_PORT the datagrams are dropped: the machine's own files and port are never touched. If the port
+// has the value "as-it-is", datagrams are not redirected; this is for a network namespace whose port 514 is the
 // collector's.
 //
-// Where a launcher plays the kernel (tarn-sim), and has put its sockets below TARN_SIM_ROOT:
+// If a launcher (tarn-sim) simulates the kernel, and has its sockets below TARN_SIM_ROOT:
 //
 //   opening one of the three files      connects to the launcher
-//   an ioctl on such a descriptor       is the launcher's to answer
-//   a netlink socket of protocol 19     is one end of a pair, the other is the launcher's
-//   its bind                            is the launcher's to answer
-//   select                              leaves such sockets out once the launcher is gone
+//   an ioctl on such a descriptor       is answered by the launcher
+//   a netlink socket of protocol 19     is one end of a pair; the launcher has the other
+//   its bind                            is answered by the launcher
+//   select                              ignores such sockets when the launcher has gone
 //
-// And without any of it:
+// In all cases:
 //
-//   pthread_create                      gives a thread ordinary scheduling where real-time scheduling is refused
+//   pthread_create                      creates a thread with ordinary scheduling if real-time scheduling is refused
 #ifndef TARN_SIM_SHIM_H
 #define TARN_SIM_SHIM_H
 
@@ -41,8 +40,8 @@
 
 namespace tarn_sim {
 
-// The calls that the shim takes over. A program that has the shim linked in may put its own functions here, to make a
-// call fail or to see its arguments; the first values do the redirection.
+// The calls that the shim replaces. A program into which the shim is linked may set its own functions here, to make a
+// call fail or to see its arguments. The initial functions do the redirection.
 struct Calls {
   int (*open)(const char *path, int flags, mode_t mode);
   int (*openat)(int folder, const char *path, int flags, mode_t mode);

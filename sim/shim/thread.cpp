@@ -31,8 +31,8 @@ int create_thread(pthread_t *thread, const pthread_attr_t *attributes, void *(*e
   const int result = create(thread, attributes, entry, arg);
   if (result != EPERM || !asks_for_real_time(attributes)) return result;
   say_once(&g_said_ordinary, "tarn-sim: no right to real-time scheduling: such threads run with ordinary scheduling\n");
-  // A plain copy keeps whatever else was set, as a stack of the caller's or a set of processors. It is never destroyed:
-  // what it points to is the caller's.
+  // A plain copy keeps all other attributes, such as the caller's stack or a set of processors. It is not destroyed,
+  // because the memory that it points to is the caller's.
   pthread_attr_t ordinary = *attributes;
   (void)pthread_attr_setinheritsched(&ordinary, PTHREAD_INHERIT_SCHED);
   return create(thread, &ordinary, entry, arg);

@@ -9,8 +9,8 @@
 
 namespace tarn_sim {
 
-// As pthread_create(3). A thread whose attributes ask for SCHED_RR or SCHED_FIFO and that is refused for it is created
-// with the creator's scheduling, and all else that the attributes say; this is said once.
+// As pthread_create(3). If a thread is refused because its attributes ask for SCHED_RR or SCHED_FIFO, it is created
+// with the creator's scheduling and its other attributes; a message says so once.
 int create_thread(pthread_t *thread, const pthread_attr_t *attributes, void *(*entry)(void *), void *arg);
 
 }  // namespace tarn_sim
