@@ -4,8 +4,8 @@
 // Built on CLI11, which only this file includes: it takes longer to compile than a whole tool.
 //
 // CLI11 gives some words a meaning of its own: "[a,b]" is a list, "{}" an empty one, "++" the end of a command, and the
-// value of "--name=" is the next word. Here a word is only what it says: such words are disguised before CLI11 reads
-// them, and "--name=" is split into the name and an empty word.
+// value of "--name=" is the next word. In the tools a word has no such meaning: these words are disguised before CLI11
+// reads them, and "--name=" is split into the name and an empty word.
 
 #include "command_line.h"
 

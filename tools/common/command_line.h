@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line of a tool: its commands, options and arguments, and where their words go.
+// The command line of a tool: its commands, options and arguments, and the functions that store their words.
 #ifndef TARN_TOOLS_COMMON_COMMAND_LINE_H
 #define TARN_TOOLS_COMMON_COMMAND_LINE_H
 
@@ -15,9 +15,9 @@ class App;
 
 namespace tarn_tools {
 
-// Takes a word, and throws a UsageError where it does not fit.
+// Stores a word; throws a UsageError if it is not valid.
 using Take = std::function<void(const std::string &word)>;
-// Stores it as it is written.
+// Stores the word unchanged.
 Take into(std::string *text);
 
 // The options and arguments of a command, or those of the whole program. `names` are as "-n,--lines".
@@ -50,13 +50,13 @@ class CommandLine {
 
   // The options and arguments that belong to no command.
   Command program();
-  // A program with commands needs one. `chosen` is called for it after its words were taken.
+  // A program with commands requires one. `chosen` is called for it after its words have been stored.
   Command command(const std::string &name, const std::string &help, const std::function<void()> &chosen);
-  // What --help prints in place of a text that is made of the parts' own; it has to stay.
+  // The text of --help; it must outlive this object. Without it the text is made from the texts of the parts.
   void set_help(const char *help);
   void set_footer(const std::string &footer);
 
-  // False when the help or the version was asked for and is printed. Throws a UsageError.
+  // False if the help or the version was requested and has been printed. Throws a UsageError.
   bool parse(int argc, const char *const *argv);
 
  private:

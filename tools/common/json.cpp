@@ -80,7 +80,7 @@ class Builder {
   }
 
   const std::string &problem() const { return problem_; }
-  // Where the text is wrong; not known where what it says is.
+  // The place of a syntax error; not known for other faults.
   std::optional<std::size_t> position() const { return position_; }
 
  private:
@@ -119,8 +119,8 @@ class Builder {
     return true;
   }
 
-  std::vector<Json *> open_;  // the values around, outermost first; the addresses of the last ones do not change
-  std::vector<std::set<std::string>> names_;  // of each object around
+  std::vector<Json *> open_;  // the enclosing values, outermost first; the addresses of the last ones do not change
+  std::vector<std::set<std::string>> names_;  // of each enclosing object
   std::string name_;
   std::string problem_ = "not JSON";
   std::optional<std::size_t> position_;
@@ -175,7 +175,7 @@ std::string dump_json(const Json &json, Layout layout) {
 }
 
 Json parse_json(const std::string &text) {
-  // The parser would take a NUL for the end, and drop what comes after it.
+  // For the parser a NUL is the end, and it would drop the bytes after it.
   if (const std::size_t nul = text.find('\0'); nul != std::string::npos) throw JsonError(at(nul) + "not JSON");
   Json json;
   Builder builder(&json);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// JSON values: what the tools write and read.
+// JSON values, which the tools write and read.
 #ifndef TARN_TOOLS_COMMON_JSON_H
 #define TARN_TOOLS_COMMON_JSON_H
 
@@ -25,7 +25,7 @@ class Json {
   using Object = std::vector<Member>;  // keeps the order of its members
 
   Json();  // null
-  // Each stands for the JSON value that is meant by it; null for an optional without a value.
+  // Each converts to the corresponding JSON value; an optional without a value to null.
   // NOLINTBEGIN(google-explicit-constructor)
   Json(bool value);
   Json(std::uint64_t number);
@@ -46,15 +46,15 @@ class Json {
   Json &operator=(const Json &other);
   Json &operator=(Json &&other) noexcept;
 
-  // Null unless it is that.
+  // Null if the value has another type.
   const bool *boolean() const;
-  const std::uint64_t *number() const;  // a whole one from 0 on
+  const std::uint64_t *number() const;  // an integer, 0 or more
   const double *other_number() const;
   const std::string *text() const;
   const Array *items() const;
   const Object *members() const;
 
-  // The member of an object; null where it is not there.
+  // The member of an object; null if there is none.
   const Json *find(std::string_view name) const;
   // Adds a member to an object.
   void add(std::string name, Json value);
@@ -68,7 +68,7 @@ class Json {
   std::variant<std::nullptr_t, bool, std::uint64_t, double, std::string, Array, Object> value_;
 };
 
-// Compiled once, in json.cpp: what is made of these lists takes much of a file's compile time.
+// Compiled once, in json.cpp: the code of these lists takes much of a file's compile time.
 }  // namespace tarn_tools
 extern template class std::vector<tarn_tools::Json>;
 extern template class std::vector<tarn_tools::Json::Member>;
@@ -76,7 +76,7 @@ namespace tarn_tools {
 
 enum class Layout : std::uint8_t { kOneLine, kIndented };
 
-// Bytes that are not UTF-8, such as those of a letter that a text was cut in, become U+FFFD. No line feed at the end.
+// Bytes that are not UTF-8, such as those of a letter that was cut, become U+FFFD. No line feed at the end.
 std::string dump_json(const Json &json, Layout layout);
 
 class JsonError : public Failure {

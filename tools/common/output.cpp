@@ -16,7 +16,7 @@ void print_line(const std::string &line) { print(line + '\n'); }
 void flush_output() {
   errno = 0;
   if (fflush(stdout) == 0 && ferror(stdout) == 0) return;
-  if (errno == 0) errno = EIO;  // an earlier write failed, whose reason is gone
+  if (errno == 0) errno = EIO;  // an earlier write failed; its reason is lost
   fail_with_errno("standard output");
 }
 

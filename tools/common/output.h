@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tools print on standard output.
+// Output of the tools to standard output.
 #ifndef TARN_TOOLS_COMMON_OUTPUT_H
 #define TARN_TOOLS_COMMON_OUTPUT_H
 
@@ -13,7 +13,7 @@ namespace tarn_tools {
 void print(const std::string &text);
 void print_line(const std::string &line);
 
-// Writes what was printed. Throws a Failure where that does not work: standard output may be a file on a full disk.
+// Writes the buffered text. Throws a Failure if that fails: standard output may be a file on a full disk.
 void flush_output();
 
 }  // namespace tarn_tools

@@ -7,8 +7,8 @@
 
 namespace tarn_tools {
 
-// Runs `body`, which returns the exit status, and flushes what it has printed. Whatever it throws is reported here; the
-// status is then kWrong.
+// Runs `body`, which returns the exit status, and flushes its output. Reports every exception; the status is then
+// kWrong.
 int run_program(const char *name, int argc, char **argv, int (*body)(int argc, char **argv));
 
 }  // namespace tarn_tools

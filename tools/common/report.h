@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the tools report on standard error, and how they fail.
+// Reports to standard error, and failures of the tools.
 //
 // A function that cannot do its work throws a Failure. run_program (program.h) reports it, at one place for each tool.
 #ifndef TARN_TOOLS_COMMON_REPORT_H
@@ -23,10 +23,10 @@ class UsageError : public Failure {
   using Failure::Failure;
 };
 
-// What printf makes of it.
+// The text that printf would print.
 [[gnu::format(printf, 1, 2)]] std::string format(const char *pattern, ...);
 
-// Both throw a Failure. The second adds what errno stands for.
+// Both throw a Failure. The second adds the text for errno.
 [[noreturn, gnu::format(printf, 1, 2)]] void fail(const char *pattern, ...);
 [[noreturn, gnu::format(printf, 1, 2)]] void fail_with_errno(const char *pattern, ...);
 
@@ -36,11 +36,11 @@ class UsageError : public Failure {
 // Prints "PROGRAM: TEXT" on standard error.
 void report(const std::string &text);
 
-// The name that stands before every report; `name` has to stay.
+// Sets the name before every report; `name` must stay valid.
 void set_program_name(const char *name);
 const char *program_name();
 
-// The text with its control characters as "\x1b": no byte of a file reaches a terminal as a command. A tab stays.
+// The text with control characters as "\x1b", so that no byte of a file is a command to a terminal. Tabs are kept.
 std::string printable(const std::string &text);
 
 // "1 byte", "2 bytes".

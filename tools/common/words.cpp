@@ -39,7 +39,7 @@ std::uint32_t number_of(const std::string &what, const std::string &word, std::u
 int milliseconds_of(const std::string &what, const std::string &word) {
   char *end = nullptr;
   const double seconds = strtod(word.c_str(), &end);
-  // Written so that "nan", which is in no order with other numbers, is refused.
+  // The form of this condition also refuses "nan", which is neither less nor greater.
   const bool fits = !word.empty() && *end == '\0' && seconds >= kIntervalLeastS && seconds <= kIntervalMostS;
   if (!fits) refuse(what, word, "is not a number of seconds from 0.01 to 3600");
   return static_cast<int>(std::lround(seconds * kMsPerS));

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Words of the command line as values. What does not fit is a UsageError with `what` in its message.
+// Words of the command line as values. A word that is not valid throws a UsageError with `what` in its message.
 #ifndef TARN_TOOLS_COMMON_WORDS_H
 #define TARN_TOOLS_COMMON_WORDS_H
 

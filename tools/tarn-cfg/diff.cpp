@@ -2,7 +2,7 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // diff: the header's values, then the fields by key. Of several fields with one key the first is compared with the
-// first, the second with the second. Checksums and what comes after the images do not count.
+// first, the second with the second. Checksums and the bytes after the images are not compared.
 
 #include "diff.h"
 
@@ -21,7 +21,7 @@ namespace tarn_tools::cfg {
 
 namespace {
 
-// A field by its key and how many with that key come before it.
+// Identifies a field: its key, and the number of fields with that key before it.
 using Name = std::pair<uint16_t, size_t>;
 
 struct Fields {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What distinguishes two images.
+// The differences of two images.
 #ifndef TARN_TOOLS_CFG_DIFF_H
 #define TARN_TOOLS_CFG_DIFF_H
 
@@ -9,7 +9,7 @@
 
 namespace tarn_tools::cfg {
 
-// One that has only `after` was added, one that has only `before` removed.
+// If only `after` is set, the value was added; if only `before` is set, it was removed.
 struct Difference {
   std::string what;  // a key, or "active", "flag", "version", "order"
   std::optional<std::string> before, after;

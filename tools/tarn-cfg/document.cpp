@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A document holds all that an image and its file are made of but what follows from the rest: the length of the records
-// and a right checksum.
+// A document holds everything in an image and its file, except the length of the records and a right checksum, which
+// can be computed.
 //
-// Each field says in which of the forms its value is: a number, a text, or hexadecimal digits. The zeros at the end of
-// a text or buffer follow from its length. What a document says beyond that is refused rather than dropped.
+// Each field states the form of its value: a number, a text, or hexadecimal digits. The zeros at the end of a text or
+// buffer follow from its length. Unknown members of a document are refused, not ignored.
 
 #include "document.h"
 
@@ -26,7 +26,7 @@ namespace {
 
 constexpr char kFormat[] = "tarn-cfg";
 constexpr uint32_t kFormatVersion = 1;
-constexpr char kTail[] = "behind";  // the member for what comes after the image
+constexpr char kTail[] = "behind";  // the member for the bytes after the image
 
 Json field_to_json(const Record &record) {
   Json::Object field = {{"key", key_name(record.key)}};
@@ -42,7 +42,7 @@ Json field_to_json(const Record &record) {
   return field;
 }
 
-// Reads the members of one JSON object. What it misses or does not expect is a Failure.
+// Reads the members of one JSON object. A missing or unexpected member is a Failure.
 class Members {
  public:
   Members(const std::string &file, std::string where, const Json &object)
@@ -135,7 +135,7 @@ Bytes image_from(const std::string &file, Members &document) {
   return *sealed ? builder.sealed() : builder.unsealed();
 }
 
-// What comes after the image: padding, or any bytes.
+// The bytes after the image: padding, or any bytes.
 void add_tail(const std::string &file, const Json &json, Bytes &bytes) {
   Members tail(file, kTail, json);
   Bytes more;

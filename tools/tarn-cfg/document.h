@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Files as JSON documents, there and back.
+// Converts files to JSON documents and back.
 #ifndef TARN_TOOLS_CFG_DOCUMENT_H
 #define TARN_TOOLS_CFG_DOCUMENT_H
 
@@ -9,10 +9,10 @@
 
 namespace tarn_tools::cfg {
 
-// A document from which file_from_json makes the very same file, byte for byte. The file's image has to be sound.
+// A document from which file_from_json makes the same file, byte for byte. The file's image must be sound.
 std::string file_to_json(View file, const Survey &found);
 
-// The file that a document describes. Throws a Failure where it is not a document; `name` is for the message.
+// The file that a document describes. Throws a Failure if it is not a document; `name` is for the message.
 Bytes file_from_json(const std::string &name, const std::string &text);
 
 }  // namespace tarn_tools::cfg

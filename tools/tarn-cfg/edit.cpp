@@ -56,7 +56,7 @@ uint32_t checked_length(const Record *record, const Options &options) {
 int32_t write_field(tlv_inst *instance, uint32_t length, const Options &options) {
   const uint16_t key = options.key.number;
   const uint32_t number = number_of_value(options);
-  // The library takes no empty value; the rest of a field is zero anyway.
+  // The library refuses an empty value; the rest of a field is zero anyway.
   const Bytes data = options.value.empty() ? Bytes{0} : options.value;
   switch (*options.type) {  // NOLINT(bugprone-unchecked-optional-access): set needs one
     case ValueType::kChar:
@@ -76,7 +76,7 @@ int32_t write_field(tlv_inst *instance, uint32_t length, const Options &options)
 Bytes with_field(const Opened &old, const Options &options) {
   const Record *record = old.found.find(options.key.number);
   const uint32_t length = checked_length(record, options);
-  // The library seals and indexes an append only where the whole image fits what it is told.
+  // The library seals and indexes an append only if the whole image fits `max_size`.
   const Store store(old.image(), old.image().size() + (record == nullptr ? kHeadSize + length : 0));
   if (write_field(store.instance(), length, options) != 0) fail("internal: the field is not written");
   return store.image();

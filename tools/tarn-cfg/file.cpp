@@ -1,11 +1,11 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Files that a loss of power leaves as they were, or as they are to be.
+// Files that have their old or their new content after a loss of power.
 //
-// New bytes go to a temporary file in the same folder, and to the disk; a rename, which is atomic, puts them in the
-// file's place; then the folder goes to the disk, and with it the name. What a killed run leaves is the temporary file,
-// which the next one takes away.
+// New bytes are written to a temporary file in the same folder, and to the disk. A rename, which is atomic, replaces
+// the file. Then the folder, which has the name, is written to the disk. A killed run may leave the temporary file,
+// which the next run removes.
 
 #include "file.h"
 
@@ -48,7 +48,7 @@ int write_all(int file, View bytes) {
   return 0;
 }
 
-// Gives a new file the owner and the mode of another: the owner first, whose change takes bits of the mode away.
+// Gives a new file the owner and the mode of another; the owner first, because its change clears bits of the mode.
 int take_after(int file, const struct stat &like) {
   struct stat now;
   if (fstat(file, &now) != 0) return errno;
@@ -57,7 +57,7 @@ int take_after(int file, const struct stat &like) {
   return fchmod(file, like.st_mode & ALLPERMS) == 0 ? 0 : errno;
 }
 
-// The file that `path` leads to, through symbolic links; `path` itself where it leads to none.
+// The file that `path` refers to through symbolic links; `path` itself if there is no such file.
 std::string resolved(const std::string &path) {
   char *real = realpath(path.c_str(), nullptr);
   if (real == nullptr) return path;
@@ -98,7 +98,7 @@ Place::Place(std::string path) : path_(std::move(path)) {
   }
 }
 
-Place::~Place() { (void)close(folder_); }  // and with it the lock goes
+Place::~Place() { (void)close(folder_); }  // this also releases the lock
 
 bool Place::exists() const { return has_beside(""); }
 
@@ -110,7 +110,7 @@ void Place::give_up(const char *what) const {
 }
 
 void Place::write_temporary(View bytes, Like like) const {
-  (void)unlinkat(folder_, temporary_.c_str(), 0);  // what a killed run left
+  (void)unlinkat(folder_, temporary_.c_str(), 0);  // a file that a killed run left
   const int file = openat(folder_, temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file < 0) fail_with_errno("%s: not written: the temporary file %s", path_.c_str(), temporary_.c_str());
   int error = like == nullptr ? 0 : take_after(file, *like);
@@ -167,7 +167,7 @@ std::string Place::keep(View bytes, const std::string &suffix) const {
 }
 
 void Place::sync_folder() const {
-  // EINVAL: a file system whose folders need no such call.
+  // EINVAL: the file system does not need this call for folders.
   if (fsync(folder_) != 0 && errno != EINVAL)
     fail_with_errno("%s: written, but a loss of power may undo it", path_.c_str());
 }

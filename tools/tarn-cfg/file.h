@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Files that a loss of power leaves as they were, or as they are to be.
+// Files that have their old or their new content after a loss of power.
 #ifndef TARN_TOOLS_CFG_FILE_H
 #define TARN_TOOLS_CFG_FILE_H
 
@@ -13,7 +13,7 @@ namespace tarn_tools::cfg {
 
 constexpr uint32_t kMaxFileSize = uint32_t{64} << 20;
 
-// A whole regular file. Throws a Failure where it cannot be read, is larger than kMaxFileSize, or is not a regular
+// Reads a whole regular file. Throws a Failure if it cannot be read, is larger than kMaxFileSize, or is not a regular
 // file.
 Bytes read_file(const std::string &path);
 
@@ -21,10 +21,10 @@ Bytes read_file(const std::string &path);
 Bytes read_input(const std::string &path);
 
 // The place of a file, with a lock on its folder: no other tarn-cfg changes a file there as long as this object lives.
-// Symbolic links are followed, so that the file that is meant is the one that is replaced.
+// Symbolic links are followed: the file is replaced, not the link.
 class Place {
  public:
-  // Throws a Failure where the folder cannot be opened.
+  // Throws a Failure if the folder cannot be opened.
   explicit Place(std::string path);
   ~Place();
   Place(const Place &) = delete;
@@ -33,10 +33,10 @@ class Place {
   [[nodiscard]] const std::string &path() const { return path_; }
   [[nodiscard]] bool exists() const;
 
-  // They throw a Failure where they do not work, and the file is then as it was.
-  // Puts `bytes` in the place of the file that is there; mode and owner stay.
+  // These throw a Failure if they fail; the file is then unchanged.
+  // Replaces the existing file by `bytes`; mode and owner stay.
   void replace(View bytes) const;
-  // Makes a file that only its owner can read. False: one with this name is there, and stays.
+  // Makes a file that only its owner can read. False if a file with this name exists; it is not changed.
   [[nodiscard]] bool make(View bytes) const;
   // Whether a file beside it has its name with that suffix.
   [[nodiscard]] bool has_beside(const std::string &suffix) const;
@@ -45,7 +45,7 @@ class Place {
   [[nodiscard]] std::string keep(View bytes, const std::string &suffix) const;
 
  private:
-  // What a new file takes from one that is there.
+  // Properties that a new file gets from an existing one.
   using Like = const struct stat *;
 
   void write_temporary(View bytes, Like like) const;

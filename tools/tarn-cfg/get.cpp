@@ -31,7 +31,7 @@ Bytes read_buffer(const tlv_inst *instance, const Record &record) {
   return value;
 }
 
-// What a value is shown as where the user does not say it.
+// The type in which a value is shown if the user does not state one.
 ValueType natural_type(View value) {
   if (const std::optional<ValueType> number = number_type(value.size())) return *number;
   return text_in(value) ? ValueType::kText : ValueType::kBuffer;

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The survey of a file. It trusts no number in it, and goes on after a fault as far as that makes sense; the library's
-// own check stops at the first and does not say where.
+// The survey of a file. It trusts no number in the file, and continues after a fault as far as that makes sense. The
+// library's check stops at the first fault and does not report its place.
 
 #include "image.h"
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a file with a configuration image holds: header, records, what comes after them, and what is wrong.
+// The content of a file with a configuration image: header, records, the bytes after them, and faults.
 #ifndef TARN_TOOLS_CFG_IMAGE_H
 #define TARN_TOOLS_CFG_IMAGE_H
 
@@ -42,23 +42,23 @@ struct Finding {
   std::string text;
 };
 
-// The bytes after an image. Those that are all alike are padding, into which the image may grow.
+// The bytes after an image. If all have the same value, they are padding, into which the image may grow.
 struct Tail {
   size_t size;
   std::optional<uint8_t> fill;
 };
 
-// What a file holds, as far as it goes.
+// The content of a file, as far as it can be read.
 struct Survey {
   bool has_header = false;                 // nothing but `faults` is set without one
   tlv_hdr header = {};                     //
   uint64_t image_size = 0;                 // as the header states it
-  std::optional<uint16_t> right_checksum;  // none where the file ends before the image
+  std::optional<uint16_t> right_checksum;  // none if the file ends before the image
   std::vector<Record> records;             // the whole ones
   size_t records_end = 0;                  // where the last whole one ends
   Tail tail = {0, {}};
-  std::vector<Finding> faults;  // what keeps the image from being loaded, by offset within each kind
-  std::vector<Finding> notes;   // what does not, and is still worth knowing
+  std::vector<Finding> faults;  // prevent loading; ordered by offset within each kind
+  std::vector<Finding> notes;   // do not prevent it, but are worth knowing
 
   [[nodiscard]] uint16_t stored_checksum() const { return get16(header.crc); }
   [[nodiscard]] bool is_sealed() const { return right_checksum == stored_checksum(); }
@@ -66,19 +66,19 @@ struct Survey {
   [[nodiscard]] const Record *find(uint16_t key) const;
 };
 
-// The survey refers to `file`, which has to stay.
+// The survey refers to `file`, which must outlive it.
 Survey survey(View file);
 
-// Throws a Failure where `found` has a fault. `path` is for the message.
+// Throws a Failure if `found` has a fault. `path` is for the message.
 void require_sound(const std::string &path, const Survey &found);
 
-// The fault of the record at `record`, of which `left` bytes are there; empty for a whole one.
+// The fault of the record at `record`, at which `left` bytes remain; empty for a whole record.
 std::string record_fault(const uint8_t *record, size_t left);
 
-// What comes from `size` on.
+// The bytes from `size` on.
 Tail tail_after(View file, size_t size);
 
-// The checksum that is right for an image, whatever it states.
+// The right checksum of an image, independent of the stored one.
 uint16_t right_checksum(View image);
 
 // "0x0102".

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a value is found by: the key of a field, or the name of a value in the header.
+// Identifies a value: the key of a field, or the name of a value in the header.
 #ifndef TARN_TOOLS_CFG_KEY_H
 #define TARN_TOOLS_CFG_KEY_H
 
@@ -25,7 +25,7 @@ struct Key {
   uint16_t number = 0;  // of a field, unless it is in the header
 };
 
-// Both throw a UsageError where the word is not such a key.
+// Both throw a UsageError if the word is not such a key.
 Key field_key(const std::string &word);
 Key field_or_header_key(const std::string &word);
 

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The command line, word by word. Whatever does not depend on the file is checked here.
+// Reads the command line, word by word. Checks everything that does not depend on the file.
 
 #include "options.h"
 
@@ -16,7 +16,7 @@ namespace {
 
 constexpr char kKeyHelp[] = "The field's key, 0 to 65535 or 0x0 to 0xffff; or active, flag, version, in the header";
 
-// A command line under construction. The commands write where their options are to be.
+// A command line under construction. The commands store their options in `request`.
 struct Parser {
   CommandLine line{"tarn-cfg", "Reads, changes, checks and repairs startup configuration images."};
   Request request;
@@ -32,12 +32,12 @@ struct Parser {
     command.needed_argument("KEY", help, [this, read](const std::string &word) { request.options.key = read(word); });
   }
   void max_size(tarn_tools::Command &command) {
-    command.option("--max-size", "N", "The longest image, in bytes, that its reader takes",
+    command.option("--max-size", "N", "Bytes of the longest image that the daemon accepts",
                    [this](auto &word) { request.options.max_size = number_of("--max-size", word, 0, UINT32_MAX); });
   }
   void json(tarn_tools::Command &command) { command.flag("--json", "Print JSON", &request.options.json); }
   void force(tarn_tools::Command &command) {
-    command.flag("--force", "Replace a file that is there; its mode and owner stay", &request.options.force);
+    command.flag("--force", "Replace an existing file; its mode and owner stay", &request.options.force);
   }
   // A field's length.
   Take length(const char *name) {
@@ -59,22 +59,22 @@ std::vector<std::pair<const char *, ValueType>> types(bool with_raw) {
 }
 
 void add_readers(Parser &parser) {
-  auto command = parser.add("show", "Show the header and every record; 1 where something is wrong with them", show);
+  auto command = parser.add("show", "Show the header and every record; status 1 if there is a fault", show);
   parser.file(command);
   parser.json(command);
 
-  command = parser.add("get", "Print one value; 1 where it is not there", get);
+  command = parser.add("get", "Print one value; status 1 if it does not exist", get);
   parser.file(command);
   parser.key(command, kKeyHelp, field_or_header_key);
-  command.option("--as", "TYPE", "What the value is taken for; 1 where it is not that",
+  command.option("--as", "TYPE", "Print the value as this type; status 1 if it cannot be",
                  parser.type("--as", types(true)));
 
-  command = parser.add("check", "Report every fault with its offset; 1 where there is one", check);
+  command = parser.add("check", "Report every fault with its offset; status 1 if there is one", check);
   parser.file(command);
   parser.max_size(command);
   parser.json(command);
 
-  command = parser.add("diff", "Print what distinguishes two images; 1 where something does", diff);
+  command = parser.add("diff", "Print the differences of two images; status 1 if there are any", diff);
   command.needed_argument("A", "An image file", into(&parser.request.options.file));
   command.needed_argument("B", "Another one", into(&parser.request.options.other));
   parser.json(command);
@@ -86,15 +86,15 @@ void add_editors(Parser &parser) {
   parser.key(command, kKeyHelp, field_or_header_key);
   command.needed_argument("TYPE", "char, short and int have 1, 2 and 4 bytes; buffer: hexadecimal; text",
                           parser.type("TYPE", types(false)));
-  command.needed_argument("VALUE", "The value; one that begins with a dash comes after --", into(&parser.value));
+  command.needed_argument("VALUE", "The value; put -- before one that begins with a dash", into(&parser.value));
   command.option("--length", "N", "Bytes of a new buffer or text, with zeros at its end", parser.length("--length"));
   parser.max_size(command);
 
-  command = parser.add("unset", "Remove every field of a key; 1 where there is none", unset);
+  command = parser.add("unset", "Remove every field with a key; status 1 if there is none", unset);
   parser.file(command);
   parser.key(command, "The fields' key", field_key);
 
-  command = parser.add("resize", "Change the length of a field; 1 where it is not there", resize);
+  command = parser.add("resize", "Change the length of a field; status 1 if it does not exist", resize);
   parser.file(command);
   parser.key(command, "The field's key", field_key);
   command.needed_argument("LENGTH", "Its new length, 1 to 65535 bytes", parser.length("LENGTH"));
@@ -113,22 +113,22 @@ void add_makers(Parser &parser) {
     options.fill = static_cast<uint8_t>(number_of("--fill", word, 0, UINT8_MAX));
   });
 
-  command = parser.add("repair", "Make a sound image of what is whole; 3 where something was lost", repair);
+  command = parser.add("repair", "Make a sound image of the undamaged fields; status 3 if bytes were lost", repair);
   parser.file(command);
-  command.flag("--dry-run", "Only print what would be done; 1 or 3 where that is something", &options.is_dry_run);
-  command.flag("--magic", "Take a file without the magic number for an image", &options.takes_any_magic);
+  command.flag("--dry-run", "Only print the steps; status 1 or 3 if there are any", &options.is_dry_run);
+  command.flag("--magic", "Treat a file without the magic number as an image", &options.takes_any_magic);
 
   command = parser.add("export", "Print the file as JSON", export_json);
   parser.file(command);
 
-  command = parser.add("import", "Make a file of what export has printed", import_json);
+  command = parser.add("import", "Make a file from the output of export", import_json);
   command.needed_argument("JSON", "The JSON file; - is standard input", into(&options.other));
   parser.file(command, "The new image file");
   parser.force(command);
   parser.max_size(command);
 }
 
-// The bytes of a value of the type that stands before it.
+// The bytes of a value; the word before it is the type.
 Bytes value_of(const std::string &word, ValueType type) {
   if (type == ValueType::kText) return bytes_of_text(word);
   if (const size_t size = size_of(type))
@@ -154,7 +154,7 @@ void check_together(const Options &options) {
 Request parse_command_line(int argc, const char *const *argv) {
   Parser parser;
   parser.line.set_footer(
-      "Exit status: 0 done, 1 the thing asked about is not so, 2 wrong use or input, 3 repair: something was lost.\n"
+      "Exit status: 0 done, 1 not found, a fault or a difference, 2 wrong use or input, 3 repair: bytes were lost.\n"
       "tarn-cfg COMMAND --help describes a command; tarn-cfg(1) describes them all.");
   add_readers(parser);
   add_editors(parser);

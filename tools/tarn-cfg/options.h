@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the command line asks for.
+// The options of the command line.
 #ifndef TARN_TOOLS_CFG_OPTIONS_H
 #define TARN_TOOLS_CFG_OPTIONS_H
 
@@ -18,7 +18,7 @@ struct Options {
   std::string file;
   std::string other;  // diff: the second file; import: the JSON file
   Key key;
-  std::optional<ValueType> type;      // get: none where the value's own form decides
+  std::optional<ValueType> type;      // get: none if the value's form decides
   Bytes value;                        // set: the bytes that the field begins with
   std::optional<uint32_t> length;     // set, resize: of the field
   size_t max_size = SIZE_MAX;         // of the image
@@ -35,7 +35,7 @@ struct Options {
 using Command = int (*)(const Options &);
 
 struct Request {
-  Command command = nullptr;  // null when the help or the version was printed
+  Command command = nullptr;  // null if the help or the version was printed
   Options options;
 };
 

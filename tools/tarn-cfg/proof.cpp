@@ -6,11 +6,11 @@ namespace tarn_tools::cfg {
 
 namespace {
 
-constexpr size_t kLeastPadding = kHeadSize;  // fewer bytes are rather the rest of a record
+constexpr size_t kLeastPadding = kHeadSize;  // fewer bytes are more probably the rest of a record
 constexpr uint32_t kModulus = UINT16_MAX;    // of the one's complement sum
 constexpr size_t kLengthAt = offsetof(tlv_field, max_len);
 
-// Where whole records lead from `offset` on, as far as `end`.
+// The end of the chain of whole records that begins at `offset`, at most `end`.
 size_t end_of_chain(View file, size_t offset, size_t end) {
   while (offset < end) {
     const size_t size = record_size(file, offset);
@@ -22,7 +22,7 @@ size_t end_of_chain(View file, size_t offset, size_t end) {
 
 uint16_t swapped(uint16_t word) { return static_cast<uint16_t>(word << 8 | word >> 8); }
 
-// The number in place of `word`, at `offset` of the image, that changes the sum of all words by `change`.
+// The number that must replace `word`, at `offset` of the image, to change the sum of all words by `change`.
 uint16_t changed_word(uint16_t word, size_t offset, uint32_t change) {
   const bool is_across_words = offset % 2 != 0;  // its bytes then count as if they were swapped
   const uint32_t counted_as = is_across_words ? swapped(word) : word;
@@ -64,7 +64,7 @@ std::optional<size_t> proved_end(View file, const Survey &found) {
 
 std::optional<ProvedLength> proved_length(View file, const Survey &found) {
   if (found.stored_checksum() == 0 || found.is_sealed() || !found.right_checksum) return std::nullopt;
-  // Where the records are whole, a value is damaged rather than a length: some length always suits the checksum.
+  // If the records are whole, a value is damaged, not a length: some length would always match the checksum.
   if (found.records_end == found.image_size) return std::nullopt;
   // The checksum is the complement of the sum.
   const uint32_t change = kModulus + *found.right_checksum - found.stored_checksum();

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// repair: an image of what is whole in a damaged one, sealed. Each step is printed. The damaged file is kept beside it,
-// and what is in no whole field is written into another file.
+// repair: makes a sealed image of the whole fields of a damaged one. Each step is printed. The damaged file is kept
+// beside it, and the bytes that are not in a whole field are written to another file.
 
 #include <cinttypes>
 
@@ -71,7 +71,7 @@ Repair repair_of(const Opened &old) {
   return repair;
 }
 
-// "3 of at least 4 fields kept": nobody knows how many fields a run of damaged bytes was.
+// "3 of at least 4 fields kept": the number of fields in a run of damaged bytes is not known.
 std::string balance(const Repair &repair) {
   const size_t kept = repair.found.records.size();
   const bool ends_in_gap = !repair.found.gaps.empty() && repair.found.missing_bytes != 0;
@@ -80,7 +80,7 @@ std::string balance(const Repair &repair) {
   return std::to_string(kept) + " of at least " + counted(kept + lost, "field") + " kept";
 }
 
-// Each gap on a line of its own: where it was, and its bytes.
+// One line for each gap: its place and its bytes.
 Bytes left_out(const Salvage &found) {
   std::string text;
   for (const Gap &gap : found.gaps) text += format("at 0x%zx: ", gap.offset) + hex(gap.bytes) + "\n";
@@ -99,7 +99,7 @@ std::string free_number(const Place &place) {
 void write_repaired(const Place &place, const Opened &old, const Repair &repair) {
   const std::string &path = place.path();
   const std::string number = free_number(place);
-  flush_output();  // a repair that cannot be reported is not made
+  flush_output();  // if the report cannot be written, nothing is repaired
   print_line(path + ": as it was: " + place.keep(old.bytes, kDamaged + number));
   if (!repair.found.gaps.empty()) {
     print_line(path + ": left out: " + place.keep(left_out(repair.found), kLeftOut + number));

@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Where the checksum proves what is damaged, nothing is lost. Else the records have to be found.
+// If the checksum proves what is damaged, nothing is lost. Otherwise the records must be found.
 //
-// A record says nothing that shows it to be one: any four bytes may be the head of some record. What does show it is
-// the chain. From a true record on, each one ends where the next begins, up to the very end. So of all ways to divide
-// the bytes into records and gaps the best is taken, where each record counts for a way, the exact end counts for it,
-// and each gap counts against it. A damaged length costs one gap that way, and the records after it are found again.
+// A record has no mark: any four bytes may be the head of a record. The chain shows the true ones: from a true record
+// on, each record ends where the next begins, up to the end. There are many ways to divide the bytes into records and
+// gaps. Each record and an exact end increase the score of a way, each gap decreases it, and the way with the best
+// score is used. A damaged length then costs one gap, and the records after it are found again.
 
 #include "salvage.h"
 
@@ -27,12 +27,12 @@ constexpr size_t kLeastGap = kHeadSize + 1;  // the smallest record
 // The best way from each offset of the records' area to its end.
 class Division {
  public:
-  // A chain ends exactly at the end of `area`, or from `padding` on, where the bytes are all alike.
+  // A chain ends exactly at the end of `area`, or anywhere in the padding, which begins at `padding`.
   Division(View area, size_t padding) : area_(area), padding_(padding), best_(area.size() + 1), next_(area.size() + 1) {
     for (size_t offset = area.size() + 1; offset-- > 0;) judge(offset);
   }
 
-  // Adds what lies on the best way. `base` is the area's offset in the file.
+  // Adds the records and gaps of the best way. `base` is the area's offset in the file.
   void collect(size_t base, Salvage *found) const {
     size_t offset = 0;
     while (offset < area_.size() && !is_exact_end(offset)) {
@@ -57,7 +57,7 @@ class Division {
     return size == 0 ? std::numeric_limits<int32_t>::min() : kForRecord + best_[offset + size];
   }
 
-  // Where the best record after a gap from `offset` on begins; the area's end without one.
+  // The beginning of the best record after a gap at `offset`; the area's end if there is none.
   size_t record_after_gap(size_t offset) const {
     return offset + kLeastGap < area_.size() ? next_[offset + kLeastGap] : area_.size();
   }
@@ -74,7 +74,7 @@ class Division {
     next_[offset] = static_cast<uint32_t>(with_record(offset) > 0 && is_better ? offset : later);
   }
 
-  // The size of the record that the best way takes at `offset`; 0 for a gap.
+  // The size of the record that the best way has at `offset`; 0 for a gap.
   size_t record_on_way(size_t offset) const {
     return with_record(offset) == best_[offset] ? record_size(area_, offset) : 0;
   }
@@ -85,8 +85,8 @@ class Division {
 
   View area_;
   size_t padding_;
-  std::vector<int32_t> best_;   // what the best way from an offset counts
-  std::vector<uint32_t> next_;  // where the best record from an offset on begins; the area's end without one
+  std::vector<int32_t> best_;   // the score of the best way from an offset
+  std::vector<uint32_t> next_;  // the beginning of the best record from an offset on; the area's end if there is none
 };
 
 }  // namespace

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What of a damaged image is whole.
+// Finds the whole parts of a damaged image.
 #ifndef TARN_TOOLS_CFG_SALVAGE_H
 #define TARN_TOOLS_CFG_SALVAGE_H
 
@@ -12,7 +12,7 @@
 
 namespace tarn_tools::cfg {
 
-// Bytes that belong to no whole record.
+// Bytes that do not belong to a whole record.
 struct Gap {
   size_t offset;
   View bytes;
@@ -20,10 +20,10 @@ struct Gap {
 
 struct Salvage {
   std::vector<Record> records;
-  std::optional<ProvedLength> length;  // a damaged length that is known again
+  std::optional<ProvedLength> length;  // a damaged length whose true value is proved
   std::vector<Gap> gaps;               // each holds at least a field, as far as can be known
-  size_t area_end = 0;                 // where the records end: what comes from there on is not of the image
-  size_t missing_bytes = 0;            // of the image as it states its length; the file ends before them
+  size_t area_end = 0;                 // the end of the records: later bytes do not belong to the image
+  size_t missing_bytes = 0;            // bytes of the stated length that are after the end of the file
 };
 
 // `found` is the survey of `file`, which has a header. The result refers to `file`.

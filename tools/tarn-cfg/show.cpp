@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// show and check: what a file holds, and what is wrong with it.
+// show and check: the content of a file, and its faults.
 
 #include "commands.h"
 #include "common/output.h"
@@ -64,7 +64,7 @@ int show(const Options &options) {
     for (const Record &record : found.records) print_line(record_text(record));
   }
   if (!options.json) {
-    flush_output();  // the faults come after what is sound
+    flush_output();  // the sound part is printed before the faults
     for (const Finding &fault : found.faults) report(finding_text(options.file, "", fault));
   }
   return found.faults.empty() ? kDone : kNotSo;
@@ -84,7 +84,7 @@ int check(const Options &options) {
     for (const Finding &note : found.notes) print_line(finding_text(options.file, "note: ", note));
   }
   if (!found.faults.empty()) return kNotSo;
-  const Store loads(opened.image(), opened.image().size());  // the library has the last word
+  const Store loads(opened.image(), opened.image().size());  // the library decides
   if (!options.json) {
     print_line(options.file + ": sound: " + counted(opened.image().size(), "byte") + ", " +
                counted(found.records.size(), "record"));

@@ -3,8 +3,8 @@
 
 // Images that the library opens, and images that are built anew.
 //
-// The library changes fields and appends them. It removes none, and a change of a buffer field's length in place breaks
-// the image: for these the records are put together here, and the library seals them.
+// The library changes and appends fields. It cannot remove fields, and its change of a buffer field's length breaks the
+// image: for these, the records are joined here, and the library seals them.
 
 #include "store.h"
 
@@ -26,7 +26,7 @@ constexpr size_t kLeastPadding = 1;
 Store::Store(View image, size_t room)
     : buffer_(room + kHeaderSize), instance_(tlv_inst_init(buffer_.data(), static_cast<uint32_t>(room), nullptr)) {
   std::copy(image.begin(), image.end(), buffer_.begin());
-  // Nothing that a file may hold: images are surveyed before they come here.
+  // Not a fault of a file: images are surveyed before.
   if (instance_ == nullptr || tlv_load(instance_) != 0) fail("internal: the image does not load");
 }
 

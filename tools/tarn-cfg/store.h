@@ -9,11 +9,11 @@
 
 namespace tarn_tools::cfg {
 
-// An image in a buffer of its own, opened by the library. The image has to be sound: the library prints what it finds
-// wrong, and blanks what is no image.
+// An image in a separate buffer, opened by the library. The image must be sound: the library prints faults, and
+// replaces anything that is not an image by a blank one.
 class Store {
  public:
-  // `room` is what the image may come to take. The buffer has 16 bytes more, which the library may write to.
+  // `room` is the largest size of the image. The buffer has 16 bytes more, which the library may write to.
   Store(View image, size_t room);
   ~Store();
   Store(const Store &) = delete;
@@ -27,21 +27,20 @@ class Store {
   tlv_inst *instance_;
 };
 
-// Throws a Failure where an image of `size` bytes is longer than `room`.
+// Throws a Failure if an image of `size` bytes is longer than `room`.
 void require_room(const std::string &path, size_t size, size_t room);
 
-// A file's new bytes: the image `image`, then what came after an image of `old_size`. Where something did, the file
-// keeps its size. Throws a Failure where the image has no room within `room`, before bytes that are not padding, or
-// before the last byte of the padding: that byte stays, or nobody could know later that the file was padded, and with
-// what.
+// A file's new bytes: `image`, then the bytes that came after an image of `old_size`. If there were any, the file keeps
+// its size. Throws a Failure if the image does not fit into `room`, or would overwrite bytes that are not padding or
+// the last byte of the padding. That byte is kept because it shows that the file is padded, and with which value.
 Bytes put_in_file(const std::string &path, View file, size_t old_size, View image, size_t room);
 
-// An image of the header's values and of records, sealed.
+// Makes a sealed image of the header's values and of records.
 class Builder {
  public:
   explicit Builder(const tlv_hdr &header);
   void add(uint16_t key, View value);
-  // The records as they are.
+  // Adds the records unchanged.
   void add_bytes(View records);
   [[nodiscard]] Bytes sealed() const;
   // With a checksum of 0, which means that it is not yet computed.

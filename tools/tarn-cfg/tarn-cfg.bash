@@ -29,7 +29,7 @@ _tarn_cfg() {
     --max-size | --length | --size | --fill) return ;;
   esac
 
-  # The place of the word among the arguments that are no options.
+  # The place of the word among the arguments that are not options.
   local place=0 i
   for ((i = 2; i < COMP_CWORD; i++)); do
     case ${COMP_WORDS[i]} in

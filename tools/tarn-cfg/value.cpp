@@ -24,7 +24,7 @@ int digit_from(char c) {
 
 bool is_separator(char c) { return c == ' ' || c == ':' || c == '-'; }
 
-// The bytes of the UTF-8 character that `text` begins with; 0 where it begins with none, or with a control character.
+// The number of bytes of the UTF-8 character at the beginning of `text`; 0 if there is none, or a control character.
 size_t character_size(View text) {
   const uint8_t first = text[0];
   if (first < 0x80) return first >= 0x20 && first != 0x7F ? 1 : 0;

@@ -16,29 +16,29 @@ namespace tarn_tools::cfg {
 enum class ValueType : uint8_t { kChar, kShort, kInt, kBuffer, kText, kRaw };
 
 const char *name_of(ValueType type);
-// Nothing for a name that no type has.
+// Nothing if no type has the name.
 std::optional<ValueType> type_named(std::string_view name);
 
 // The bytes of a number of this type; 0 for the types that are not numbers.
 size_t size_of(ValueType type);
-// The largest number of so many bytes, 1 to 4.
+// The largest number of this many bytes, 1 to 4.
 constexpr uint32_t largest_number(size_t size) { return UINT32_MAX >> (32 - 8 * size); }
-// The type of numbers of so many bytes; nothing where there is none.
+// The type of numbers of this many bytes; nothing if there is none.
 std::optional<ValueType> number_type(size_t size);
 
 // Pairs of hexadecimal digits, between which one blank, colon or dash may be.
 std::optional<Bytes> bytes_from_hex(std::string_view text);
 std::string hex(View bytes);
 
-// The big-endian number that a value of one, two or four bytes is.
+// A value of one, two or four bytes as a big-endian number.
 std::optional<uint32_t> number_in(View value);
-// The text that a value is: UTF-8 without control characters, and zeros up to its end. Nothing for other values, and
-// nothing where there are only zeros.
+// A value as a text: UTF-8 without control characters, then zeros up to its end. Nothing for other values, and for
+// values of only zeros.
 std::optional<std::string> text_in(View value);
 // The value without the zeros at its end.
 View without_padding(View value);
 
-// A value for people: "int 5", "text[32] "gateway"", "buffer[3] 334455".
+// A value as readable text: "int 5", "text[32] "gateway"", "buffer[3] 334455".
 std::string describe(View value);
 
 // The number in `size` bytes, big-endian.

@@ -13,13 +13,13 @@
 
 namespace tarn_tools::event {
 
-// No simulation there, or it has gone.
+// There is no simulation, or it has ended.
 class NoSimulation : public Failure {
  public:
   using Failure::Failure;
 };
 
-// The simulation does not take a line: why.
+// The simulation refuses a line; the text is the reason.
 class Refusal : public Failure {
  public:
   using Failure::Failure;
@@ -33,8 +33,8 @@ class Connection {
   Connection(const Connection &) = delete;
   Connection &operator=(const Connection &) = delete;
 
-  // Sends a line, without its end, and returns what is answered before the closing "ok". Throws Refusal, or
-  // NoSimulation when no whole answer comes.
+  // Sends a line, given without its line end, and returns the answer without the closing "ok". Throws Refusal, or
+  // NoSimulation if there is no complete answer.
   std::vector<std::string> ask(const std::string &line);
 
  private:

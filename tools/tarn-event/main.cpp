@@ -19,13 +19,12 @@ namespace {
 using namespace tarn_tools;
 using namespace tarn_tools::event;
 
-// What the simulation answers before "ok" is for the user.
+// Prints the answer of the simulation without "ok".
 void send(Connection *connection, const std::string &line) {
   for (const std::string &part : connection->ask(line)) print_line(part);
 }
 
-// A refusal names the column of the line. A line that was made here is not known to the user, so the column is left
-// out.
+// A refusal names the column of the line. The user does not see a line that was made here, so the column is omitted.
 std::string without_column(const std::string &refusal) {
   constexpr char kColumn[] = "column ";
   const std::size_t colon = refusal.find(": ");
@@ -53,13 +52,13 @@ void send_input(Connection *connection) {
 }
 
 int run(int argc, char **argv) {
-  (void)signal(SIGPIPE, SIG_IGN);  // it becomes an error of the write
+  (void)signal(SIGPIPE, SIG_IGN);  // the write then fails with EPIPE
   const auto options = parse_options(argc, argv);
   if (!options) return kDone;
   Connection connection(options->control);
   if (options->action == Action::kStatus) return show(&connection, *options);
   if (options->action == Action::kWatch) return watch(&connection, *options);
-  // The lines before one that is refused have been done.
+  // If a line is refused, the lines before it have been run.
   if (options->from_input) {
     send_input(&connection);
   } else {

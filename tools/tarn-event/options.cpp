@@ -13,7 +13,7 @@ namespace tarn_tools::event {
 namespace {
 
 constexpr std::uint32_t kStormTimes = 100;
-constexpr std::uint32_t kTimesMost = 1000000000;  // what a simulation takes
+constexpr std::uint32_t kTimesMost = 1000000000;  // the limit of a simulation
 constexpr char kStormEvery[] = "10ms";
 constexpr char kStandardInput[] = "-";
 constexpr unsigned kLastModule = 99;
@@ -22,36 +22,36 @@ constexpr unsigned kLastLevel = 8;
 constexpr char kHelp[] =
     R"(Usage: tarn-event [OPTION]... COMMAND [ARGUMENT]...
 
-Talks to a gateway that runs under tarn-sim.
+Controls the simulation of a gateway that tarn-sim runs.
 
 Commands:
   send TYPE [EVENT OPTION]...    send an event; TYPE is its number or its name
-  storm TYPE [EVENT OPTION]...   send 100 of them, one each 10 ms, unless given otherwise
+  storm TYPE [EVENT OPTION]...   send events; default: 100 events, one every 10 ms
   kmsg MODULE LEVEL TEXT         a kernel driver logs TEXT, as a module 0 to 99 at a level 0 to 8
-  kmsg TEXT                      a line of the kernel's log that belongs to no module
-  run [LINE]...                  lines as in a script of tarn-sim; those of standard input without a LINE or for -
+  kmsg TEXT                      the kernel writes a line that does not belong to a module
+  run [LINE]...                  run lines of a tarn-sim script; without a LINE, or for -, those of standard input
   dump                           let tarn-sim print its event table
   stop                           let tarn-sim end its daemon
   status                         show events, log levels and counters
-  watch                          show them again and again
+  watch                          show them repeatedly
 
 Options of an event:
-  -p, --port=N          from this port of the gateway, 0 to 65535; --device means the same
-      --data=HEX        with these bytes
-      --text=TEXT       with the bytes of this text
-  -n, --times=N         so many times
-      --every=TIME      one each TIME, such as 20ms or 1.5s; without --times until the end
+  -p, --port=N          the port of the gateway that it comes from, 0 to 65535; --device means the same
+      --data=HEX        its data, in hexadecimal
+      --text=TEXT       its data, as text
+  -n, --times=N         send N events
+      --every=TIME      send one event every TIME, such as 20ms or 1.5s; without --times until the end
 
 Options of status and watch:
-      --all             all types of events, also those that are not in use
-      --json            as JSON, one object a line
-      --interval=S      watch: seconds from one look to the next, 0.01 to 3600; 1 unless given
-      --count=N         watch: end after N looks
+      --all             show all event types, including those that are not in use
+      --json            print JSON, one object per line
+      --interval=S      watch: seconds between two statuses, 0.01 to 3600; default 1
+      --count=N         watch: end after N statuses
 
 Options:
   -c, --control=SOCKET  tarn-sim's control socket
       --root=DIR        the root of tarn-sim, with the socket in it
-  -h, --help            show this
+  -h, --help            show this help
       --version         show the version
 
 Without --control and --root the socket is $TARN_SIM_CONTROL, or else the one in $TARN_SIM_ROOT.
@@ -107,7 +107,7 @@ std::string hexadecimal(const std::string &word) {
   return word;
 }
 
-// A line of its own for each line: one that holds a line end would be two.
+// Returns the line. Refuses a line end in it, which would make two lines.
 std::string one_line(const std::string &line) {
   if (line.find('\n') != std::string::npos) refuse("LINE", line, "is more than one line");
   return line;

@@ -21,7 +21,7 @@ struct EventRequest {
   std::optional<std::uint32_t> times;
 };
 
-// A line of the kernel's log, framed where there are a module and a level.
+// A line of the kernel's log, framed if there are a module and a level.
 struct KernelRequest {
   std::optional<unsigned> module, level;
   std::string text;
@@ -30,10 +30,10 @@ struct KernelRequest {
 std::string line_of(const EventRequest &request);
 std::string line_of(const KernelRequest &request);
 
-// In double quotes, with escapes for what cannot be written there.
+// The text in double quotes, with escapes where they are needed.
 std::string quoted(const std::string &text);
 
-// Whether it is one word of a line: not empty, without blanks, quotes and control characters, and no comment.
+// Whether it is one word of a line: not empty, not a comment, and without blanks, quotes and control characters.
 bool is_word(const std::string &text);
 
 }  // namespace tarn_tools::event

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a simulation says about itself.
+// The status of a simulation.
 #ifndef TARN_TOOLS_EVENT_STATE_H
 #define TARN_TOOLS_EVENT_STATE_H
 
@@ -15,8 +15,8 @@ struct EventState {
   unsigned type = 0;
   std::string name;
   std::uint64_t count = 0;
-  bool suppression = false;  // what the daemon has set
-  bool suppressed = false;   // what it has come to
+  bool suppression = false;  // whether the daemon has enabled it
+  bool suppressed = false;   // whether events are dropped now
   std::uint64_t suppressed_count = 0;
   std::uint64_t threshold = 0;
   std::uint64_t period_ms = 0;
@@ -43,7 +43,7 @@ struct State {
   std::vector<ModuleState> modules;  // those that the daemon has set
 };
 
-// Throws a Failure when it is not the state of a simulation.
+// Throws a Failure if it is not the status of a simulation.
 State parse_state(const std::string &json);
 
 }  // namespace tarn_tools::event

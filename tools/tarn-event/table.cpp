@@ -42,7 +42,7 @@ bool is_of_interest(const EventState &event) {
   return event.count > 0 || event.suppressed_count > 0 || event.suppression || !event.name.empty();
 }
 
-// "+N" for what has come since; nothing without a look before.
+// "+N" for the increase since the earlier state; nothing without one.
 std::string since(std::uint64_t now, const std::uint64_t *before) {
   return before != nullptr && now > *before ? "+" + decimal(now - *before) : "";
 }

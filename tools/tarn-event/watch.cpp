@@ -23,7 +23,7 @@ std::string ask_state(Connection *connection) {
   return answer.empty() ? "" : answer.front();
 }
 
-// Waits for the next look. False when standard output is a pipe that nobody reads any more.
+// Waits for the interval. False if standard output is a pipe that nobody reads any more.
 bool wait(int interval_ms) {
   pollfd output = {STDOUT_FILENO, 0, 0};
   return poll(&output, 1, interval_ms) <= 0 || (output.revents & (POLLERR | POLLHUP)) == 0;
@@ -57,7 +57,7 @@ int watch(Connection *connection, const Options &options) {
       watch.look(connection);
     } catch (const NoSimulation &gone) {
       if (look == 1) throw;
-      report(gone.what());  // it was watched to its end
+      report(gone.what());  // the simulation has ended, which is normal
       return kDone;
     }
     flush_output();

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A simulation's state, looked at again and again.
+// Shows a simulation's state repeatedly.
 #ifndef TARN_TOOLS_EVENT_WATCH_H
 #define TARN_TOOLS_EVENT_WATCH_H
 
@@ -10,11 +10,11 @@
 
 namespace tarn_tools::event {
 
-// Until the simulation ends, `options.looks` is reached, or nobody reads standard output any more. On a terminal each
-// look takes the place of the one before. Returns the exit status.
+// Ends when the simulation ends, after `options.looks` states, or when nobody reads standard output any more. On a
+// terminal each state replaces the one before. Returns the exit status.
 int watch(Connection *connection, const Options &options);
 
-// One look. Returns the exit status.
+// Shows the state once. Returns the exit status.
 int show(Connection *connection, const Options &options);
 
 }  // namespace tarn_tools::event

@@ -18,7 +18,7 @@ namespace tarn_tools::log {
 
 namespace {
 
-constexpr std::size_t kPlainColumns = 80;  // of a terminal that does not say
+constexpr std::size_t kPlainColumns = 80;  // if the terminal does not report its width
 constexpr std::size_t kBarMin = 8;
 constexpr std::size_t kGap = 2;     // before each column
 constexpr std::size_t kMargin = 1;  // at the right
@@ -42,7 +42,7 @@ std::string bar(std::size_t length) {
   return text;
 }
 
-// The longest bar fills the line but for its last column; the shortest has one character.
+// The longest bar ends before the last column of the line; the shortest has one character.
 std::string table(const char *title, const Counts::List &list, std::size_t name_width, std::size_t columns) {
   const std::size_t largest = most(list);
   const std::size_t count_width = std::to_string(largest).size();

@@ -18,16 +18,16 @@ struct Counts {
   using List = std::vector<std::pair<std::string, std::size_t>>;
 
   std::size_t total = 0;
-  List levels;   // the most severe first, without those that have none
+  List levels;   // the most severe first; only levels with records
   List modules;  // the most frequent first, then by name
 };
 
 Counts count(const std::vector<Entry> &entries);
 
-// Two tables, for a terminal with bars that fill its width. `columns` is the width, or 0 for tables without bars.
+// Prints two tables. `columns` is the width of the terminal, which bars fill; 0 for tables without bars.
 std::string counts_table(const Counts &counts, std::size_t columns);
 
-// The width of the terminal at standard output; 0 when it is none.
+// The width of the terminal at standard output; 0 if it is not a terminal.
 std::size_t terminal_columns();
 
 }  // namespace tarn_tools::log

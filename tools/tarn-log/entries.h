@@ -21,7 +21,7 @@ struct Entry {
   const Record &record() const { return *line->record; }  // NOLINT(bugprone-unchecked-optional-access): it is a record
 };
 
-// Merges the files by time. The records of one file keep their order, also where the gateway's clock was set back.
+// Merges the files by time. The records of one file keep their order, even if the gateway's clock was set back.
 std::vector<Entry> merge(const std::vector<std::vector<Entry>> &files);
 
 // Keeps only the last `count`.

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Reports on log files that are not as they should be.
+// Reports faults of log files.
 #ifndef TARN_TOOLS_LOG_FAULTS_H
 #define TARN_TOOLS_LOG_FAULTS_H
 
@@ -17,7 +17,7 @@ void report_problem(const std::string &path, const std::string &problem);
 // "tarn-log: FILE: line 3, byte 63: REASON"
 void report_fault(const std::string &path, const Fault &fault);
 
-// Once for the whole file, in place of its faults.
+// Once for the whole file, instead of its faults.
 constexpr char kNotALog[] = "not a log file: it has no \"SysLog:\", no description of a device and no record";
 
 }  // namespace tarn_tools::log

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Which records are wanted.
+// Selects records.
 #ifndef TARN_TOOLS_LOG_FILTER_H
 #define TARN_TOOLS_LOG_FILTER_H
 
@@ -21,7 +21,7 @@ namespace tarn_tools::log {
 // A POSIX extended regular expression.
 class Pattern {
  public:
-  // Null when the expression is not valid; then `error` says why.
+  // Null if the expression is not valid; `error` then has the reason.
   static std::unique_ptr<Pattern> compile(const std::string &expression, bool ignore_case, std::string *error);
 
   ~Pattern();
@@ -37,7 +37,7 @@ class Pattern {
   bool is_compiled_ = false;
 };
 
-// All conditions must hold; of a list, one of its members, unless it is empty.
+// All conditions must hold. The condition of a list holds if it is empty or one of its members holds.
 struct Filter {
   std::vector<std::string> modules;
   int level_first = 0;

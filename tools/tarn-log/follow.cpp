@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The files are read whole at each look: the daemon writes them whole, at the latest after three seconds, and they are
-// small. Their times would not show every change: two writes may have the same.
+// Each time, the files are read whole: the daemon writes them whole, every three seconds, and they are small. Their
+// times do not show every change, because two writes may have the same time.
 
 #include "follow.h"
 
@@ -22,12 +22,12 @@ namespace tarn_tools::log {
 
 namespace {
 
-// A file that is followed, and how it last was.
+// A file that is followed, and its last state.
 class Followed {
  public:
   explicit Followed(std::string path) : path_(std::move(path)) {}
 
-  // Looks at the file and returns its new records; they last until the next look. Faults in new lines are reported.
+  // Reads the file and returns its new records, which are valid until the next call. Reports faults in new lines.
   std::vector<Entry> look(const Filter &filter, const Printer &printer) {
     Content content = read_settled(path_);
     if (content.reading == Reading::kChanging) return {};
@@ -46,7 +46,7 @@ class Followed {
   bool is_faulty() const { return is_faulty_; }
 
  private:
-  // A file that is not there may come, and one that is not a log may become one.
+  // A file that does not exist may appear, and one that is not a log may become one.
   std::vector<Entry> report_once(const std::string &problem) {
     if (problem != problem_) report_problem(path_, problem);
     problem_ = problem;
@@ -90,7 +90,7 @@ class Followed {
   bool is_faulty_ = false;
 };
 
-// Waits for the next look. False when standard output is a pipe that nobody reads any more.
+// Waits for the interval. False if standard output is a pipe that nobody reads any more.
 bool wait(int interval_ms) {
   pollfd output = {STDOUT_FILENO, 0, 0};
   return poll(&output, 1, interval_ms) <= 0 || (output.revents & (POLLERR | POLLHUP)) == 0;
@@ -110,7 +110,7 @@ int follow(const Options &options) {
     for (Followed &file : files) news.push_back(file.look(options.filter, printer));
     std::vector<Entry> entries = merge(news);
     keep_last(&entries, last);
-    last.reset();  // what comes later is shown, all of it
+    last.reset();  // all later records are shown
     for (const Entry &entry : entries) printer.print(entry);
     flush_output();
   } while (wait(options.interval_ms));

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// --follow: what the daemon adds to its files, as it does.
+// --follow: shows the records that the daemon adds to its files.
 #ifndef TARN_TOOLS_LOG_FOLLOW_H
 #define TARN_TOOLS_LOG_FOLLOW_H
 
@@ -9,7 +9,7 @@
 
 namespace tarn_tools::log {
 
-// Ends when nobody reads what is printed, with the program's exit status; else the program is interrupted.
+// Returns the program's exit status when nobody reads the output any more; otherwise it runs until interrupted.
 int follow(const Options &options);
 
 }  // namespace tarn_tools::log

@@ -20,12 +20,12 @@ namespace tarn_tools::log {
 namespace {
 
 constexpr int kReadsMax = 8;
-constexpr int kRestMs = 50;     // a daemon that writes a file needs less from its first byte to its last
+constexpr int kRestMs = 50;     // longer than a daemon needs to write a file
 constexpr int kLooksMax = 100;  // five seconds
 constexpr std::int64_t kNsPerMs = 1000000;
 constexpr std::int64_t kMsPerS = 1000;
 
-// A file that closes itself; standard input stays open.
+// A file that the destructor closes; standard input stays open.
 class Input {
  public:
   explicit Input(const std::string &path)
@@ -66,7 +66,7 @@ std::optional<struct stat> regular_file(const std::string &path) {
   return status;
 }
 
-// A time in the future is no rest: the clock was set, or the file is on another machine.
+// A time in the future does not show when the file was written: the clock was set, or the file is on another machine.
 bool has_rested(const struct stat &status) {
   timespec now = {};
   (void)clock_gettime(CLOCK_REALTIME, &now);
@@ -105,7 +105,7 @@ Content read_at_rest(const std::string &path) {
     if (content.reading == Reading::kDone) {
       if (has_rested(*before) && is_unchanged(*before, regular_file(path))) return content;
       if (last && last->reading == Reading::kDone && last->bytes == content.bytes)
-        return content;  // a rest lies between
+        return content;  // the file did not change between the two reads
     }
     last = std::move(content);
     (void)poll(nullptr, 0, kRestMs);

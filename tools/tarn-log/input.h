@@ -3,7 +3,7 @@
 
 // The bytes of a log file.
 //
-// The daemon writes its files anew, whole and in place, so whoever reads one may find it empty or half written.
+// The daemon rewrites its files whole and in place, so a reader may find one empty or half-written.
 #ifndef TARN_TOOLS_LOG_INPUT_H
 #define TARN_TOOLS_LOG_INPUT_H
 
@@ -12,10 +12,10 @@
 
 namespace tarn_tools::log {
 
-// The name that stands for standard input.
+// The name that means standard input.
 constexpr char kStandardInput[] = "-";
 
-// Eight times what the daemon's larger file can have: 1024 lines of 511 characters, and its head.
+// Eight times the size of the daemon's larger file: 1024 lines of 511 characters, and its head.
 constexpr std::size_t kContentMax = std::size_t{4} << 20;
 
 // The name of a file as messages show it.
@@ -25,21 +25,21 @@ enum class Reading : std::uint8_t {
   kDone,
   kFailed,
   kTooLarge,  // more than kContentMax: not a log file
-  kChanging,  // the file was never twice the same
+  kChanging,  // no two reads had the same result
 };
 
 struct Content {
   Reading reading = Reading::kDone;
   std::string bytes;    // kDone
-  std::string problem;  // the others: the reason, for people
+  std::string problem;  // the others: the reason, as text
 };
 
-// A file that may be written just now: what it held when it was read twice with the same result. What the daemon has
-// not finished yet is missing, but no line of one state comes after one of another.
+// Reads a file that may be written at the same time, until two reads have the same result. Lines that the daemon has
+// not written yet are missing, but lines of two states are never mixed.
 Content read_settled(const std::string &path);
 
-// What a file holds that has not been written for a moment, however long that has to be waited for. Standard input, and
-// what is not a regular file, is read as it comes.
+// Waits until a file has not been written for a moment, and reads it. Standard input and files that are not regular are
+// read at once.
 Content read_at_rest(const std::string &path);
 
 }  // namespace tarn_tools::log

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Records as JSON, one object a line. Bytes that are not UTF-8, such as those of a letter that a text was cut in,
-// become U+FFFD.
+// Records as JSON, one object per line. Bytes that are not UTF-8, such as those of a letter that was cut, become
+// U+FFFD.
 #ifndef TARN_TOOLS_LOG_JSON_H
 #define TARN_TOOLS_LOG_JSON_H
 

@@ -22,7 +22,7 @@ std::optional<int> guess_level(std::string_view text) {
   for (int level = 0; level < kLevelCount; level++) {
     const std::string_view name = level_name(level);
     if (text.size() > name.size() || strncasecmp(text.data(), name.data(), text.size()) != 0) continue;
-    if (found) return std::nullopt;  // "e" is Emergency as well as Error
+    if (found) return std::nullopt;  // "e" may be Emergency or Error
     found = level;
   }
   return found;

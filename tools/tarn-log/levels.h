@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The levels, by the names that the library gives them.
+// The levels, with the library's names.
 #ifndef TARN_TOOLS_LOG_LEVELS_H
 #define TARN_TOOLS_LOG_LEVELS_H
 
@@ -20,7 +20,7 @@ std::string_view level_name(int level);
 // The level that has exactly this name in a file.
 std::optional<int> find_level(std::string_view name);
 
-// What a person calls a level: its number, or its name or an unmistakable beginning of it, in any case.
+// The level that the user names: by its number, its name, or a unique beginning of it, in upper or lower case.
 std::optional<int> guess_level(std::string_view text);
 
 }  // namespace tarn_tools::log

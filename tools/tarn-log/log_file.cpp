@@ -55,7 +55,7 @@ std::optional<Record> parse_record(std::string_view line, std::string *reason) {
   return record;
 }
 
-// Takes the lines one by one: first those of the head, then the records.
+// Parses the lines one by one: first those of the head, then the records.
 class Parser {
  public:
   void take(Line line) {
@@ -64,7 +64,7 @@ class Parser {
     file_.lines.push_back(std::move(line));
   }
 
-  // The last line, which does not end.
+  // For the last line, if it has no line feed.
   void take_cut_off(Line line) { file_.lines.push_back(std::move(line)); }
 
   // After the last line.
@@ -77,7 +77,7 @@ class Parser {
   }
 
  private:
-  // False when the head is over and the line comes after it.
+  // False if the head has ended before this line.
   bool take_head(const Line &line) {
     if (line.number == 1 && line.raw == kSystemHead) {
       in_head_ = false;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A log file taken apart: what comes before the records, and the lines of the records.
+// A parsed log file: the head, and the lines of the records.
 #ifndef TARN_TOOLS_LOG_LOG_FILE_H
 #define TARN_TOOLS_LOG_LOG_FILE_H
 
@@ -21,7 +21,7 @@ struct Record {
   std::string text;
 };
 
-// Where a line is in its file, and what is wrong with it.
+// The place of a line in its file, and its fault.
 struct Fault {
   std::size_t line = 0;    // from 1
   std::size_t offset = 0;  // of the line's first byte, from 0
@@ -44,11 +44,11 @@ struct LogFile {
   Description description;
   std::vector<Fault> head_faults;
   std::vector<Line> lines;
-  // Whether anything in it is of a log file; an empty file is one. Without that its faults say nothing.
+  // Whether it looks like a log file; an empty file does. If not, its faults mean nothing.
   bool is_log = true;
 };
 
-// Whether a last line without a line feed is a fault, or still being written: then it is left out.
+// Whether a last line without a line feed is a fault, or is still being written and is ignored.
 enum class LastLine : std::uint8_t { kMustEnd, kMayGrow };
 
 LogFile parse_log(std::string_view content, LastLine last_line);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// tarn-log: the gateway's log files, for people.
+// tarn-log: shows a gateway's log files.
 
 #include <clocale>
 #include <ctime>
@@ -16,7 +16,7 @@ namespace {
 using namespace tarn_tools;
 
 int run(int argc, char **argv) {
-  (void)setlocale(LC_CTYPE, "");  // letters in expressions, and whether a terminal knows blocks
+  (void)setlocale(LC_CTYPE, "");  // for letters in expressions, and whether the terminal can show blocks
   tzset();
   const auto options = log::parse_options(argc, argv);
   if (!options) return kDone;

@@ -2,11 +2,11 @@
 // SPDX-License-Identifier: Apache-2.0
 
 // The daemon writes its whole ring each time: the present state is the last one without some lines at its beginning,
-// and with new ones at its end. So the longest end of the last state is looked for that the present one begins with.
-// Where the present state is shorter than that end, the daemon has not written all of it yet.
+// and with new ones at its end. Therefore, search for the longest end of the last state that is the beginning of the
+// present one. If the present state is shorter than that end, the daemon has not written all of it yet.
 //
-// Lines may be alike, so a set of lines would not do: a line that is said again in the same second is news. Where
-// nothing fits (a daemon that has lost the end of its log), a set of lines is what is left.
+// Lines may be equal, so a set of lines is not enough: a line that is logged again in the same second is new. Only if
+// nothing fits (a daemon that has lost the end of its log), a set of lines is used.
 
 #include "news.h"
 
@@ -20,7 +20,7 @@ namespace tarn_tools::log {
 
 namespace {
 
-constexpr std::int64_t kZoneStep = 900;            // a quarter of an hour: every zone's offset is a multiple
+constexpr std::int64_t kZoneStep = 900;            // a quarter of an hour; every zone's offset is a multiple of it
 constexpr std::int64_t kZoneMax = 56 * kZoneStep;  // 14 hours
 
 bool is_same(const Line &last, const Line &now, std::int64_t shift) {
@@ -40,8 +40,8 @@ std::optional<std::size_t> vanished(const std::vector<Line> &last, const std::ve
   return std::nullopt;
 }
 
-// A daemon that starts anew moves the times of its records by its zone's offset. The shifts that the first record
-// allows.
+// The shifts of times that are possible according to the first record: a daemon that restarts moves the times of its
+// records by its zone's offset.
 std::vector<std::int64_t> zone_shifts(const std::vector<Line> &last, const std::vector<Line> &now) {
   std::vector<std::int64_t> shifts = {0};
   if (!now.front().record) return shifts;

@@ -18,46 +18,46 @@ constexpr std::size_t kFollowLast = 10;
 constexpr char kHelp[] =
     R"(Usage: tarn-log [OPTION]... [FILE]...
 
-Shows the records of a gateway's log files, merged by time. The FILEs are /overlay/mu_log.txt and /overlay/user_log.txt
-unless given; - is standard input.
+Shows the records of a gateway's log files, merged by time. The default FILEs are /overlay/mu_log.txt and
+/overlay/user_log.txt; - is standard input.
 
 Which records:
   -m, --module=NAME     of this module
-  -l, --level=LEVEL     of this level and the more severe ones; LEVEL..LEVEL: from the one to the other
-      --since=TIME      of this time and later
-      --until=TIME      of this time and earlier
+  -l, --level=LEVEL     of this level and of more severe levels; LEVEL..LEVEL: of the first level to the second
+      --since=TIME      from this time on
+      --until=TIME      up to this time
   -g, --grep=TEXT       with this in their text
   -e, --regex=REGEX     whose text matches this POSIX extended regular expression
-  -i, --ignore-case     take the letters of --grep and --regex in any case
-  -n, --lines=N         the last N of them; with --follow 10 unless given, or all with --since
+  -i, --ignore-case     upper and lower case are the same for --grep and --regex
+  -n, --lines=N         only the last N of them; default: all, or 10 with --follow but without --since
 
 How they are shown:
-  -r, --reverse         the latest first
-      --local           in local time, with its offset
-      --utc             in UTC, as the files have it: the default
-      --color=WHEN      levels in colour: auto (on a terminal, unless NO_COLOR is set), always or never
-      --header          after the device's description, which is in the user log
-      --json            as JSON, one object a line, the device's description first
-      --count           as numbers: how many of each level and of each module
-  -f, --follow          and go on with what the daemon adds, until interrupted
-      --interval=S      seconds from one look at the files to the next: 0.01 to 3600, 1 unless given
-      --strict          and exit with 1 when a line is malformed
+  -r, --reverse         show the latest record first
+      --local           show local times, with their offset
+      --utc             show times in UTC, as in the files: the default
+      --color=WHEN      show levels in colour: auto (on a terminal, unless NO_COLOR is set), always or never
+      --header          show the device's description first; it is in the user log
+      --json            print JSON, one object per line; the device's description is first
+      --count           show the number of records of each level and of each module
+  -f, --follow          then show the records that the daemon adds, until interrupted
+      --interval=S      seconds between two reads of the files: 0.01 to 3600, default 1
+      --strict          exit with 1 if a line is malformed
 
-  -h, --help            show this
+  -h, --help            show this help
       --version         show the version
 
---module, --grep and --regex may be repeated: one of each must hold. Options of different kinds must all hold.
-A LEVEL is a number or the beginning of a name: 0 Off, 1 Emergency, 2 Alert, 3 Critical, 4 Error, 5 Warning,
-6 Notice, 7 Info, 8 Debug. A TIME is "2026-01-02", "2026-01-02 03:04" or "2026-01-02 03:04:05", in the zone that is
-shown unless "Z" or an offset such as "+02:00" follows; "now", "today" or "yesterday"; or how long ago: "90s", "10min",
-"2h", "3d", "1d12h".
-A malformed line is reported on standard error and left out.
+--module, --grep and --regex may be repeated: a record must match one of each kind. It must match all options of
+different kinds. A LEVEL is a number or the beginning of a name: 0 Off, 1 Emergency, 2 Alert, 3 Critical, 4 Error,
+5 Warning, 6 Notice, 7 Info, 8 Debug. A TIME is "2026-01-02", "2026-01-02 03:04" or "2026-01-02 03:04:05", in the zone
+of the output unless "Z" or an offset such as "+02:00" follows; "now", "today" or "yesterday"; or how long ago: "90s",
+"10min", "2h", "3d", "1d12h".
+A malformed line is reported on standard error and not shown.
 
 Exit status: 0 done; 1 a file is not a log file, or with --strict, a line is malformed; 2 wrong use, or a file cannot be
 read.
 )";
 
-// Words whose meaning depends on other options: a time is of the zone, an expression of --ignore-case.
+// Words whose meaning depends on other options: times depend on the zone, expressions on --ignore-case.
 struct Words {
   std::optional<std::string> since, until;
   std::vector<std::string> regexes;
@@ -71,7 +71,7 @@ int level_of(const std::string &range, const std::string &word) {
   return *level;
 }
 
-// "LEVEL": this and more severe ones; "LEVEL..LEVEL": from the one to the other, in either order.
+// "LEVEL": this and more severe levels; "LEVEL..LEVEL": from one to the other, in either order.
 void set_levels(const std::string &range, Filter *filter) {
   constexpr std::string_view kDots = "..";
   const auto dots = range.find(kDots);
@@ -84,7 +84,7 @@ void set_levels(const std::string &range, Filter *filter) {
   if (filter->level_first > filter->level_last) std::swap(filter->level_first, filter->level_last);
 }
 
-// More than any file holds is all.
+// A number that is too large means all.
 std::size_t count_of(const std::string &word) {
   constexpr int kDecimal = 10;
   const bool is_number = !word.empty() && word.find_first_not_of("0123456789") == std::string::npos;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What the command line asks for.
+// The options of the command line.
 #ifndef TARN_TOOLS_LOG_OPTIONS_H
 #define TARN_TOOLS_LOG_OPTIONS_H
 
@@ -20,7 +20,7 @@ enum class Colour : std::uint8_t { kAuto, kAlways, kNever };
 struct Options {
   std::vector<std::string> paths;
   Filter filter;
-  std::optional<std::size_t> last;  // how many records; all when there is no number
+  std::optional<std::size_t> last;  // the number of records; all if not set
   Zone zone = Zone::kUtc;
   Colour colour = Colour::kAuto;
   bool reverse = false;
@@ -32,7 +32,7 @@ struct Options {
   bool strict = false;
 };
 
-// Nothing when the help or the version was asked for and is printed. Throws a UsageError.
+// Nothing if the help or the version was requested and has been printed. Throws a UsageError.
 std::optional<Options> parse_options(int argc, const char *const *argv);
 
 }  // namespace tarn_tools::log

@@ -23,7 +23,7 @@ struct Source {
   LogFile file;
 };
 
-// Reports what is malformed, in the order of the file. False when something is.
+// Reports malformed lines, in the order of the file. False if there are any.
 bool report_faults(const Source &source) {
   bool is_sound = source.file.head_faults.empty();
   for (const Fault &fault : source.file.head_faults) report_fault(*source.path, fault);
@@ -35,7 +35,7 @@ bool report_faults(const Source &source) {
   return is_sound;
 }
 
-// Reads a file, and adds what is in it. Returns the exit status that follows from this file.
+// Reads a file and adds its content. Returns the exit status for this file.
 int add_source(const std::string &path, bool is_strict, std::vector<Source> *sources) {
   const Content content = read_at_rest(path);
   if (content.reading != Reading::kDone) {
@@ -52,8 +52,7 @@ int add_source(const std::string &path, bool is_strict, std::vector<Source> *sou
   return is_sound || !is_strict ? kDone : kNotSo;
 }
 
-// A module's name that no record has may be a slip: then the names that there are help. Without any record nothing
-// does.
+// If no record has a module's name, the name may be mistyped: then the existing names are listed, if there are records.
 void report_unknown_modules(const std::vector<Source> &sources, const std::vector<std::string> &wanted) {
   std::set<std::string> known;
   for (const Source &source : sources) {

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The records of the files as they are now.
+// Shows the present records of the files.
 #ifndef TARN_TOOLS_LOG_SHOW_H
 #define TARN_TOOLS_LOG_SHOW_H
 
@@ -9,7 +9,7 @@
 
 namespace tarn_tools::log {
 
-// Returns the exit status. A file that cannot be read does not keep the others from being shown.
+// Returns the exit status. If a file cannot be read, the others are shown nevertheless.
 int show(const Options &options);
 
 }  // namespace tarn_tools::log

@@ -19,7 +19,7 @@ constexpr std::size_t kDigitsMax = 9;  // of a number in a duration: no sum over
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-// Takes fixed pieces off the front of a text.
+// Removes fixed pieces from the beginning of a text.
 class Scanner {
  public:
   explicit Scanner(std::string_view text) : rest_(text) {}
@@ -45,7 +45,7 @@ class Scanner {
     return true;
   }
 
-  // As far as the characters are digits, or are not.
+  // The leading characters that are digits, or that are not.
   std::string_view take_while(bool digits) {
     std::size_t size = 0;
     while (size < rest_.size() && is_digit(rest_[size]) == digits) size++;
@@ -94,7 +94,7 @@ std::int64_t seconds(const Civil &civil, Zone zone) {
   return mktime(&fields);
 }
 
-// "Z" or "+hh:mm": what the zone is ahead of UTC.
+// "Z" or "+hh:mm": the offset from UTC.
 bool take_offset(Scanner *text, std::int64_t *offset) {
   if (text->take('Z')) {
     *offset = 0;
@@ -152,7 +152,7 @@ tm broken_down(std::int64_t time, Zone zone) {
   const time_t value = time;
   tm fields = {};
   if (zone == Zone::kUtc) {
-    (void)gmtime_r(&value, &fields);  // no time of four-digit years is out of its reach
+    (void)gmtime_r(&value, &fields);  // cannot fail for four-digit years
   } else {
     (void)localtime_r(&value, &fields);
   }

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Points in time, as people write and read them. Inside, a time is in seconds since the Unix epoch.
+// Converts points in time to and from text. In the program, a time is in seconds since the Unix epoch.
 #ifndef TARN_TOOLS_LOG_TIMES_H
 #define TARN_TOOLS_LOG_TIMES_H
 
@@ -16,10 +16,10 @@ enum class Zone : std::uint8_t { kUtc, kLocal };
 
 constexpr std::size_t kStampLength = sizeof "YYYY-MM-DD hh:mm:ss" - 1;
 
-// A record's time: exactly "YYYY-MM-DD hh:mm:ss", in UTC, of a second that the calendar has.
+// A record's time: exactly "YYYY-MM-DD hh:mm:ss", in UTC; it must exist in the calendar.
 std::optional<std::int64_t> parse_stamp(std::string_view text);
 
-// What --since and --until take:
+// --since and --until accept:
 //   a date, with or without a time: "2026-01-02", "2026-01-02 03:04", "2026-01-02T03:04:05", in the given zone unless
 //     "Z" or an offset such as "+02:00" follows the time;
 //   "now", "today" and "yesterday" (which begin at midnight of the given zone);
