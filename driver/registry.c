@@ -245,7 +245,7 @@ void registry_dump(void)
 
 /**
  * registry_show() - write the number of polls, and a line for each event type
- * with a history
+ * that was sent or configured
  * @status: the file to write to
  */
 void registry_show(struct seq_file *status)

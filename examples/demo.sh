@@ -1,12 +1,12 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# A day of a gateway in about twenty seconds: gatewayd under tarn-sim, which plays the platform's drivers.
+# A demonstration of about twenty seconds: gatewayd under tarn-sim, which simulates the platform's drivers.
 #
 # Usage: demo.sh BUILD_DIR [--keep]
 #
-# Builds nothing; everything that it makes is in BUILD_DIR/demo, which it empties first. Each step waits for the trace of
-# what it shows, and the demo fails if that does not come. With --keep the last gatewayd goes on until it is interrupted.
+# Builds nothing; all its files are in BUILD_DIR/demo, which it empties first. Each step waits for its effect, and the
+# demo fails if there is none. With --keep the last gatewayd runs until it is interrupted.
 set -euo pipefail
 
 readonly patience_s=60 # for an emulated processor on a busy machine; usually all is there at once
@@ -53,7 +53,7 @@ fail() {
   exit 1
 }
 
-# Ends what this script started, and nothing else. tarn-sim ends its daemon.
+# Ends only the processes that this script started. tarn-sim ends its daemon.
 clean_up() {
   if [[ -n $simulation ]] && kill "$simulation" 2>/dev/null; then wait "$simulation" 2>/dev/null || true; fi
 }
@@ -61,7 +61,7 @@ trap clean_up EXIT
 trap 'exit 130' INT
 trap 'exit 143' TERM
 
-# wait_for DESCRIPTION COMMAND...: until the command succeeds; with a simulation running, as long as it does.
+# wait_for DESCRIPTION COMMAND...: waits until the command succeeds; if a simulation runs, at most until it ends.
 wait_for() {
   local what=$1 end=$((SECONDS + patience_s))
   shift
@@ -78,22 +78,22 @@ wait_for() {
 tool() { "${emulator[@]}" "$tools/$1" "${@:2}"; }
 event() { tool tarn-event --root=root "$@"; }
 
-# start OUTPUT SCRIPT OPTION...: gatewayd under tarn-sim, what both print in the file OUTPUT, and what tarn-sim says in
-# sim.txt. The script may be empty.
+# start OUTPUT SCRIPT OPTION...: runs gatewayd under tarn-sim. Standard output goes to the file OUTPUT, the messages
+# of tarn-sim to sim.txt. The script may be empty.
 start() {
   output=$1
   local script=()
   if [[ -n $2 ]]; then script=(--script "$2"); fi
   shift 2
   : >"$output"
-  # A preloaded library comes before the address sanitizer's, which a sanitized build would refuse.
+  # A sanitized build refuses a library that is preloaded before the address sanitizer's.
   ASAN_OPTIONS=verify_asan_link_order=0${ASAN_OPTIONS:+:$ASAN_OPTIONS} \
     "${emulator[@]}" "$sim" --root root "${script[@]}" --verbose -- \
     "${emulator[@]}" "$gatewayd" --config $image "$@" >"$output" 2>>sim.txt &
   simulation=$!
 }
 
-# stop: ends gatewayd, which must end in order.
+# stop: ends gatewayd, which must exit with success.
 stop() {
   local status=0
   event stop

@@ -60,7 +60,7 @@ void log_next() {
   logged = next;
 }
 
-// Does not use the log's lock, which the save holds: sees a rewrite in progress.
+// Does not lock the log, because a save holds the lock: it must see a rewrite in progress.
 void *watch_file(void *) {
   off_t size = 0;
   while (true) {

@@ -40,7 +40,7 @@ void start_log() {
   while (sem_wait(&started) != 0) continue;
 }
 
-// The record whose text holds `text`; one of line 99 if there is none.
+// The record whose text contains `text`; if there is none, a record with line 99.
 mup_log_rec record_with(const std::string &text) {
   mup_log_ctrl *log = mup_log_ctrl_get();
   mup_log_rec found = {};

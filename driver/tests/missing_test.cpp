@@ -131,7 +131,7 @@ TEST(DriverUnload, LeavesANewDaemonWithoutAChannelAndItLives) {
   ASSERT_EQ(unload_driver(), 0);
   Child daemon([] {
     mup_plat_event_init();
-    const bool is_alone = eventually([] { return threads() == 2; });  // only the timer's besides
+    const bool is_alone = eventually([] { return threads() == 2; });  // this one and the timer's
     if (is_alone) printf("alone, flag %u\n", evt_flag);
     pause();
   });

@@ -75,7 +75,7 @@ std::vector<Occurrence> received();
 
 // ---- Processes -----------------------------------------------------------------------------------------------------
 
-// A child of this process that does `work`; what it prints is read by the test. Ended with its scope.
+// A child of this process that does `work`. The test reads its output. The destructor ends it.
 class Child {
  public:
   explicit Child(const std::function<void()> &work);

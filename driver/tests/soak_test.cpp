@@ -71,7 +71,8 @@ void start_services() {
   while (sem_wait(&started) != 0) continue;
 }
 
-// A storm through the registry, datagrams past it, a message, and configuration. Returns how many events it ordered.
+// Requests a storm through the registry, datagrams without it, a message and configuration. Returns the number of
+// events.
 long one_round(uint32_t round) {
   constexpr long kStorm = 2000, kDatagrams = 50;
   const std::string device = std::to_string(round % 65536);

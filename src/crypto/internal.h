@@ -65,7 +65,7 @@ constexpr size_t kDepthScale = 4;
       :
       : "rax", "rcx", "rdx", "rsi", "rdi", "r8", "r9", "r10", "r11", "cc");
 #elif defined(__aarch64__)
-  // Of v8 to v15 a call may change the upper halves.
+  // A call may change only the upper halves of v8 to v15.
   __asm__ volatile(
       "movi v0.2d, #0\n movi v1.2d, #0\n movi v2.2d, #0\n movi v3.2d, #0\n"
       "movi v4.2d, #0\n movi v5.2d, #0\n movi v6.2d, #0\n movi v7.2d, #0\n"
@@ -90,24 +90,24 @@ constexpr size_t kDepthScale = 4;
 #endif
 }
 
-// Zeroes the stack below the caller, where the functions that it called before had their variables. What it zeroes must
-// begin at its caller's frame: neither a guard nor padding may stand above it.
+// Zeroes the stack below the caller, where the functions that it called before had their variables. The zeroed part
+// must begin directly below the caller's frame: neither a guard nor padding may be between them.
 template <size_t kDepth>
 __attribute__((noinline, no_stack_protector)) void wipe_stack() {
   alignas(16) u8 dead[kDepth * kDepthScale];
   memset(dead, 0, sizeof dead);
-  __asm__ volatile("" : : "m"(dead) : "memory");  // somebody may look: the zeros must be written
+  __asm__ volatile("" : : "m"(dead) : "memory");  // keeps the compiler from omitting the zeros
 #if defined(__x86_64__) && defined(__OPTIMIZE__)
-  // Saved, and so stored where the return address would otherwise have 8 bytes of padding below it.
+  // This function saves the register, in the 8 bytes below the return address that would otherwise be padding.
   __asm__ volatile("" : : : "rbx");
 #endif
 }
 
-// A path's own: how deep its functions reach differs.
+// Each path has its own depth, because its functions use a different amount of stack.
 template <size_t kDepth>
 void wipe() {
   wipe_registers();
-  wipe_stack<kDepth>();  // last, so that it begins where the functions before it began
+  wipe_stack<kDepth>();  // last: its frame then begins where theirs began
 }
 
 extern const Path kPortable;

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The kernel bridge: framed messages picked out of the kernel's stream and logged under their modules.
+// The kernel bridge: finds framed messages in the kernel's stream and logs them under their modules.
 //
 //   <jxlog-MM?L?TEXT<jxlog>     MM: module, two digits; L: level, one digit; ?: any character
 //

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A log file copied out for a reader: filtered, its times in the reader's zone.
+// Copies a log file for a reader: filtered, with times in the reader's zone.
 
 #include <algorithm>
 #include <cstring>

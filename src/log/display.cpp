@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Records as people read them.
+// Records as readable text.
 
 #include <cstdio>
 
