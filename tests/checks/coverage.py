@@ -5,7 +5,7 @@
 
     coverage.py SUMMARY FOLDER...
 
-Each folder must appear in the summary: one that no test reaches is a fault too.
+Each folder must appear in the summary: a folder that no test reaches is a fault too.
 """
 
 import json

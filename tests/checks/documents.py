@@ -59,7 +59,7 @@ ELSEWHERE = (
     # The virtual target builds the driver, loads it and uses its files.
     (re.compile(r"make -C driver|insmod |echo .*/sys/kernel/debug"), check_nothing),
     (re.compile(r"(sudo )?ldconfig|sudo apt"), check_nothing),
-    # tests/programs/tools runs what the tools' pages show, and tests/programs/sim what needs a simulation.
+    # tests/programs/tools runs the commands of the tools' pages, tests/programs/sim those that need a simulation.
     (re.compile(r"tarn-(cfg|log|event) "), check_nothing),
 )
 
@@ -103,7 +103,7 @@ def faults_of_page(page, sources, build, work):
     (tree / "build/release").symlink_to(build)
     subprocess.run("git init -q && git add -A .", cwd=tree, shell=True, check=True)  # for pages that show git grep
     for line in UNFENCED.findall(FENCE.sub("", text)):
-        yield f"commands stand between ```sh and ```: {line.strip()}"
+        yield f"write commands between ```sh and ```: {line.strip()}"
     for language, block in FENCE.findall(text):
         if language == "sh":
             yield from run_shell(block, tree, sources, build, work)

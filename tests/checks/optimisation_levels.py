@@ -7,7 +7,7 @@
 
 Code that a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the
 shared library must need only libc, and `cc` must link a C program with all of the static library, which must run.
-Prints one line for each build; the exit code is 1 after a fault, 77 if neither compiler is there.
+Prints one line for each build. The exit status is 1 after a fault, 77 if there is no compiler.
 """
 
 import concurrent.futures

@@ -12,7 +12,7 @@ or results in the same library after strip, is not a mutant: another one is draw
 
     mutate.py --deliberate
 
-The behaviours that are marked Deliberate in src/, each reversed by a change in deliberate.txt. A mark without a
+Tries the changes of deliberate.txt: each reverses a behaviour that is marked Deliberate in src/. A mark without a
 change, and a change that no test notices, are faults.
 
 The table has a line for each mutant. --results saves them as JSON, and --again runs the mutants of such a file instead
@@ -69,7 +69,7 @@ class Workshop:
     return self.stripped.read_bytes()
 
   def apply(self, mutant):
-    """Builds the mutant; False when it is not one."""
+    """Builds the mutant; False when the change does not result in a mutant."""
     lines = (self.source / mutant.key.file).read_text().split('\n')
     lines[mutant.line] = mutant.after
     return self.build_with(mutant.key.file, '\n'.join(lines))
@@ -96,7 +96,7 @@ def failure(results):
 
 
 def run_tests(program, library, folder):
-  """What killed the mutant: the name of a test and how it ended; None when all tests passed."""
+  """The name and the end of the test that killed the mutant; None when all tests passed."""
   children = []
   for shard in range(SHARDS):
     results = folder / ('results-%d' % shard)
@@ -164,7 +164,7 @@ class Flip:
     self.position = self.text.find(self.old)
 
   def fault(self, workshop, options, work):
-    """Why the change proves nothing; None when a test notices it."""
+    """The reason why the change proves nothing; None when a test notices it."""
     if self.text.count(self.old) != 1:
       return 'the old lines are %d times in the file' % self.text.count(self.old)
     if not workshop.build_with(self.file, self.text.replace(self.old, self.new)):

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Tests of programs: a *_test.py runs them as their users do, with the command line that it is given.
+"""Tests of programs. A *_test.py runs a program as its users do; the command line is in its arguments.
 
 Usage: FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM
 """
@@ -53,7 +53,7 @@ def open_terminal(test):
 
 
 def close_unless_closed(descriptor):
-  """A test may have closed its end itself, to see what the other end does then."""
+  """Ignores an end that the test has closed itself."""
   try:
     os.close(descriptor)
   except OSError:
@@ -63,7 +63,7 @@ def close_unless_closed(descriptor):
 def copy_for_others(test, *paths):
   """Copies of the files, in one folder that every user may enter; removed after the test.
 
-  A checkout may lie in a folder that is closed to others, as root's home is.
+  A checkout may be in a folder that other users may not enter, such as root's home.
   """
   folder = tempfile.mkdtemp(prefix='tarn-for-others-', dir='/tmp')
   test.addCleanup(shutil.rmtree, folder)
@@ -184,7 +184,7 @@ class ProgramTest(unittest.TestCase):
 
 
 def man_examples(page):
-  """The literal lines of a man page's EXAMPLES, as a reader sees them."""
+  """The literal lines of a man page's EXAMPLES, as they are displayed."""
   with open(page, encoding='ascii') as file:
     text = file.read()
   examples = text[text.index('.SH EXAMPLES'):]

@@ -6,7 +6,7 @@ import dataclasses
 import re
 import xml.etree.ElementTree
 
-# What GoogleTest prints for GTEST_SKIP() << reason.
+# The output of GoogleTest for GTEST_SKIP() << reason.
 SKIP_REASON = re.compile(r": Skipped\n+([^\n]*)")
 RESULT = re.compile(r"(passed|skipped|failed) (\S+) (\d+) (.*)")
 NOT_IN_XML = re.compile("[^\t\n\x20-\ud7ff\ue000-\ufffd]")

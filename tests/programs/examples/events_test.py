@@ -38,7 +38,7 @@ class Events(GatewaydTest):
     daemon.wait_for(' lo: [1-9][0-9]* checks')
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
       receiver.bind(('127.0.0.1', 0))
-      for _ in range(12):  # each seen by a check of its own; windows take 10 polls, which are fewer than checks
+      for _ in range(12):  # a separate check sees each; a window lasts 10 polls, which are fewer than the checks
         receiver.sendto(b'x', receiver.getsockname())
         daemon.wait_for('bytes received')
     daemon.end()
@@ -49,9 +49,9 @@ class Events(GatewaydTest):
     self.assertIn(int(count) + int(dropped), (reports - 1, reports), 'the last one may have come between the two')
 
   def test_with_the_device_the_platform_is_asked(self):
-    # An ordinary file stands for the device: it opens, and refuses every command.
+    # An ordinary file replaces the device: it can be opened, but refuses every command.
     self.write_below_root('dev/mu_pal_ioctl', '')
-    # The library neither joins nor detaches the event thread, which ends here: no netlink protocol of the platform.
+    # The event thread ends here: there is no netlink protocol 19. The library does not join or detach it.
     output = self.run_once(env={'TSAN_OPTIONS': 'report_thread_leaks=0:atexit_sleep_ms=0'})
     self.assertIn('mu-event: init OK (max_event_num 20)\n', output)
     self.assertIn("Can not run command '1', ret=-1.\n", output)
@@ -67,7 +67,7 @@ class Timers(GatewaydTest):
   def test_traffic_of_the_uplink_is_logged(self):
     self.write_settings(b'lo')
     daemon = self.start()
-    daemon.wait_for(' lo: [1-9][0-9]* checks')  # it knows where it counts from
+    daemon.wait_for(' lo: [1-9][0-9]* checks')  # it has the value from which it counts
     with socket.socket(socket.AF_INET, socket.SOCK_DGRAM) as receiver:
       receiver.bind(('127.0.0.1', 0))
       for _ in range(20):
@@ -78,13 +78,13 @@ class Timers(GatewaydTest):
     self.assertEqual(daemon.end()[0], OK)
 
   def test_uplink_without_counters_is_an_error(self):
-    for uplink in ('nosuch0', 'l', 'loo', 'o', ''):  # parts of a name and more are not that interface
+    for uplink in ('nosuch0', 'l', 'loo', 'o', ''):  # a part of a name, or a longer name, is another interface
       with self.subTest(uplink=uplink):
         self.write_settings(uplink.encode())
         self.assertRegex(self.run_until('checks,'), r'\[uplink-Error: \d+\]: %s: no counters\r' % uplink)
 
   def test_every_timer_goes_on(self):
-    # The first scan calls every timer at once: what comes later comes from timers that were armed again.
+    # The first scan calls every timer at once. Later output comes from timers that were restarted.
     self.write_settings(b'nosuch0')
     output = self.run_until('silent for')
     silences = re.findall(r'\[uplink-Warning: \d+\]: nosuch0: silent for (\d+) s', output)

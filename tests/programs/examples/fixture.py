@@ -1,13 +1,13 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""gatewayd in the hands of its tests.
+"""Runs gatewayd for its tests.
 
 A test file of this folder is run as
 
   FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] GATEWAYD
 
 The tests wait for what gatewayd prints, never for a time; the hang limit is CTest's. TARN_TEST_SHIM names the desktop
-shim, which keeps gatewayd from the machine's own files and devices, TARN_TEST_LIBRARY the library.
+shim, which prevents gatewayd from using the machine's own files and devices; TARN_TEST_LIBRARY names the library.
 """
 
 import os
@@ -42,7 +42,7 @@ def command(args, root, copies=()):
 
   With `copies`, those of gatewayd, the shim and the library are run.
   """
-  # Preloaded, the shim comes before the address sanitizer's library, which that would refuse.
+  # The address sanitizer refuses a library that is preloaded before its own.
   env = {'TARN_SIM_ROOT': root, 'TSAN_OPTIONS': 'atexit_sleep_ms=0:' + os.environ.get('TSAN_OPTIONS', ''),
          'ASAN_OPTIONS': 'verify_asan_link_order=0:' + os.environ.get('ASAN_OPTIONS', '')}
   *emulator, program = gatewayd_command
@@ -57,12 +57,12 @@ def command(args, root, copies=()):
 
 
 class Daemon:
-  """A running gatewayd. `output` holds what it has printed, as far as it was read."""
+  """A running gatewayd. `output` is the part of its output that was read."""
 
   def __init__(self, args, root, env=None, copies=(), **popen):
     line, changes = command(args, root, copies)
     self.output = ''
-    # Unbuffered: what is read ahead after a line would be lost to communicate().
+    # Unbuffered: communicate() would not get bytes that were read ahead after a line.
     # pylint: disable=consider-using-with
     self.process = subprocess.Popen(line, env={**os.environ, **changes, **(env or {})}, stdin=subprocess.DEVNULL,
                                     stdout=subprocess.PIPE, stderr=subprocess.PIPE, bufsize=0, **popen)
@@ -79,7 +79,7 @@ class Daemon:
                          % (pattern, self.output, self.process.stderr.read().decode()))
 
   def wait_until_printed(self, text):
-    """Reads until it has printed the text, now or earlier: its threads print in no order."""
+    """Reads until it has printed the text, now or earlier: the order of its threads' output is not fixed."""
     if text not in self.output:
       self.wait_for(re.escape(text))
 
@@ -143,14 +143,14 @@ class GatewaydTest(unittest.TestCase):
     return daemon
 
   def run_once(self, *args, **popen):
-    """Starts it, ends it in order, and returns what it printed."""
+    """Starts it, stops it by a signal, and returns its output."""
     daemon = self.start(*args, **popen)
     status, errors = daemon.end()
     self.assertEqual(status, OK, errors)
     return daemon.output
 
   def run_until(self, pattern):
-    """Starts it, ends it in order once a line matches, and returns what it printed."""
+    """Starts it, stops it by a signal when a line matches, and returns its output."""
     daemon = self.start()
     daemon.wait_for(pattern)
     status, errors = daemon.end()
@@ -169,7 +169,7 @@ class GatewaydTest(unittest.TestCase):
     self.assertEqual(text.count('\n'), 1, text)
 
   def unprivileged(self):
-    """Arguments that run gatewayd as a user whom permissions bind."""
+    """Arguments that run gatewayd as a user who is not root."""
     if os.geteuid() != 0:
       return {}
     os.chmod(self.folder, 0o755)

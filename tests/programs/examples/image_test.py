@@ -97,8 +97,8 @@ class DamagedImage(GatewaydTest):
         ('half a header', self.sound()[:15]),
         ('only the header of an image with records', self.sound()[:16]),
         ('last byte missing', self.sound()[:-1]),
-        ('text', b'host_name=gateway\nboot_count=7\n'),  # "e=ga" reads as its length
-        # 4 GiB of records: whoever believed it would read far beyond the buffer.
+        ('text', b'host_name=gateway\nboot_count=7\n'),  # "e=ga" is read as its length
+        # 4 GiB of records: a reader that trusts this length would read far beyond the buffer.
         ('length beyond any buffer', image.image(b'\0' * 8, length=0xFFFFFFF0, crc=0)),
     ):
       with self.subTest(damage=name):
@@ -164,7 +164,7 @@ class RefusedImage(GatewaydTest):
     self.write(image.image(records))
     output = self.run_once()
     self.assertIn('started, boot count 8\r', output)
-    # Nothing else fits: every other field is reported and served by its default.
+    # Nothing else fits: every other field is reported, and its default is used.
     for key in DEFAULTS:
       self.assertIn('field 0x%04x has another size or finds no room' % key, output)
     self.assertEqual(set(self.fields()), {image.BOOT_COUNT, 0x7001})

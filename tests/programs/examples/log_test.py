@@ -47,7 +47,7 @@ class Log(GatewaydTest):
 
     def driver_logs(number):
       self.write_below_root('proc/kmsg', frame % (number, number, number), 'a')
-      daemon.wait_for('unknow module id:99')  # the bridge is past the frame
+      daemon.wait_for('unknow module id:99')  # the bridge has handled the frame
 
     driver_logs(1)
     daemon.process.send_signal(signal.SIGUSR1)
@@ -85,7 +85,7 @@ class Collector(GatewaydTest):
     self.popen = {'env': {'TARN_SIM_COLLECTOR_PORT': str(port)}}
 
   def received(self):
-    """What has come since. On loopback a datagram is there when its sender's call returns."""
+    """The datagrams since the last call. On loopback a datagram has arrived when its sender's call returns."""
     texts = []
     while True:
       try:

@@ -59,7 +59,7 @@ class Ending(GatewaydTest):
 
   def test_ends_when_its_time_is_over_also_if_it_was_stopped_before(self):
     daemon = self.start('--run-for', '1')
-    daemon.wait_for(' checks,')  # it waits for its end by now
+    daemon.wait_for(' checks,')  # it waits for a signal by now
     daemon.process.send_signal(signal.SIGSTOP)
     os.waitpid(daemon.process.pid, os.WUNTRACED)  # a SIGCONT that came earlier would undo it
     daemon.process.send_signal(signal.SIGCONT)
@@ -71,9 +71,9 @@ class Ending(GatewaydTest):
   def test_prints_its_timers(self):
     output = self.run_until(r'\[traffic-Info: \d+\]: lo: \d+ checks')  # the first scan is over
     rows = re.findall(r'\n(\d+) +(\d+) +\d+ +(\d+) +(Circle|OneShot) ', output)
-    # The one-shots of the first look and the first report, 7 and 8, may still be on their way out.
+    # The one-shot timers of the first check and the first report, 7 and 8, may not have been removed yet.
     rows = [row for row in rows if int(row[1]) <= 6]
-    # In the order of their adds; what the one-shots are armed for changes.
+    # In the order in which they were added; the intervals of the one-shot timers vary.
     self.assertEqual([(row, timer_id, kind) for row, timer_id, _, kind in rows],
                      [('0', '1', 'Circle'), ('1', '2', 'Circle'), ('2', '3', 'Circle'), ('3', '4', 'Circle'),
                       ('4', '5', 'OneShot'), ('5', '6', 'OneShot')])

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""How gatewayd saves its image, and what stays when it cannot. See fixture.py."""
+"""How gatewayd saves its image, and what remains if it cannot. See fixture.py."""
 
 import os
 import resource
@@ -12,7 +12,7 @@ from fixture import OK, GatewaydTest, command, image
 
 
 class Saving(GatewaydTest):
-  """However a save fails: the old image stays byte for byte, nothing else remains, and the daemon says so."""
+  """After every kind of failed save: the old image is unchanged, no other file remains, and the daemon reports it."""
 
   OLD = image.image(image.record(image.BOOT_COUNT, image.number_of(7)))
   FAILED = 'not saved, the file stays as it was: '
@@ -60,7 +60,7 @@ class Saving(GatewaydTest):
     def limit():
       resource.setrlimit(resource.RLIMIT_FSIZE, (40, 40))
 
-    # An instrumented library would cut its own records of what ran.
+    # An instrumented library could not write its coverage data.
     output = self.run_once(preexec_fn=limit, env={'GCOV_PREFIX': '/dev/null'})
     self.expect_old_image(output, 'File too large')
 

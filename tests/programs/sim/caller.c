@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// A daemon that knows nothing of a shim. It reads calls, one a line, from the UNIX socket that its first argument
+// A daemon that does not know of the shim. It reads calls, one per line, from the UNIX socket that its first argument
 // names, makes them, and answers each with "RESULT ERRNO HEX". The class Daemon of fixture.py sends them.
 
 #define _GNU_SOURCE
@@ -29,7 +29,7 @@
 
 #include "hammer.h"
 
-// What a fortified build calls instead.
+// The functions that a fortified build calls instead.
 int __open_2(const char *path, int flags);
 int __open64_2(const char *path, int flags);
 int __openat_2(int folder, const char *path, int flags);
@@ -83,7 +83,7 @@ static int fopen_as(const char *variant, const char *path, const char *mode) {
   return file == NULL ? -1 : fileno(file);
 }
 
-// The first line, as a stream reads it.
+// Reads the first line with a stream.
 static void read_first_line(const char *variant, const char *path) {
   char line[kMaxBytes] = "";
   FILE *file = is(variant, "fopen64") ? fopen64(path, "re") : fopen(path, "r");
@@ -94,8 +94,8 @@ static void read_first_line(const char *variant, const char *path) {
 
 // ---- Devices --------------------------------------------------------------------------------------------------------
 
-// The argument's bytes, with a page behind them (or, `at_start`, in front of them) that must not be touched. The rest
-// of its own pages is filled, and looked at afterwards.
+// The argument's bytes. The page after them (with `at_start`, before them) is inaccessible. The rest of their own pages
+// is filled, and checked afterwards.
 static void guarded_ioctl(int file, unsigned long request, const char *hex, int at_start) {
   const size_t page = (size_t)sysconf(_SC_PAGESIZE);
   const size_t room = (kMaxBytes / page + 1) * page;
@@ -141,7 +141,7 @@ static long send_inet(int sock, const char *address, int port, const char *hex) 
   return sendto(sock, bytes, length, 0, (const struct sockaddr *)&to, sizeof to);
 }
 
-// How long the kernel says that the sender's address is. A netlink socket has room for 12 bytes of it.
+// The length of the sender's address, as the kernel reports it. A netlink socket has room for 12 bytes of it.
 static long sender_size(int sock) {
   uint8_t bytes[kMaxBytes];
   struct sockaddr_nl from;
@@ -150,7 +150,7 @@ static long sender_size(int sock) {
   return got < 0 ? got : (long)length;
 }
 
-// Waits for one or two descriptors, for so many milliseconds (for ever if negative): 1 for the first, 2 for the second.
+// Waits for one or two descriptors; for ever if the limit is negative. Answers 1 for the first plus 2 for the second.
 static void wait_readable(int first, int second, int limit_ms) {
   fd_set set;
   FD_ZERO(&set);
@@ -192,7 +192,7 @@ static void *report_thread(void *context) {
   return NULL;
 }
 
-// A thread as the event channel's: the result of pthread_create, then the thread's stack, guard and policy.
+// Creates a thread like the event channel's. Answers the result of pthread_create, its stack, guard and policy.
 static void realtime_thread(int stack, int policy, int inherit) {
   pthread_attr_t attributes;
   pthread_attr_init(&attributes);
@@ -290,7 +290,7 @@ static int perform_process(char **word, int words) {
     return 1;
   }
   if (is(word[0], "realtime")) return realtime_thread(number(word[1]), number(word[2]), number(word[3])), 1;
-  if (is(word[0], "fork")) {  // the child goes on, and the parent once that has ended
+  if (is(word[0], "fork")) {  // the child continues; after its end, the parent continues
     const pid_t child = fork();
     if (child == 0) return answer(0, NULL, 0), 1;
     int status = 0;
@@ -335,7 +335,7 @@ static int perform(char **word, int words) {
   _exit(95);
 }
 
-// A byte at a time: what follows a line belongs to the next process that serves.
+// One byte at a time: the bytes after a line are for the next process that serves.
 static int read_line(char *line) {
   size_t length = 0;
   while (length < kMaxLine - 1) {

@@ -183,7 +183,7 @@ class Channel(SimTest):
     sock = daemon.channel()
     sim.process.send_signal(signal.SIGSTOP)
     self.assertEqual(daemon.call('close', sock), 0)
-    control.sock.sendall(b'event 1\nstatus\n')  # so that it finds both at once
+    control.sock.sendall(b'event 1\nstatus\n')  # so that it receives both together
     sim.process.send_signal(signal.SIGCONT)
     self.assertEqual(control.answer(), ['ok'])
     channel = json.loads(control.answer()[0])['channel']

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""The log collector: port 514 in a network of its own, by way of the shim, or one's own. See fixture.py."""
+"""The log collector: port 514 in a separate network, through the shim, or the user's own. See fixture.py."""
 
 import shutil
 import socket

@@ -157,7 +157,7 @@ class Clients(SimTest):
       self.assertLess(int(sizes.read().split()[1]) * os.sysconf('SC_PAGESIZE'), 128 << 20)
 
   def flood(self, client, data, most):
-    """Sends until the launcher takes no more; returns how many bytes it took."""
+    """Sends until the launcher reads no more; returns the number of bytes."""
     client.sock.setblocking(False)
     sent = 0
     while sent < most:
@@ -218,7 +218,7 @@ class Clients(SimTest):
     def is_taken():
       try:
         return sim.control().ask('name 5 five') == ['ok']
-      except (EOFError, OSError):  # the launcher has not seen the end yet
+      except (EOFError, OSError):  # the launcher has not noticed the end yet
         return False
 
     sim.until(is_taken, 'a free place')

@@ -81,7 +81,7 @@ class Signals(SimTest):
     self.assertEqual(sim.wait(), 0)
 
   def test_of_timeout_let_the_daemon_end_in_order(self):
-    # It signals its child and at once its group, and the daemon a second time with that.
+    # It signals its child and at once its group, so the daemon gets the signal twice.
     sim = self.sim('--grace=10m', start_new_session=True)
     daemon = sim.meet()
     self.assertEqual(daemon.call('catch', signal.SIGTERM), 0)
@@ -98,9 +98,9 @@ class Signals(SimTest):
       self.assert_refused('--grace', '--grace', time, '--', 'true')
 
   def test_a_terminals_interrupt_reaches_the_daemon_once(self):
-    self.natively()  # the emulator does not say where a signal came from
+    self.natively()  # the emulator does not report the sender of a signal
     ours, theirs = programs.open_terminal(self)
-    # On a terminal of its own, to which it and the daemon belong.
+    # On a separate terminal, which controls it and the daemon.
     sim, daemon, control = self.play('--verbose', stdin=theirs, before=('setsid', '--ctty', '--wait'))
     os.close(theirs)
     self.assertEqual(daemon.call('catch', signal.SIGINT), 0)

@@ -126,7 +126,7 @@ class Manual(SimTest):
     page = self.read(os.path.join(SOURCES, 'sim/tarn-sim.1'))
     example = page.replace('\\-', '-').replace('\\(dq', '"').split('.EX\n')[2].split('.EE')[0]
     self.assertTrue(example.endswith('at 10s stop\n'), example)
-    endless = example.removesuffix('at 10s stop\n')  # this test stops it when it has seen all
+    endless = example.removesuffix('at 10s stop\n')  # this test stops it at the end
     daemon = [*fixture.emulator, os.environ['TARN_TEST_GATEWAYD'], '--config=gatewayd.cfg']
     sim = self.sim('--verbose', script=endless, command=daemon, cwd=self.folder)
     sim.until(lambda: 'event 1 (link-up), device 3' in sim.errors() or sim.process.poll() is not None, 'the events')

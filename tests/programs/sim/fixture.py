@@ -1,13 +1,13 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-sim in the hands of its tests: a launcher that runs, the daemon below it, and clients of its control socket.
+"""Runs tarn-sim for its tests: a launcher, its daemon, and clients of its control socket.
 
 A test file of this folder is run as
 
   FILE_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN_SIM
 
-The environment names the other programs: TARN_TEST_CALLER, the daemon (caller.c), and, where they are built,
-TARN_TEST_EVENT_TOOL and TARN_TEST_GATEWAYD. Tests wait for what happens; a clock only shows that nothing came early.
+The environment names the other programs: TARN_TEST_CALLER, the daemon (caller.c), and, if they are built,
+TARN_TEST_EVENT_TOOL and TARN_TEST_GATEWAYD. Tests wait for events; a clock only shows that nothing was early.
 """
 
 import errno
@@ -39,7 +39,7 @@ PRINT, RECORD, ENABLE = range(3)
 LONG_MS = 1000000  # of suppression windows that never end during a test
 TYPES = 20         # of the simulated driver, unless it is given another number
 
-# The daemon's byte order, which an emulated one may have for itself.
+# The daemon's byte order; an emulated daemon may differ from this machine.
 ORDER = {'little': '<', 'big': '>'}[os.environ.get('TARN_TEST_BYTE_ORDER', sys.byteorder)]
 HEADER = struct.Struct(ORDER + 'HHHHHH8xI')
 MESSAGE = struct.Struct(ORDER + '8I')
@@ -53,7 +53,7 @@ def caller():
 
 
 def header(length=0, event_type=0, device=0, destination=0):
-  """The 24 bytes in front of each argument of the platform's device, and of each datagram."""
+  """The header of 24 bytes of each argument of the platform's device, and of each datagram."""
   return HEADER.pack(0, length, 0, event_type, 0, device, destination)
 
 
@@ -72,7 +72,7 @@ def level_message(module, setting, value, command=3):
 
 
 class Daemon:
-  """The daemon: has it make calls, and gives the result of each, or the negative errno."""
+  """The daemon. Each method lets it make a call, and returns the result or the negative errno."""
 
   def __init__(self, listener):
     self.talk, _ = listener.accept()
@@ -83,7 +83,7 @@ class Daemon:
     self.talk.sendall(' '.join(str(word) for word in words).encode() + b'\n')
 
   def ask(self, *words):
-    """The result of a call, and the bytes that it gave."""
+    """The result of a call, and the bytes that it returned."""
     self.send(*words)
     return self.answer()
 
@@ -98,7 +98,7 @@ class Daemon:
     return self.ask(*words)[0]
 
   def read_to(self, file, end):
-    """Reads until what has come ends so: a stream comes in whatever pieces it likes."""
+    """Reads until the bytes so far end with `end`: a stream may arrive in any pieces."""
     got = b''
     while not got.endswith(end):
       got += self.ask('read', file, 8000)[1]
@@ -139,7 +139,7 @@ class Daemon:
     return self.call('bind-netlink', sock, port, size, family)
 
   def channel(self, port=None):
-    """A bound event channel, whose port the driver knows, as the library makes it."""
+    """A bound event channel whose port the driver knows, made in the way of the library."""
     sock = self.socket()
     port = self.call('getppid') if port is None else port
     assert self.set_destination(port) == 0
@@ -202,7 +202,7 @@ class Client:
     return json.loads(line)
 
   def wait_until_done(self):
-    """Waits until every command of scripts and clients is done."""
+    """Waits until every command of scripts and clients has run."""
     while self.status()['script']['pending'] > 0:
       pass
 
@@ -212,7 +212,7 @@ class Client:
 
 
 class Simulation:
-  """A running launcher. `daemon` is there once `meet` was called."""
+  """A running launcher. `meet` sets `daemon`."""
 
   def __init__(self, folder, root, options, command=None, before=(), launcher=None, **popen):
     self.root = root
@@ -270,12 +270,12 @@ class Simulation:
       time.sleep(0.01)
 
   def until_said(self, *texts):
-    """Waits until the launcher, or the shim, has said all of it."""
+    """Waits until the launcher or the shim has printed all of these texts."""
     for text in texts:
       self.until(lambda wanted=text: wanted in self.errors(), text)
 
   def kill(self):
-    """Kills the launcher; the daemon goes on."""
+    """Kills the launcher; the daemon continues."""
     assert self.daemon.call('ignore', int(signal.SIGTERM)) == 0
     self.process.kill()
     self.wait()
@@ -292,7 +292,7 @@ class Simulation:
 
 
 class SimTest(unittest.TestCase):
-  """A folder that other users may enter, and ways to run the launcher. `root` is used where no other is given."""
+  """A folder that other users may enter, and ways to run the launcher. `root` is the default root."""
 
   def setUp(self):
     self.folder = tempfile.mkdtemp(prefix='tarn-sim-test-', dir='/tmp')
@@ -314,7 +314,7 @@ class SimTest(unittest.TestCase):
     return started, started.meet(), started.control()
 
   def run_to_end(self, *args, launcher=None, **run):
-    """Runs the launcher with these arguments only: its status, its output and what stands on standard error."""
+    """Runs the launcher with only these arguments; returns its status, its output and its standard error."""
     done = subprocess.run([*emulator, launcher or tarn_sim, *args], check=False, timeout=HANG_S,
                           **{'input': b'', 'stdout': subprocess.PIPE, 'stderr': subprocess.PIPE, **run})
     return done.returncode, (done.stdout or b'').decode(errors='replace'), done.stderr.decode(errors='replace')

@@ -5,8 +5,8 @@
 #ifndef TARN_TEST_SIM_HAMMER_H
 #define TARN_TEST_SIM_HAMMER_H
 
-// Threads, each of which writes the settings of an event type of its own and reads them back, over and over. They share
-// the descriptor of the platform's device; with -1 each call opens its own. Returns how often the answer was another's.
+// Starts threads. Each repeatedly writes the settings of one event type and reads them back. They share the descriptor
+// of the platform's device; with -1 each call opens its own. Returns how often a thread got the answer for another.
 long hammer_in_threads(int threads, int calls, int shared);
 
 #endif

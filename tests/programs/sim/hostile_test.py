@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Neighbours that do what they should not: junk, floods, no descriptors, a console that is gone. See fixture.py."""
+"""Clients and surroundings that misbehave: junk, floods, no descriptors, no console. See fixture.py."""
 
 import os
 import resource
@@ -23,7 +23,7 @@ class Hostile(SimTest):
           try:
             other.send(junk)
           except OSError:
-            pass  # hung up on
+            pass  # the connection was closed
     with socket.socket(socket.AF_UNIX, socket.SOCK_STREAM) as other:
       other.connect(self.below_root('proc/kmsg'))
       other.send(b'junk' * 1000)
@@ -36,10 +36,10 @@ class Hostile(SimTest):
     sock = daemon.channel()
 
     def open_descriptors():
-      control.status()  # what came before it has been looked at
+      control.status()  # the earlier messages have been handled
       return len(os.listdir('/proc/%d/fd' % sim.process.pid))
 
-    # The connection stays open, so that the end of it closes nothing.
+    # The connection stays open, so that its end does not close anything.
     for device in ('dev/mu_pal_ioctl', 'dev/mulog-ioctl-dev', 'dev/netlink-19'):
       with socket.socket(socket.AF_UNIX, socket.SOCK_SEQPACKET) as other:
         other.connect(self.below_root(device))
@@ -47,7 +47,7 @@ class Hostile(SimTest):
         other.recv(8)
         before = open_descriptors()
         for size in (1, 4, 7, 8):
-          for count in (1, 2):  # two are more than any message takes
+          for count in (1, 2):  # no message may have two
             with self.subTest(device=device, size=size, count=count):
               socket.send_fds(other, [b'\xff' * size], [0] * count)
               if size == 8:

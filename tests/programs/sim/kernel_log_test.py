@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""/proc/kmsg: the form of its lines, and who gets them. See fixture.py."""
+"""/proc/kmsg: the form of its lines, and their readers. See fixture.py."""
 
 import os
 import re
@@ -108,7 +108,7 @@ class Readers(SimTest):
     control.do('raw-kmsg "%s\\n" 300 times' % ('x' * 1023))
     control.wait_until_done()
     control.do('raw-kmsg "last\\n"')
-    # 262144 bytes are 256 of these lines; the last one takes the place of one more.
+    # 262144 bytes are 256 of these lines; the last line replaces one more.
     self.assertEqual(control.status()['kmsg'], {'written': 301, 'withheld': 0, 'lost': 45})
     self.assertEqual(daemon.ask('first-line', 'fopen', KMSG)[1], b'x' * 1023 + b'\n')
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""/dev/mulog-ioctl-dev: the levels of the simulated drivers, and what they do to the drivers' lines. See fixture.py."""
+"""/dev/mulog-ioctl-dev: the levels of the simulated drivers, and their effect on the drivers' lines. See fixture.py."""
 
 import errno
 import os
@@ -47,7 +47,7 @@ class LogDevice(SimTest):
 
 
 class LogDeviceValues(SimTest):
-  """As the reference driver takes them."""
+  """The same requests as the reference driver accepts."""
 
   def test_of_levels_are_at_most_8(self):
     _, daemon, control = self.play()

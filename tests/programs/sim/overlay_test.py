@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Files of the daemon: those of the overlay, and those that are not the simulation's. See fixture.py."""
+"""Files of the daemon: those of the overlay, and those that are not simulated. See fixture.py."""
 
 import errno
 import os

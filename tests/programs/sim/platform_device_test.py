@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""/dev/mu_pal_ioctl: its two commands, and the driver's table of events behind them. See fixture.py."""
+"""/dev/mu_pal_ioctl: its two commands, and the driver's table of events. See fixture.py."""
 
 import errno
 import random
@@ -55,7 +55,7 @@ class PlatformDevice(SimTest):
     _, daemon, _ = self.play()
     file = daemon.open(PAL)
     for request, expected in ((0x4300, 'EINVAL'), (0x4303, 'EINVAL'), (0x43ff, 'EINVAL'), (0x4201, 'ENOTTY'),
-                              (0x5401, 'ENOTTY')):  # those of another driver are the socket's own to refuse
+                              (0x5401, 'ENOTTY')):  # the socket itself refuses requests of another driver
       with self.subTest(request=hex(request)):
         self.assert_error(expected, daemon.ioctl(file, request, bytes(256))[0])
 
@@ -149,7 +149,7 @@ def table(model):
 class Suppression(SimTest):
 
   def test_follows_the_stated_rules(self):
-    """Random calls of all operations and events, against the rules written anew; windows that do not end meanwhile."""
+    """Random calls of all operations and events, compared with a model. No window ends during the test."""
     choose = random.Random(4711)
     sim, daemon, control = self.play('--events', '4')
     sock = daemon.channel()
@@ -208,7 +208,7 @@ class Suppression(SimTest):
     sim, daemon, control = self.play('--verbose')
     sock = daemon.channel()
     self.assertEqual(daemon.configure(SET, 4, 1, 2, 10)[0], 0)
-    # A window may end between them, but not twice as fast as an event comes.
+    # A window may end during a storm; then the next storm begins the suppression.
     sim.until(lambda: control.ask('event storm 3 times') and control.status()['events'][4]['suppressed'], 'suppression')
     sim.until(lambda: not control.status()['events'][4]['suppressed'], 'release')
     while daemon.has_more(sock):

@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Does to the gateway's own paths and port what a daemon does, and prints what came of it. Run with and without the
-// preloaded shim by shim_test.cpp.
+// Uses a gateway's paths and port as a daemon does, and prints the results. shim_test.cpp runs it with and without the
+// preloaded shim.
 
 #define _GNU_SOURCE
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Daemons that the shim cannot enter, and that tarn-sim refuses before they start. See fixture.py.
+"""Daemons that cannot load the shim, which tarn-sim refuses before they start. See fixture.py.
 
 They are made from a sound program by a change in its ELF header.
 """
@@ -76,13 +76,13 @@ class Refused(RefusedTest):
       self.assertEqual((status, output), (0, 'it runs\n'), errors)
 
   def test_an_emulator_is_not(self):
-    # It is started; that it comes to nothing is its own matter.
+    # It is started, and then fails by itself.
     _, _, errors = self.run_to_end('--no-namespace', '--', self.static('qemu-none'))
     self.assertRegex(errors, 'qemu-none (ended with status|was ended by signal)')
 
 
 class RefusedRights(RefusedTest):
-  """Programs that run with the rights of another."""
+  """Programs that run with the rights of another user."""
 
   def setUp(self):
     super().setUp()

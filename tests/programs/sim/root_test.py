@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""The folder that stands for the gateway's, and what may stand in its way. See fixture.py."""
+"""The folder of the simulated files, and obstacles to its use. See fixture.py."""
 
 import os
 import re

@@ -36,13 +36,13 @@ std::vector<Line> lines_of(const std::string &script) {
   return lines;
 }
 
-// A schedule whose commands say something, and the clock that it is asked by.
+// A schedule of `say` commands, and its clock.
 class Play {
  public:
   explicit Play(const std::string &script)
       : schedule_(lines_of(script), mu_current_tick()), start_(mu_current_tick()) {}
 
-  // What is said now, each word once.
+  // The texts that are said now.
   std::string now(std::size_t most = kAll) {
     std::string said;
     for (const Command &command : schedule_.take(mu_current_tick(), ready, most)) {
@@ -51,7 +51,7 @@ class Play {
     return said;
   }
 
-  // What is said within so many ms, each with its time since the start: the clock moves on in steps of 10 ms.
+  // The texts that are said in the next `ms`, each with its time since the start. The clock advances in steps of 10 ms.
   std::string during(std::int64_t ms) {
     std::string said;
     for (std::int64_t passed = 0; passed < ms; passed += 10) {
@@ -63,7 +63,7 @@ class Play {
     return said;
   }
 
-  // When the next is due: ms from now.
+  // The ms until the next command is due.
   std::optional<std::int64_t> next() const {
     const auto tick = schedule_.next();
     if (!tick) return std::nullopt;
@@ -109,7 +109,8 @@ TEST(Schedule, RepeatsAtOnce) {
 
 TEST(Schedule, RepeatsWithAPeriodFromTheTimeOfTheLineBefore) {
   Play play("at 20ms say a\nevery 30ms say b 3 times\nsay c\nafter 30ms say d");
-  // The lines behind it count from its first time; what is due at one time comes in the order of the lines.
+  // The lines after it count from its first run. Commands that are due at the same time are in the order of their
+  // lines.
   EXPECT_EQ(play.during(200), "a@20 b@20 c@20 b@50 d@50 b@80");
 }
 
@@ -123,7 +124,7 @@ TEST(Schedule, RepeatsWithoutAnEnd) {
 TEST(Schedule, MakesUpForWhatWasMissed) {
   Play play("every 10ms say a 5 times\nevery 20ms say b 2 times\nat 30ms say c");
   play.clock.pass_ms(1000);
-  EXPECT_EQ(play.now(), "a b a a b a c a");  // as it would have come
+  EXPECT_EQ(play.now(), "a b a a b a c a");  // the same order as without the delay
   EXPECT_EQ(play.next(), std::nullopt);
 }
 

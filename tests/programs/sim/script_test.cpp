@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The language of scripts: words, times, commands, lines, and where and why a line is faulty.
+// The language of scripts: words, times, commands, lines, and the place and reason of faults.
 
 #include "sim/launcher/script.h"
 
@@ -21,7 +21,7 @@ namespace {
 
 constexpr std::uint32_t kTypes = 20;
 
-// The line, which must be sound.
+// Parses a line that must be valid.
 Line line_of(const std::string &text, Names *names = nullptr) {
   static Names common(kTypes);
   bool is_blank = false;
@@ -202,7 +202,7 @@ TEST(ScriptCommands, NameTypes) {
   EXPECT_EQ(name.kind, Kind::kName);
   EXPECT_EQ(line_of("event door-open", &names).command.type, 7u);
   EXPECT_EQ(names.of(7), "door-open");
-  line_of("name 7 door", &names);  // the earlier name goes
+  line_of("name 7 door", &names);  // replaces the earlier name
   EXPECT_FALSE(names.find("door-open"));
   line_of("name 7 door", &names);
   line_of("name 1 up_2", &names);  // a built-in one
@@ -334,7 +334,7 @@ TEST(ScriptLines, AreRefusedWithTheColumnAndTheReason) {
     EXPECT_FALSE(is_blank);
     EXPECT_EQ(fault.column, row.column);
     EXPECT_EQ(fault.reason, row.reason);
-    EXPECT_EQ(names.of(7), "");  // a faulty line names nothing
+    EXPECT_EQ(names.of(7), "");  // a faulty line sets no name
   }
 }
 

@@ -18,7 +18,7 @@ from fixture import HEADER, KMSG, SET, SimTest, datagram
 class Times(SimTest):
 
   def sequence(self, script, count):
-    """The first datagrams that a script sends to a daemon that binds the channel first of all, and when they came."""
+    """The first datagrams of a script to a daemon that binds the channel at once, and the times of their arrival."""
     sim = self.sim(script=script)
     daemon = sim.meet()
     before = time.monotonic()
@@ -29,7 +29,7 @@ class Times(SimTest):
     return received, sim.control()
 
   def whole_sequence(self, script, count):
-    """The same of a script that ends, and sends no more than that."""
+    """The same for a script that ends and sends no further datagrams."""
     received, control = self.sequence(script, count)
     self.assertEqual(control.status()['channel']['sent'], count)
     self.assertEqual(control.status()['script']['pending'], 0)

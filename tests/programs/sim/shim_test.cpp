@@ -74,7 +74,7 @@ TEST(Shim, WithoutARootOrACollectorTouchesNothing) {
   const bool host_has_overlay = std::filesystem::exists(std::filesystem::path("/") / "overlay");
   EXPECT_EQ(run_probe().substr(0, 54), "write /overlay/file: No such file or directory\naccess:");
   EXPECT_NE(run_probe().find("/proc/kmsg: No such file or directory\n"), std::string::npos);
-  EXPECT_NE(run_probe().find("sent 8\n"), std::string::npos);  // swallowed
+  EXPECT_NE(run_probe().find("sent 8\n"), std::string::npos);  // dropped
   EXPECT_EQ(std::filesystem::exists(std::filesystem::path("/") / "overlay"), host_has_overlay);
 }
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What the daemon is given: descriptors, signals, input, environment, and its parent. See fixture.py."""
+"""The surroundings of the daemon: descriptors, signals, input, environment, and its parent. See fixture.py."""
 
 import os
 import re

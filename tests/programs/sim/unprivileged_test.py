@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: Apache-2.0
 """tarn-sim and its daemon as a user without rights. See fixture.py.
 
-Root gives its rights up for it; whoever else runs these tests has none.
+If root runs these tests, they drop its rights; another user has none.
 """
 
 import os
@@ -104,9 +104,9 @@ class Gatewayd(UnprivilegedTest):
       self.skipTest('gatewayd is not built')
     sim = self.unprivileged(command=[*fixture.emulator, self.gatewayd, '--config', self.below_root('cfg'),
                                      '--set-collector', '192.168.1.254'])
-    sim.until(lambda: 'started, boot count 1' in sim.output(), 'the start')  # subscribers and levels are there
+    sim.until(lambda: 'started, boot count 1' in sim.output(), 'the start')  # it has subscribed and set its levels
     control = sim.control()
-    sim.until(lambda: control.status()['channel']['bound'], 'the channel')  # by a thread of its own
+    sim.until(lambda: control.status()['channel']['bound'], 'the channel')  # by a separate thread
     control.do('event link-down port 3', 'kmsg 5 6 "port 3 is down"', 'kmsg "other"', 'event traffic device 8 10 times')
     sim.until(lambda: 'device 3: link down' in sim.output(), 'the event')
     # Three in a window are enough for it.

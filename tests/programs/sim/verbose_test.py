@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What tarn-sim says by itself: hints, and the details of --verbose. See fixture.py.
+"""The messages of tarn-sim: hints, and the details of --verbose. See fixture.py.
 
-When a hint is due is in hints_test.cpp.
+hints_test.cpp tests when a hint is due.
 """
 
 import os

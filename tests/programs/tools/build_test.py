@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What the build makes of the tools: when it refuses to, and which version and date its man pages have.
+"""The build of the tools: when it is refused, and the version and date of the man pages.
 
 Usage: build_test.py [SUITE.TEST]... -- FOLDER_OF_THE_MADE_MAN_PAGES
 """
@@ -25,7 +25,7 @@ man_folder = []
 class Configure(programs.ProgramTest):
 
   def configure(self, *options):
-    """Configures without the system's headers; returns whether it worked, and what CMake said, on one line."""
+    """Configures without the system's headers; returns whether it worked, and CMake's output on one line."""
     cmake = shutil.which('cmake')
     if not cmake:
       self.skipTest('no cmake')

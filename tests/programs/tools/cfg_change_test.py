@@ -184,7 +184,7 @@ class Changes(CfgTest):
     self.assertEqual(self.load(*(data for data, _ in states)), [count for _, count in states])
 
   def test_large_images(self):
-    # Beyond 128 KiB the library's sum may wrap; the seal has to be the library's all the same.
+    # Above 128 KiB the library's sum may wrap; the checksum must nevertheless be the library's.
     value = b'\xff' * 65535
     self.write('f', built(*[(key, value) for key in range(4)]))
     self.do('set', 'f', 'flag', 'char', '1')

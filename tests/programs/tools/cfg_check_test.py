@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-cfg check and diff: what is wrong with an image, and what distinguishes two.
+"""tarn-cfg check and diff: the faults of an image, and the differences of two images.
 
 Usage: cfg_check_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """
@@ -104,7 +104,7 @@ class Check(CfgTest):
         if offsets:
           self.assertEqual(re.findall('^f: at 0x([0-9a-f]+): .', output, re.MULTILINE), ['%x' % at for at in offsets])
         self.assertEqual(taken_apart(data) is not None, not offsets)
-        # What can be read is shown, the rest is reported on standard error; no other command touches it.
+        # The readable part is shown, the rest is reported on standard error; these other commands refuse the file.
         status, _, errors = self.run_tool('show', 'f')
         self.assertEqual((status, errors.count('f: at 0x')), (NOT_SO if offsets else DONE, len(offsets)))
         self.assertEqual(self.run_tool('show', '--json', 'f')[::2], (NOT_SO if offsets else DONE, ''))
@@ -134,7 +134,7 @@ class Check(CfgTest):
     self.assertIn('f: at 0x8: ', self.run_tool('check', '--max-size', '0x16', 'f')[1])
     for word in ('-1', 'x', str(2**32), '1k'):
       self.refuse('check', '--max-size', word, 'f', says='--max-size')
-    status, output, errors = self.run_tool('check', '--max-size', '', 'f')  # no limit that was forgotten
+    status, output, errors = self.run_tool('check', '--max-size', '', 'f')  # an empty word does not mean: no limit
     self.assertEqual((status, output), (WRONG, ''))
     self.assertIn('--max-size', errors)
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What may be on the command line of tarn-cfg.
+"""The command line of tarn-cfg.
 
 Usage: cfg_command_line_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""The man page, the README and the completion of tarn-cfg say what it does.
+"""The man page, the README and the completion of tarn-cfg match the program.
 
 Usage: cfg_documentation_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """
@@ -30,7 +30,7 @@ class Documentation(CfgTest):
       self.assertIn(option, done.stdout)
 
   def shell(self, lines, env):
-    """Runs lines one by one in a shell, and returns the output of each; each must succeed and complain of nothing."""
+    """Runs lines one by one in a shell, and returns the output of each; each must succeed without a message."""
     outputs = []
     for line in lines:
       done = subprocess.run(['sh', '-c', line], cwd=self.folder, env=env, capture_output=True, text=True, check=False)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""The files, folders, links and rights that tarn-cfg meets.
+"""tarn-cfg with all kinds of files, folders, links and rights.
 
 Usage: cfg_files_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """
@@ -100,7 +100,7 @@ class Files(CfgTest):
       for args in (('show',), ('get', '1'), ('set', '1', 'int', '1'), ('unset', '1'), ('resize', '1', '1'), ('check',),
                    ('repair',), ('export',)):
         self.refuse(args[0], name, *args[1:], says='tarn-cfg: %s: ' % name)
-    for name in ('folder', 'fifo', 'loop', '', 'x' * 300, 'missing/f', 'folder/'):  # never a device's own name
+    for name in ('folder', 'fifo', 'loop', '', 'x' * 300, 'missing/f', 'folder/'):  # must not replace a device
       self.refuse('create', '--force', name, says='tarn-cfg: %s: ' % name)
     self.assertEqual(self.names(), ['dangling', 'fifo', 'folder', 'loop'])
 
@@ -173,7 +173,7 @@ class Files(CfgTest):
 
 class Output(CfgTest):
   def test_a_file_that_may_not_grow_is_reported(self):
-    # As a full disk: the write ends in the middle. The signal that comes with it must not end tarn-cfg.
+    # Like a full disk: the write ends in the middle. The signal that is sent then must not end tarn-cfg.
     old = built((1, b'abcdefgh'))
     self.write('f', old)
     for limit in (0, 1, 10, 15):
@@ -193,7 +193,7 @@ class Output(CfgTest):
                          (WRONG, None, b'tarn-cfg: standard output: No space left on device\n'), args)
 
   def test_closed_descriptors_do_not_reach_the_image(self):
-    # A file that is opened then takes their place, and what is printed would go into it.
+    # A file that is opened then gets their numbers, and output would be written to it.
     def closed(*numbers):
       return {'preexec_fn': lambda: [os.close(number) for number in numbers], 'stdout': None, 'stderr': None,
               'stdin': None}
@@ -210,7 +210,7 @@ class Output(CfgTest):
           self.fields()
 
   def quiet(self, args, popen):
-    """Runs it with what this test prints to out of the way: its descriptors are the program's."""
+    """Runs it with /dev/null as its input and output, unless `popen` has others."""
     with open(os.devnull, 'r+b') as nothing:
       return self.run_program(*args, **{**popen, 'stdout': nothing, 'stderr': nothing, 'stdin': nothing})
 

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of tarn-cfg share: images, and ways to run the tool."""
+"""Shared by the tests of tarn-cfg: images, and ways to run the tool."""
 
 import os
 import re
@@ -37,7 +37,7 @@ def built(*fields, **header):
 
 
 def sealed(data):
-  """The image with the checksum that is right for it."""
+  """The image with its right checksum."""
   return data[:4] + struct.pack('>H', image.checksum(unsealed(data))) + data[6:]
 
 
@@ -46,7 +46,7 @@ def unsealed(data):
 
 
 def taken_apart(data):
-  """The fields of the image that `data` begins with, and its size; None where it is not a sound image."""
+  """The fields of the image at the beginning of `data`, and its size; None if it is not a sound image."""
   if len(data) < 16 or data[:4] != b'\x84\x73\x94\x58':
     return None
   size = 16 + struct.unpack('>I', data[8:12])[0]
@@ -70,11 +70,11 @@ assert built() == BLANK
 # A short, three bytes, a text of 8, an int.
 FIELDS = ((1, b'\x11\x22'), (0x203, b'\x33\x44\xff'), (0x300, b'gateway\0'), (0x400, b'\0\0\0\5'))
 SAMPLE = built(*FIELDS, active=7, flag=8, version=0x01020304)
-# Where these records begin, worked out by hand: heads of 4 bytes, values of 2, 3, 8 and 4 after a header of 16.
+# The offsets of these records, computed by hand: heads of 4 bytes, values of 2, 3, 8 and 4 after a header of 16.
 OFFSETS = (0x10, 0x16, 0x1d, 0x29)
 assert len(SAMPLE) == 0x31
 
-# What export makes of the sample.
+# The output of export for the sample.
 DOCUMENT = {
     'tarn-cfg': 1, 'active': 7, 'flag': 8, 'version': 0x01020304, 'sealed': True,
     'fields': [
@@ -97,7 +97,7 @@ def some_value(rand):
     return (rand.randbytes(max(1, length // 2)) + bytes(length))[:length]
   letters = 'az09 "\\/é€\U0001F600\u202e\ufeff\u0085\x7f\n\t\0'
   text = ''.join(rand.choice(letters) for _ in range(length)).encode()
-  text = text if kind == 3 else text.replace(b'\n', b'x').replace(b'\0', b'y')  # and may be cut in a letter
+  text = text if kind == 3 else text.replace(b'\n', b'x').replace(b'\0', b'y')  # and may be cut within a letter
   return (text[:rand.randrange(length + 1)] + bytes(length))[:length]
 
 
@@ -113,7 +113,7 @@ def some_file(rand):
 
 
 class CfgTest(programs.ProgramTest):
-  """Ways to run tarn-cfg, and what always holds."""
+  """Ways to run tarn-cfg, with checks of the rules that always hold."""
 
   command = command_line
 
@@ -125,7 +125,7 @@ class CfgTest(programs.ProgramTest):
     return status, output.decode(), errors.decode()
 
   def do(self, *args, **popen):
-    """Runs a command that must succeed and complain of nothing; returns its output."""
+    """Runs a command that must succeed without a message; returns its output."""
     status, output, errors = self.run_tool(*args, **popen)
     self.assertEqual((status, errors), (DONE, ''), args)
     return output
@@ -137,8 +137,8 @@ class CfgTest(programs.ProgramTest):
     return output
 
   def refuse(self, *args, status=WRONG, says='', matches='.+', **popen):
-    """Runs a command that must end with `status`, print nothing, and change no file; returns its one line, which has
-    `says` in it and is the expression `matches` after the program's name."""
+    """Runs a command that must end with `status`, print nothing, and change no file. Returns its one line of report:
+    it must contain `says`, and after the program's name match the expression `matches`."""
     before = self.files()
     found, output, errors = self.run_tool(*args, **popen)
     self.assertEqual((found, output), (status, ''), (args, errors))
@@ -152,7 +152,7 @@ class CfgTest(programs.ProgramTest):
     return {name: self.read(name) for name in self.names() if os.path.isfile(self.path(name))}
 
   def load(self, *files):
-    """What tlv_load finds in each of the files: the number of fields, None where it refuses."""
+    """The number of fields that tlv_load finds in each of the files; None if it refuses the file."""
     stream = b''.join(struct.pack('>II', len(data), len(data)) + data for data in files)
     done = subprocess.run([*command_line[:-1], os.environ['TARN_TEST_LOADS']], input=stream, check=True,
                           stdout=subprocess.PIPE)
@@ -161,7 +161,7 @@ class CfgTest(programs.ProgramTest):
     return [int(fields) if result == '0' else None for result, fields in lines]
 
   def fields(self, name='f'):
-    """The fields of an image that is sound here and loads in a daemon."""
+    """The fields of an image, which must be sound and which a daemon must be able to load."""
     data = self.read(name)
     found = taken_apart(data)
     self.assertIsNotNone(found, data)
@@ -169,5 +169,5 @@ class CfgTest(programs.ProgramTest):
     return found[0]
 
   def as_another(self):
-    """Arguments of run_tool that run a command as a user whom permissions bind; skips where that cannot be."""
+    """Arguments of run_tool that run a command as a user who is not root; skips the test if that is not possible."""
     return self.as_other_user(NOBODY)

@@ -110,7 +110,7 @@ class JsonRefused(CfgTest):
       self.assertEqual(self.files(), {'f': before})
 
   def test_a_member_that_is_there_twice_is_refused(self):
-    # The parser would keep one of the two, and a field or a header's value be lost without a word.
+    # The parser would keep one of the two, and a field or a value of the header would be lost silently.
     char = '{"key": 1, "type": "char", "value": 1}'
     head = '"tarn-cfg": 1, "active": 0, "flag": 0, "version": 0, "sealed": true'
     for text, name in (('{%s, "fields": [%s], "fields": []}' % (head, char), 'fields'),

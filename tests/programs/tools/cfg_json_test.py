@@ -77,7 +77,7 @@ class Json(CfgTest):
       text = self.do('export', 'in').encode()
       self.assertEqual(self.import_text(text), (DONE, b'', b''), text)
       self.assertEqual(self.read('f'), data, text)
-      # A document means itself, however it is written.
+      # The layout of a document has no effect.
       self.assertEqual(self.import_text(json.dumps(json.loads(text), sort_keys=True, indent=rand.choice([None, 7]))),
                        (DONE, b'', b''))
       self.assertEqual(self.read('f'), data, text)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-cfg ended, or let down, at every call for a file.
+"""tarn-cfg is killed, or a call fails, at every call for a file.
 
 Usage: cfg_power_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """
@@ -19,7 +19,7 @@ import programs
 
 
 class Stumbling(CfgTest):
-  """Writes that are ended, or in which a call fails, at every call for the file. Each byte is a call of its own."""
+  """Writes that are killed, or in which a call fails, at every call for the file. Each byte is a separate call."""
 
   OLD = image.image(image.record(1, b'old'.ljust(200, b'\0')))
 
@@ -32,7 +32,7 @@ class Stumbling(CfgTest):
                      env={'TARN_STUMBLE': how, 'TARN_STUMBLE_AT': str(at)})
 
   def stumble_everywhere(self, how, args, check):
-    """Runs the command with a stumble at its first call, its second, ... until none is left; returns how many."""
+    """Runs the command once for each of its calls, and stops it there; returns the number of calls."""
     for at in range(1, 1000):
       self.write('cfg', self.OLD)
       status, _, errors = self.stumble(how, at, *args)
@@ -51,7 +51,7 @@ class Stumbling(CfgTest):
     self.stumble_everywhere('kill', self.SET, check)
     self.assertGreater(seen[self.OLD], 200)
     self.assertGreater(seen[self.NEW], 1, 'killed after the rename, and not at all')
-    # What they left is taken away by the next one.
+    # The next run removes the files that they left.
     self.write('cfg', self.OLD)
     self.write('cfg.tarn-cfg', b'left')
     self.do(*self.SET)
@@ -66,7 +66,7 @@ class Stumbling(CfgTest):
         self.assertRegex(errors, '^tarn-cfg: cfg: (not written|written, but a loss of power may undo it): .*\n$')
         self.assertEqual(self.read('cfg'), self.OLD if 'not written' in errors else self.NEW)
         seen.add(re.sub('cfg: (not )?written', r'\1', errors.split(': ', 1)[1]).strip())
-      else:  # the unlink of what is not there
+      else:  # the unlink of a file that does not exist
         self.assertEqual((status, errors, self.read('cfg')), (DONE, '', self.NEW))
 
     self.stumble_everywhere('fail', self.SET, check)
@@ -98,7 +98,7 @@ class Stumbling(CfgTest):
 
 
 class Killed(CfgTest):
-  """Ended at any call for a file, each command leaves the old image or the new one. Each byte is a call of its own."""
+  """Killed at any call for a file, each command leaves the old image or the new one. Each byte is a separate call."""
 
   OLD = built((1, b'abcd'), (2, b'ef'), flag=1) + b'\xff' * 8
 
@@ -128,7 +128,7 @@ class Killed(CfgTest):
       if status == expected:
         break
       self.assertIn(status, (-signal.SIGKILL, 128 + signal.SIGKILL), errors)
-      if at % 8 == 0:  # what was left is in nobody's way
+      if at % 8 == 0:  # remaining files do not disturb the next run
         self.assertEqual(self.run_program(*args)[0], expected)
         self.assertEqual(self.read('f'), new)
         self.assertNotIn('f.tarn-cfg', self.names())

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-cfg repair: what it keeps, what it leaves out, and what it reports.
+"""tarn-cfg repair: what it keeps, what it omits, and what it reports.
 
 Usage: cfg_repair_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """
@@ -30,8 +30,8 @@ def with_length(data, offset, length):
 class RepairTest(CfgTest):
 
   def repair(self, damaged, *options, name='cfg'):
-    """Repairs a file; returns the status and the steps. Whatever is damaged: a dry run prints the same and changes
-    nothing, the damaged file is kept, and a second repair finds nothing."""
+    """Repairs a file; returns the status and the steps. Checks in all cases that a dry run prints the same and changes
+    nothing, that the damaged file is kept, and that a second repair finds nothing."""
     self.write(name, damaged)
     os.chmod(self.path(name), 0o640)
     status, planned, errors = self.run_tool('repair', '--dry-run', name, *options)
@@ -54,7 +54,7 @@ class RepairTest(CfgTest):
     return found, [line.split(': ', 1)[1] for line in steps]
 
   def left_out(self, name='cfg'):
-    """What the file of the lost bytes says, as offset and bytes; the file is removed."""
+    """The content of the file of lost bytes, as offsets and bytes; removes the file."""
     text = self.read(name + '.lost').decode('ascii')
     os.remove(self.path(name + '.lost'))
     self.assertRegex(text, r'\A(at 0x[0-9a-f]+: [0-9a-f]+\n)+\Z')
@@ -93,7 +93,7 @@ class RepairWithoutLoss(RepairTest):
           self.assertEqual(self.names(), ['cfg'])
 
   def test_a_damaged_value_is_not_taken_for_a_damaged_length(self):
-    # With a length of 12 instead of 4 the first record would end where the second one does, and the checksum be right.
+    # With a length of 12 instead of 4 the first record would end with the second one, and the checksum would be right.
     good = built((1, b'\0\0\0\1'), (2, b'\0\0\0\2'), (3, b'\0\0\0\x0d'))
     self.assertEqual(image.checksum(unsealed(with_length(good[:-1] + b'\5', 16, 12))), image.checksum(unsealed(good)))
     status, steps = self.repair(good[:-1] + b'\5')
@@ -177,7 +177,7 @@ class RepairWithLoss(RepairTest):
       damaged = built((i, b'abcd'))[:-1]
       self.write('f', damaged)
       if number == '.2':
-        os.remove(self.path('f.bad'))  # its name is free, that of the other is not
+        os.remove(self.path('f.bad'))  # its name is not used, the other name is
       status, output, _ = self.run_tool('repair', 'f')
       self.assertEqual(status, LOST)
       self.assertIn('f: as it was: %s\n' % os.path.realpath(self.path('f.bad' + number)), output)

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-cfg show and get: what they print of an image.
+"""tarn-cfg show and get: their output for an image.
 
 Usage: cfg_show_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-CFG
 """
@@ -103,7 +103,7 @@ class Show(CfgTest):
                             'checksum': '0x%04x, right' % image.checksum(unsealed(data)), 'active': '1',
                             'version': '4294967295'})
     table = [line.split() for line in lines[lines.index('') + 2:]]
-    # Worked out by hand: a head of 16 bytes, 4 bytes before each value.
+    # Computed by hand: a head of 16 bytes, 4 bytes before each value.
     self.assertEqual(table, [['0x000010', '0x0001', '1', '254', 'fe'],
                              ['0x000015', '0x0002', '2', '4660', '1234'],
                              ['0x00001b', '0x0203', '4', '2147483648', '80000000'],

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""The command line of tarn-event, and what its documentation says of it.
+"""The command line of tarn-event, and its documentation.
 
 Usage: event_command_line_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-EVENT
 """

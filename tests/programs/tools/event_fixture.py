@@ -1,8 +1,8 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of tarn-event share: a simulation's control socket that the tests play, and ways to run the tool.
+"""Shared by the tests of tarn-event: a control socket that the tests serve, and ways to run the tool.
 
-What a real simulation makes of the lines is shown by the tests of tarn-sim.
+The tests of tarn-sim show what a real simulation does with the lines.
 """
 
 import json
@@ -42,7 +42,7 @@ def state(**changes):
 
 
 class Simulation:
-  """A control socket. `lines` are those that came; `answer` gives the bytes for each, or None to hang up."""
+  """A control socket. `lines` are those that it received; `answer` returns the bytes for each, or None to hang up."""
 
   def __init__(self, path, answer):
     self.lines, self.answer = [], answer

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-event send, storm, kmsg and run: the lines that a simulation is sent.
+"""tarn-event send, storm, kmsg and run: the lines that a simulation receives.
 
 Usage: event_send_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-EVENT
 """

@@ -1,9 +1,9 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Opens images with the library as a daemon does. Standard input holds them one after the other, each after two
-// numbers of 4 bytes in network order: its size and the max_size that the daemon states. Prints a line an image: what
-// tlv_load returns and the number of fields that it has found.
+// Opens images with the library as a daemon does. Standard input has one image after the other. Before each are two
+// numbers of 4 bytes in network order: its size and the daemon's max_size. Prints one line per image: the result of
+// tlv_load and the number of fields that it has found.
 #include <arpa/inet.h>
 #include <stdint.h>
 #include <stdio.h>

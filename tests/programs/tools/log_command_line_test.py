@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""The command line of tarn-log, and what its documentation says of it.
+"""The command line of tarn-log, and its documentation.
 
 Usage: log_command_line_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG
 """
@@ -42,7 +42,7 @@ class CommandLine(LogTest):
     self.assertGreater(len(options), 15)
     with open(os.path.join(TOOLS, 'tarn-log', 'tarn-log.1'), encoding='ascii') as file:
       page = file.read().replace('\\-', '-')
-    # The options that a paragraph is tagged with.
+    # The options in the tag of a paragraph.
     tagged = re.findall(r'^\.TP\n\.BR? (?:-\w ", " )?(--[a-z]+(?:-[a-z]+)*)', page, re.MULTILINE)
     self.assertEqual(sorted(tagged), sorted(options))
     with open(os.path.join(TOOLS, 'tarn-log', 'tarn-log.bash'), encoding='ascii') as file:
@@ -129,7 +129,7 @@ class Documentation(LogTest):
                                                                                            'no answer from the server')
                + record(START + 68, text='port up') + record(now, 'Info', 'uplink', 'now'))
     self.write('user_log.txt', HEAD + record(START + 69, 'Info', 'traffic', 'port down'))
-    # ssh as it is shown, here with the file of this folder.
+    # Replaces ssh; the file is in this folder.
     with open(self.path('bin/ssh'), 'w', encoding='ascii') as script:
       script.write('#!/bin/sh\ntest "$1" = gateway && cat mu_log.txt\n')
     os.chmod(self.path('bin/ssh'), 0o755)
@@ -152,7 +152,7 @@ class Documentation(LogTest):
       words = next(words for start, words in expected.items() if start in row)
       places = [done.stdout.find(word) for word in words]
       self.assertEqual((places, -1 in places), (sorted(places), False), (row, done.stdout))
-    # What the page shows of the last two hours, of records that are as old as that.
+    # The page shows records of the last two hours. Those here are older, hence --until.
     block = next(block for block in programs.fenced(os.path.join(TOOLS, 'README.md'), 'console') if 'tarn-log' in block)
     command, *told = block.splitlines()
     self.assertEqual(command, '$ tarn-log --since 2h --level warning')
@@ -197,7 +197,7 @@ class Documentation(LogTest):
         (['-l', 'E'], ['Emergency', 'Error']),
         (['file', '--since', '1'], ['10min', '1h', '1d', '1w']),
         (['-m', ''], []),
-        (['fi'], []),  # left to bash: files
+        (['fi'], []),  # bash itself completes files
     ):
       self.assertEqual(self.complete(COMPLETION, '_tarn_log', 'tarn-log', *words), expected, words)
 

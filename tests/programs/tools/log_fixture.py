@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What the tests of tarn-log share: records as the daemon writes them, and ways to run the tool.
+"""Shared by the tests of tarn-log: records as the daemon writes them, and ways to run the tool.
 
 Log files are made here from the description of their format, in the way of the daemon: whole and in place.
 """
@@ -116,14 +116,14 @@ class LogTest(programs.ProgramTest):
     return {'LC_ALL': 'C.UTF-8', 'TZ': 'UTC', 'TERM': 'xterm', 'NO_COLOR': '', **(changes or {})}
 
   def do(self, *args, **popen):
-    """Runs it where it must succeed and complain of nothing; returns its output."""
+    """Runs it; it must succeed without a message. Returns its output."""
     status, output, errors = self.run_tool(*args, **popen)
     self.assertEqual((status, errors), (DONE, ''), args)
     return output
 
   def refuse(self, *args, says='', matches='.{3,300}', **popen):
-    """Wrong use: one line, which has `says` in it and is the expression `matches` after the program's name, and nothing
-    is shown."""
+    """Wrong use: nothing is shown, and one line is reported. It must contain `says`, and after the program's name match
+    the expression `matches`."""
     status, output, errors = self.run_tool(*args, **popen)
     self.assertEqual((status, output), (WRONG, b''), args)
     self.assertRegex(errors, r'\Atarn-log: .*%s.*\n\Z' % matches)
@@ -138,7 +138,7 @@ class LogTest(programs.ProgramTest):
     self.assertEqual(self.do(*args, **popen).decode(errors='replace'), all_shown(expected).decode(errors='replace'))
 
   def on_terminal(self, *args, columns=60, env=None):
-    """What is printed on a terminal of so many columns, and nothing else; None for a terminal without a size."""
+    """The output on a terminal with this number of columns, without reports; None for a terminal without a size."""
     ours, theirs = programs.open_terminal(self)
     if columns is not None:
       fcntl.ioctl(theirs, termios.TIOCSWINSZ, struct.pack('HHHH', 24, columns, 0, 0))
@@ -196,7 +196,7 @@ class FollowTest(LogTest):
     return follower
 
   def follow_new(self, *args):
-    """Follows from the present state on. The files are read in order: when the missing one is, the others were."""
+    """Follows from the present state on. The files are read in order: the missing one is the last."""
     follower = self.follow(*args, self.folder + '/missing', last=0)
     self.assertIn('waiting for it', follower.error_line())
     return follower
@@ -205,9 +205,9 @@ class FollowTest(LogTest):
     self.assertEqual(follower.end(), (b'', ''), 'nothing more')
 
   def look_twice(self, follower):
-    """Returns when `follower` has seen the system log as it is now, which comes before the user log: it was read for
-    the look that finds the second new record of the user log, as that was written when the first had been found.
-    Returns what was printed beside these."""
+    """Returns when `follower` has read the present system log. It reads the system log before the user log, and the
+    second new record of the user log is written after the first was found. So when the second is found, the system log
+    was read. Returns the other output."""
     printed = b''
     for _ in range(2):
       self.marks.append(Record(START + 10**6, 'Debug', 'mark', str(len(self.marks))))

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-log --follow of a ring that turns, and its end.
+"""tarn-log --follow of a full ring, and its end.
 
 Usage: log_follow_ring_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG
 """
@@ -44,7 +44,7 @@ class FollowRing(LogTest):
     return found
 
   def put(self, texts, head=MARK, name='log', first=0):
-    """The file whole, written anew in place, as the daemon does."""
+    """Rewrites the whole file in place, as the daemon does."""
     with open(self.path(name), 'wb') as file:
       file.write(head + b''.join(record(START + first + i, text=text) for i, text in enumerate(texts)))
 
@@ -57,7 +57,7 @@ class FollowRing(LogTest):
     for _ in range(40):
       new = [str(len(texts) + i) for i in range(rand.randrange(1, 15))]
       texts += new
-      self.put(texts[-16:], first=len(texts[:-16]))  # at most 15 are new: one of the old stays, to know them by
+      self.put(texts[-16:], first=len(texts[:-16]))  # at most 15 are new: one old record remains
       self.assertEqual(self.until(running, new[-1]), new)
 
   def test_the_same_again_is_nothing_new(self):
@@ -113,7 +113,7 @@ class FollowRing(LogTest):
       if first < 30:
         self.assertEqual(self.until(running, '29'), texts[first:], args)
       else:
-        while not select.select([running.stdout], [], [], 0.02)[0]:  # it has looked when it shows what is new
+        while not select.select([running.stdout], [], [], 0.02)[0]:  # it has read the file when it shows this
           texts = texts + ['x']
           self.put(texts)
         self.assertIn('x', self.until(running, 'x'))

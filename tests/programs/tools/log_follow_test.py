@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""tarn-log --follow: each record once, whatever becomes of the file.
+"""tarn-log --follow: each record once, after any change of the file.
 
 Usage: log_follow_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG
 """
@@ -56,14 +56,14 @@ class Follow(FollowTest):
       records = records + some_records(added, len(records))
       self.write(self.system, system_log(records[-capacity:]))
       self.assertEqual(follower.read_until(records[-1]), all_shown(records[-added:]))
-    # More than the ring holds have come: those that are left.
+    # More records than the ring holds were logged: those that remain are shown.
     records = records + some_records(3000, len(records))
     self.write(self.system, system_log(records[-capacity:]))
     self.assertEqual(follower.read_until(records[-1]), all_shown(records[-capacity:]))
     self.expect_end(follower)
 
   def test_lines_that_are_alike(self):
-    # The same words in the same second are news as often as they are said.
+    # Equal messages in the same second are all new.
     chance = random.Random(5)
     alike = [Record(START, 'Info', 'm', text) for text in ('this', 'that')]
     end = Record(START, 'Info', 'm', 'begin')
@@ -109,7 +109,7 @@ class Follow(FollowTest):
       added = chance.randint(1, capacity)
       records = records + some_records(added, len(records))
       whole = system_log(records[-capacity:])
-      with open(self.system, 'wb', buffering=0) as file:  # in pieces, at any of which it may be read
+      with open(self.system, 'wb', buffering=0) as file:  # in pieces; it may be read after any of them
         at = 0
         while at < len(whole):
           size = chance.randint(1, 200)

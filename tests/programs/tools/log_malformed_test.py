@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Lines and files that are not as they should be.
+"""Malformed lines and files.
 
 Usage: log_malformed_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG
 """
@@ -145,7 +145,7 @@ class NotALog(LogTest):
   def test_a_file_that_is_too_large_is_refused_in_little_memory(self):
     self.skip_if_sanitized()
     self.write('log', MARK + record())
-    os.truncate(self.path('log'), 1 << 40)  # a hole: it takes no room
+    os.truncate(self.path('log'), 1 << 40)  # a sparse file, which occupies no space
     most = 256 << 20
     limited = {'preexec_fn': lambda: resource.setrlimit(resource.RLIMIT_AS, (most, most))}
     too_large = 'not a log file: larger than 4194304 bytes\n'
@@ -168,7 +168,7 @@ class NotALog(LogTest):
 class HalfWritten(LogTest):
 
   def test_a_file_that_is_being_written_is_read_when_it_rests(self):
-    # The library that is preloaded writes the rest of the file when its first part was read.
+    # The preloaded library writes the rest of the file when its first part has been read.
     records = some_records(1000)
     whole = system_log(records)
     for size in (0, len(MARK), len(system_log(records[:300])), len(whole) - 5):

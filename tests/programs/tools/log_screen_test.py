@@ -67,7 +67,7 @@ class Screen(LogTest):
         self.assertEqual(re.sub('\x1b\\[[0-9;]*m', '', output), plain.decode())
     piped = self.do('--color', 'always', 'log', env={'NO_COLOR': '1'})
     self.assertIn(b'\x1b', piped)
-    for line in piped.splitlines():  # no colour beyond its line, none in the text
+    for line in piped.splitlines():  # colours end with the line, and the text has none
       self.assertNotIn(b'\x1b', line.split(b': ')[1])
       self.assertEqual(2 * line.count(b'\x1b[0m'), line.count(b'\x1b['))
     for word in ('', 'yes', 'ALWAYS'):
@@ -105,7 +105,7 @@ class Screen(LogTest):
       self.assertEqual((status, errors), (WRONG, b'tarn-log: standard output: No space left on device\n'), args)
 
   def test_output_that_may_not_grow_is_reported(self):
-    # The signal that comes with it must not end tarn-log without a word.
+    # The signal that is sent then must not end tarn-log without a message.
     with open(self.path('out'), 'wb') as out:
       status, _, errors = self.run_program(
           'log', stdout=out, preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (10, 10)))

@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""What tarn-log shows of its files, and in which order.
+"""The records that tarn-log shows, and their order.
 
 Usage: log_show_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] TARN-LOG
 """
@@ -42,7 +42,7 @@ class Show(LogTest):
     system, user = some_records(1024), [Record(START + 2 * i, 'Info', 'user', str(i)) for i in range(512)]
     self.write(self.system, system_log(system))
     self.write(self.user, user_log(user))
-    # sorted() is stable: of one second the file that was given first.
+    # sorted() is stable: with equal times, the first file comes first.
     self.assert_shows(sorted(system + user, key=lambda record: record.when), self.system, self.user)
     self.assert_shows(sorted(user + system, key=lambda record: record.when), self.user, self.system)
 

@@ -48,7 +48,7 @@ class Times(LogTest):
       self.assert_between(records, records[:1], '--until', word)
 
   def test_local_time(self):
-    # Central European time by its rule: summer from the last Sunday of March to that of October, at 01:00 UTC.
+    # Central European time: summer time from the last Sunday of March to the last of October, at 01:00 UTC.
     zone = {'TZ': 'CET-1CEST,M3.5.0,M10.5.0/3'}
     for utc, local in (
         ('2026-01-02 03:04:05', '2026-01-02 04:04:05+01:00'),
@@ -62,7 +62,7 @@ class Times(LogTest):
         records = [Record(seconds(utc) + i, 'Info', 'm', 'x') for i in (-1, 0)]
         self.write(self.system, system_log(records))
         self.assertEqual(self.do('--local', '-n1', self.system, env=zone), records[1].shown(local))
-        # What is shown can be asked for.
+        # A time in the form of the output is accepted as a limit.
         self.assertEqual(self.do('--local', '--since', local, self.system, env=zone), records[1].shown(local))
         data = json.loads(self.do('--local', '--json', '-n1', self.system, env=zone))
         self.assertEqual(data['time'], local.replace(' ', 'T'))
@@ -83,13 +83,13 @@ class Times(LogTest):
                       ('3d', 259200),
                       ('2w', 1209600), ('1d12h', 129600), ('1h30m1800s', 7200), ('0s', 0), ('now', 0),
                       ('999999999s', 999999999)):
-      # An hour is more than the test takes.
+      # The test takes less than an hour.
       records = [Record(now - ago + distance, 'Info', 'm', 'x') for distance in (-3600, 3600)]
       self.assert_between(records, records[1:], '--since', word)
       self.assert_between(records, records[:1], '--until', word)
 
   def test_today_and_yesterday_begin_at_midnight(self):
-    # In a zone where it is noon.
+    # In a zone in which it is noon.
     hour = time.gmtime().tm_hour
     zone = {'TZ': 'XYZ%+d' % (hour - 12)}
     midnight = int(time.time()) // 3600 * 3600 - 12 * 3600
@@ -118,7 +118,7 @@ class Times(LogTest):
 
 class Zones(LogTest):
   def around(self, point, *args, **popen):
-    """Whether the second before, the second itself and the one after it are shown with `args`."""
+    """Whether records of the second before, of this second and of the next one are shown with `args`."""
     self.write('log', MARK + b''.join(record(point + i, text=str(i)) for i in (-1, 0, 1)))
     return self.texts(*args, 'log', **popen)
 
@@ -128,7 +128,7 @@ class Zones(LogTest):
       self.assertEqual(self.around(START, '--since', word), ['0', '1'], word)
       self.assertEqual(self.around(START, '--until=' + word), ['-1', '0'], word)
       self.assertEqual(self.around(START, '--since', word, '--until', word), ['0'], word)
-      # An offset of its own goes before the zone that is shown.
+      # An offset in the time has precedence over the zone of the output.
       if re.search('Z$|[+-]..:..$', word):
         self.assertEqual(self.around(START, '--local', '--since', word, env={'TZ': 'XYZ-3'}), ['0', '1'], word)
     self.assertEqual(self.around(seconds('2026-01-02 03:04:00'), '--since', '2026-01-02 03:04'), ['0', '1'])
@@ -146,7 +146,7 @@ class Zones(LogTest):
         self.refuse(option, word, 'log', says=option)
 
   def test_ago(self):
-    # Two hours and more between the record and the limit: no clock of a test is that slow.
+    # At least two hours are between the record and the limit: no test takes so long.
     now = int(time.time())
     for word, ago in (('7200s', 7200), ('7200sec', 7200), ('600m', 36000), ('600min', 36000), ('9h', 32400),
                           ('3d', 259200), ('1w', 604800), ('1d12h', 129600), ('1w2d3h4m5s', 788645)):
@@ -188,7 +188,7 @@ class Zones(LogTest):
                       ('2026-10-25 02:30+01:00', '2026-10-25 01:30:00'),
                       ('2026-10-25 02:30+02:00', '2026-10-25 00:30:00')):
       self.assertEqual(self.around(seconds(utc), '--local', '--since', word, env=zone), ['0', '1'], word)
-    # An hour that is there twice, and one that is not there at all: one of the two that it may mean.
+    # An hour that occurs twice, and one that does not occur: either of the two possible times.
     for word, first, second in (('2026-10-25 02:30', '2026-10-25 00:30:00', '2026-10-25 01:30:00'),
                                 ('2026-03-29 02:30', '2026-03-29 00:30:00', '2026-03-29 01:30:00')):
       found = [self.around(seconds(utc), '--local', '--since', word, env=zone) for utc in (first, second)]

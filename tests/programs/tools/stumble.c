@@ -1,12 +1,12 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Preloaded into a program that writes a file: counts its calls for files, writes one byte a call, and stumbles at the
-// call that TARN_STUMBLE_AT numbers. TARN_STUMBLE names how: "kill" ends the program before the call, "fail" lets the
-// call fail with EIO. Without these, TARN_STUMBLE_LOG takes the calls' names, a line each.
+// Preloaded into a program that writes a file. Counts its calls for files, writes one byte per call, and stops at the
+// call with the number TARN_STUMBLE_AT. If TARN_STUMBLE is "kill", the program ends before the call; if it is "fail",
+// the call fails with EIO. Without these, the names of the calls are written to TARN_STUMBLE_LOG, one per line.
 //
-// In a program that reads a file: once the file TARN_STUMBLE_REWRITE was read to its end, it gets the bytes of the file
-// TARN_STUMBLE_REWRITE_AS, as if somebody had been writing it. Both are in the program's folder.
+// In a program that reads a file: when the file TARN_STUMBLE_REWRITE was read to its end, it is overwritten with the
+// file TARN_STUMBLE_REWRITE_AS, as by another program. Both are in the program's folder.
 #define _GNU_SOURCE
 
 #include <dlfcn.h>
@@ -33,7 +33,7 @@ static void note(const char *name) {
   if (syscall(SYS_write, file, line, (size_t)length) != length || syscall(SYS_close, file) != 0) abort();
 }
 
-// Whether the call is to fail.
+// Whether the call must fail.
 static int stumbles(const char *name) {
   note(name);
   const char *at = getenv("TARN_STUMBLE_AT");
@@ -63,7 +63,7 @@ ssize_t write(int file, const void *bytes, size_t size) {
   return stumbles("write") ? -1 : syscall(SYS_write, file, bytes, size != 0 ? 1 : size);
 }
 
-// Puts the bytes of one file into another, in place.
+// Writes the bytes of one file to another, in place.
 static void rewrite(const char *path, const char *source) {
   static char bytes[1 << 20];
   const long from = syscall(SYS_openat, AT_FDCWD, source, O_RDONLY);

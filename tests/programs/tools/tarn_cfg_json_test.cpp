@@ -1,8 +1,8 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Images through JSON and back, byte for byte. The images are made here from the description of the format, and the
-// library loads what comes back.
+// Converts images to JSON and back, byte for byte. The images are made here from the description of the format, and the
+// library loads the results.
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ unsigned folded_sum(const Bytes &bytes) {
   return static_cast<unsigned>(sum);
 }
 
-// Draws files with images of every kind that the library loads.
+// Generates random files with images of every kind that the library loads.
 class Images {
  public:
   explicit Images(unsigned seed) : random_(seed) {}
@@ -72,7 +72,7 @@ class Images {
   void add_record(Bytes &records) {
     constexpr unsigned kSizes[] = {1, 2, 4, 4, 8, 32};
     const unsigned size = below(20) == 0 ? 1 + below(3000) : below(3) == 0 ? 1 + below(40) : kSizes[below(6)];
-    append16(records, below(3) == 0 ? below(4) : below(65536));  // few keys: some come again
+    append16(records, below(3) == 0 ? below(4) : below(65536));  // few keys, so that some are repeated
     append16(records, size);
     const unsigned used = below(2) == 0 ? size : below(size + 1);
     const unsigned kind = below(4);
@@ -80,7 +80,7 @@ class Images {
       const uint8_t value = kind == 0 ? byte() : static_cast<uint8_t>(' ' + below(95));
       records.push_back(i < used ? value : uint8_t{0});
     }
-    constexpr uint8_t kTwoBytes[] = {0xC3, 0xBC};  // a letter beyond ASCII; half of it where it does not fit
+    constexpr uint8_t kTwoBytes[] = {0xC3, 0xBC};  // a letter that is not ASCII; cut in half if it does not fit
     if (kind == 2) std::copy_n(kTwoBytes, std::min(size, 2U), records.end() - size);
   }
 

@@ -1,10 +1,10 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// Crashes where a daemon does: in a callback that the library runs, or in a text that it formats.
+// Crashes at a place where a daemon may crash: in a callback that the library runs, or in a text that it formats.
 //
 //   crash PLACE          with a crash handler that prints a backtrace(3)
-//   crash --core PLACE   without: the system, or a debugger, gets the crash
+//   crash --core PLACE   without a handler: the system, or a debugger, gets the crash
 #include <execinfo.h>
 #include <signal.h>
 #include <stdint.h>
@@ -109,7 +109,7 @@ static void *thread_body(void *arg) {
 
 // ---- Places ---------------------------------------------------------------------------------------------------------
 
-// A text that is none, as an uninitialised pointer.
+// A pointer that does not point to a text, like an uninitialised one.
 static const char *bad_text(void) { return (const char *)8; }
 
 static void in_list_compare(void) {
@@ -214,7 +214,7 @@ int main(int argc, char **argv) {
   void *first[1];
   const int leaves_core = argc > 1 && strcmp(argv[1], "--core") == 0;
   const char *name = argc > 1 ? argv[argc - 1] : "";
-  (void)backtrace(first, 1);  // the first call loads the unwinder, which no handler may
+  (void)backtrace(first, 1);  // the first call loads the unwinder, which must not happen in a handler
   if (!leaves_core) (void)signal(SIGSEGV, handle_crash);
   for (size_t i = 0; i < sizeof places / sizeof places[0]; i++) {
     if (strcmp(places[i].name, name) == 0) places[i].go();

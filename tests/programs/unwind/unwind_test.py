@@ -1,6 +1,6 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-"""Tests of what a crash shows: backtraces through the library, with the library as it ships, stripped.
+"""Tests of backtraces after a crash in the library; the library is stripped, as it ships.
 
 Usage: unwind_test.py [SUITE.TEST]... -- [EMULATOR [ARG]...] PROGRAM
 
@@ -36,8 +36,8 @@ class UnwindTest(programs.ProgramTest):
     subprocess.run([os.environ['TARN_TEST_STRIP'], '-o', self.library, os.environ['TARN_TEST_LIBRARY']], check=True)
 
   def assert_reaches(self, names, backtrace):
-    """Each name has a frame of its own, in this order."""
-    # A function's name stands after a parenthesis or a blank, unlike that of a folder.
+    """Each name has a separate frame, in this order."""
+    # Before a function's name is a parenthesis or a blank, unlike before the name of a folder.
     found = re.findall(r'[( ](' + '|'.join(names) + r')\b', backtrace)
     places = [found.index(name) if name in found else -1 for name in names]
     self.assertNotIn(-1, places, backtrace)
@@ -98,7 +98,7 @@ class Debugger(UnwindTest):
     return core
 
   def emulated_core(self, place):
-    """The emulator writes cores by itself. Return addresses are not signed: its cores lack the mask by which gdb knows."""
+    """The emulator writes the cores. Return addresses are not signed: these cores lack the mask that gdb needs."""
     emulator, *rest, program = self.command
     preload = 'LD_PRELOAD=' + self.library
     limit = (resource.RLIM_INFINITY, resource.RLIM_INFINITY)
