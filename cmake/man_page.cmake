@@ -1,7 +1,7 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# The man pages. Version and date are stated in one place each: the public header has the version, and the newest entry
-# of the change log has in brackets the day of its release, or that there is none yet.
+# The man pages. The version comes from the public header, the date from the brackets in the newest entry of the change
+# log: the day of its release, or that it is not released yet.
 include_guard(GLOBAL)
 
 set(change_log ${PROJECT_SOURCE_DIR}/CHANGELOG.md)

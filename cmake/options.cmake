@@ -1,9 +1,9 @@
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# Compiler and linker flags, as lists from which targets take what they need; nothing global.
+# Compiler and linker flags: lists for the targets that need them. No flag is global.
 #
 #   tarn_warnings       for every target of the project
-#   tarn_library_flags  what the library's C++ does without, and what it hides
+#   tarn_library_flags  the features of C++ that the library does not use, and the symbols that it hides
 #   tarn_hardening      for everything that ships; needs an optimised build for FORTIFY
 #   tarn_link_flags     for the shared objects
 #   tarn_start_files    for the library, which runs nothing at load time
@@ -54,8 +54,8 @@ set(tarn_library_flags
     -fno-builtin-malloc
     -ffunction-sections
     -fdata-sections)
-# Only the tables: code without exceptions has no personality routine, so the unwinder passes its frames and runs no
-# code for them. The tables take about a tenth of the file.
+# Only the tables: code without exceptions has no personality routine, so the unwinder passes through its frames without
+# running code for them. The tables take about a tenth of the file.
 set(tarn_unwind_tables -fasynchronous-unwind-tables)
 if(TARN_UNWIND_TABLES)
   list(APPEND tarn_library_flags ${tarn_unwind_tables})

@@ -4,7 +4,7 @@
 # uses this machine's. A separate folder links to them, because the headers beside them are not for another processor.
 #
 #   tool_include  the folder
-#   tool_missing  what was not found, a list; empty when all is there
+#   tool_missing  the list of libraries that were not found
 #
 # ON is an error if the programs cannot be built. AUTO builds those that can be built.
 

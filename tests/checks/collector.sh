@@ -3,7 +3,7 @@
 # SPDX-License-Identifier: Apache-2.0
 # Whether rsyslog collects the forwarded messages. Usage: collector.sh PACKAGES_FOLDER LOG_STORM
 #
-# Where rsyslog is not installed, its packages are unpacked into the folder.
+# If rsyslog is not installed, its packages are unpacked into the folder.
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 need python3

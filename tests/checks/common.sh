@@ -4,7 +4,7 @@
 # shellcheck shell=bash
 set -euo pipefail
 
-# need PROGRAM...: skips the check where one is missing.
+# need PROGRAM...: skips the check if one is missing.
 need() {
   local program
   for program in "$@"; do

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-FileCopyrightText: 2026 The tarn authors
 # SPDX-License-Identifier: Apache-2.0
-# How much of the library its tests cover, and whether that is enough. Usage: coverage.sh
+# Measures how much of the library its tests cover, and checks that it is enough. Usage: coverage.sh
 #
 # The test programs are those of build/release; the library is an instrumented one, found by LD_LIBRARY_PATH. Code for
 # 64-bit Arm only is covered under emulation, by the test program of build/aarch64.

@@ -88,7 +88,7 @@ void make_call() {
   note_registers();
 }
 
-// Makes the call on a stack of its own and returns all that is there afterwards. Not on a thread: its end would write
+// Makes the call on a separate stack and returns the content of that stack. Not on a thread: its end would write
 // over the first bytes.
 Bytes stack_after(const Call &call) {
   void *const stack = mmap(nullptr, kStackSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);

@@ -47,7 +47,7 @@ inline void run_in_steps(BeforeStep before_step, const std::function<void()> &ca
   sigaction(SIGTRAP, &before, nullptr);
 }
 
-// Bits of ECX of CPUID's leaf 1 that run_with_hidden_features takes for 0.
+// Bits of ECX of CPUID's leaf 1 that run_with_hidden_features shows as 0.
 inline unsigned g_hidden_features;
 
 // Runs a call on a processor that, to the library, lacks some of its features.

@@ -269,7 +269,7 @@ TEST(TlvCheck, SettlesTheChecksumBeforeItWalksTheRecords) {
 }
 
 // 0x8473 + 0x9458 folds to 0x18CC; with a version of 0xE733 the sum is 0xFFFF and the checksum 0, which means "not yet
-// computed": such an image passes even if damaged, and is sealed anew.
+// computed": such an image passes even if damaged, and gets a new checksum.
 TEST(TlvCheck, TakesAChecksumThatComesOutAsZeroForNotYetComputed) {
   Bytes image = build({}, {0, 0, 0xE733});
   ASSERT_EQ(get(image, 4, 2), 0u);

@@ -200,7 +200,7 @@ TEST_F(TlvResize, LengthensTheLastRecordBeyondTheImageWithoutMemory) {
 // ---- Afterwards -----------------------------------------------------------------------------------------------------
 
 TEST_F(TlvResize, LeavesAnImageThatLoadsWhereAShortenedOnesLeftoverIsARecord) {
-  // Shortened by 8, and the last record takes 8 bytes: its old place still holds it.
+  // Shortened by 8, and the last record has 8 bytes: its old place still holds it.
   const Records before = {{1, {1}}, {kB, Bytes(12, 2)}, {3, {5, 6, 7, 8}}};
   const Store store(build(before));
   ASSERT_EQ(store.load(), 0);
@@ -211,7 +211,7 @@ TEST_F(TlvResize, LeavesAnImageThatLoadsWhereAShortenedOnesLeftoverIsARecord) {
 }
 
 TEST_F(TlvResize, LosesTheLastRecordOfALengthenedImageWhereTheOldLengthIsABoundary) {
-  // Lengthened by 8, and the last record takes 8 bytes: it stands after the old length.
+  // Lengthened by 8, and the last record has 8 bytes: it is after the old length.
   const Store store(with_room(build({{1, {1}}, {kB, Bytes(4, 2)}, {3, {5, 6, 7, 8}}}), 8));
   ASSERT_EQ(store.load(), 0);
   EXPECT_EQ(tlv_write_buffer(store.inst(), kB, 12, 12, kData), 0);

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What is printed on standard output.
+// Captures standard output.
 #ifndef TARN_TESTS_SUPPORT_CONSOLE_H
 #define TARN_TESTS_SUPPORT_CONSOLE_H
 

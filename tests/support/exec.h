@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// What a daemon passes on to the programs that it starts.
+// What the programs that a daemon starts inherit from it.
 #ifndef TARN_TESTS_SUPPORT_EXEC_H
 #define TARN_TESTS_SUPPORT_EXEC_H
 

@@ -10,7 +10,7 @@
 
 namespace tarn_test {
 
-// Records, for a scope, the blocks that the library allocates. One at a time.
+// Records, for a scope, the blocks that the library allocates. Only one may exist at a time.
 class HeapWatch {
  public:
   HeapWatch();

@@ -1,7 +1,7 @@
 // SPDX-FileCopyrightText: 2026 The tarn authors
 // SPDX-License-Identifier: Apache-2.0
 
-// The interposed functions. Built without sanitizers and without FORTIFY: it stands between them and libc.
+// The interposed functions. Built without sanitizers and without FORTIFY: this code is between them and libc.
 
 #include "support/libc.h"
 

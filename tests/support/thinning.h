@@ -7,8 +7,8 @@
 
 namespace tarn_test {
 
-// Of a long series of cases that differ only in their data, a test runs every kThinning-th. An emulated processor takes
-// thirty times as long, and any case shows how it differs; natively all cases run.
+// Of a long series of cases that differ only in their data, a test runs every kThinning-th. An emulated processor needs
+// thirty times as long, and any case would show a fault of that processor's code. Natively all cases run.
 #if defined(TARN_EMULATED)
 constexpr int kThinning = 5;
 #else
