@@ -6,8 +6,8 @@
 . "$(dirname "${BASH_SOURCE[0]}")/common.sh"
 
 need clang-tidy clang++
-# Without precompiled headers: clang-tidy reads the plain headers.
-cmake --preset clang -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON
+# Without precompiled headers, and each file by itself: that is what clang-tidy reads.
+cmake --preset clang -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DTARN_TEST_BATCH=1
 mapfile -t sources < <(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" build/tidy/compile_commands.json |
   sort -u | grep "$@")
 printf '%s\0' "${sources[@]}" | xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/tidy --quiet

@@ -10,7 +10,7 @@
 
 #include <deque>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 namespace tarn_test {
 

@@ -8,7 +8,7 @@
 
 #include <filesystem>
 
-#include "bridge.h"
+#include "log/bridge.h"
 
 using namespace tarn_test;
 

@@ -3,7 +3,7 @@
 
 // The kernel bridge compared with a model, on random streams.
 
-#include "bridge.h"
+#include "log/bridge.h"
 #include "support/random.h"
 
 using namespace tarn_test;

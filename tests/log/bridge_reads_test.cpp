@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
-#include "bridge.h"
+#include "log/bridge.h"
 
 using namespace tarn_test;
 

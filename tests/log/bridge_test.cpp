@@ -3,7 +3,7 @@
 
 // The frames that the kernel bridge logs, and the text between them.
 
-#include "bridge.h"
+#include "log/bridge.h"
 
 using namespace tarn_test;
 

@@ -3,7 +3,7 @@
 
 // mup_log_file_get: the lines of a copy, whole or in pieces, and the times in them.
 
-#include "file_model.h"
+#include "log/file_model.h"
 #include "support/random.h"
 
 using namespace tarn_test;

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

@@ -6,7 +6,7 @@
 #include <climits>
 #include <memory>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

@@ -6,7 +6,7 @@
 #include <climits>
 #include <memory>
 
-#include "fixture.h"
+#include "log/fixture.h"
 #include "support/random.h"
 #include "support/thinning.h"
 

@@ -4,7 +4,7 @@
 // Programs that a daemon starts do not get the log's descriptors.
 
 #include "support/exec.h"
-#include "bridge.h"
+#include "log/bridge.h"
 
 using namespace tarn_test;
 

@@ -7,7 +7,7 @@
 
 #include <algorithm>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 namespace tarn_test {
 
@@ -18,7 +18,7 @@ struct Loaded {
   bool parse_failed = false;
 };
 
-enum class Line { kEnd, kEmpty, kRecord };
+enum class Line { kLast, kEmpty, kRecord };
 
 // The characters from `begin` up to `closing`, 16 at most; `begin` is moved after them.
 inline std::string name_up_to(const std::string &line, size_t &begin, char closing) {
@@ -30,11 +30,11 @@ inline std::string name_up_to(const std::string &line, size_t &begin, char closi
 
 inline Line parse_line(const std::string &raw, const Names &names, Record &record) {
   const std::string line = raw.substr(0, raw.find('\0'));
-  if (line.size() < 8 || line[4] != '-' || line[7] != '-') return Line::kEnd;
+  if (line.size() < 8 || line[4] != '-' || line[7] != '-') return Line::kLast;
   tm fields = {};
   if (sscanf(line.c_str(), "%4d-%2d-%2d %2d:%2d:%2d", &fields.tm_year, &fields.tm_mon, &fields.tm_mday, &fields.tm_hour,
              &fields.tm_min, &fields.tm_sec) != 6) {
-    return Line::kEnd;
+    return Line::kLast;
   }
   fields.tm_year -= 1900;
   fields.tm_mon -= 1;
@@ -52,10 +52,10 @@ inline Line parse_line(const std::string &raw, const Names &names, Record &recor
   }
   record.module = 0;
   while (record.module < names.size() && names[record.module] != module) record.module++;
-  if (record.module == names.size()) return Line::kEnd;
+  if (record.module == names.size()) return Line::kLast;
   record.level = 0;
   while (record.level < std::size(kLevelNames) && kLevelNames[record.level] != level) record.level++;
-  if (record.level == std::size(kLevelNames)) return Line::kEnd;
+  if (record.level == std::size(kLevelNames)) return Line::kLast;
   return record.text.empty() ? Line::kEmpty : Line::kRecord;
 }
 
@@ -78,7 +78,7 @@ inline Loaded load_model(const std::string &file, const std::string &marker, con
       if (loaded.records.size() == ring_size) return loaded;
       Record record;
       const Line line = parse_line(held.substr(0, end), names, record);
-      if (line == Line::kEnd) return loaded;
+      if (line == Line::kLast) return loaded;
       if (line == Line::kRecord) loaded.records.push_back(record);
     }
     if (held.size() > 512) {

@@ -5,7 +5,7 @@
 
 #include <deque>
 
-#include "file_model.h"
+#include "log/file_model.h"
 #include "support/random.h"
 
 using namespace tarn_test;

@@ -3,7 +3,7 @@
 
 // The device's description, emptying the user ring, and removing the files.
 
-#include "file_model.h"
+#include "log/file_model.h"
 
 using namespace tarn_test;
 

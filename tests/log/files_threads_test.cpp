@@ -4,8 +4,8 @@
 // Eight threads log while others save, show, clear, set levels and copy out. Each message depends only on its thread
 // and its number, so a record that is torn between two threads is detected wherever it is found.
 
-#include "file_model.h"
-#include "threads.h"
+#include "log/file_model.h"
+#include "log/threads.h"
 
 using namespace tarn_test;
 

@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <memory>
 
-#include "fixture.h"
+#include "log/fixture.h"
 #include "support/guarded.h"
 #include "support/heap.h"
 

@@ -6,7 +6,7 @@
 #include <fcntl.h>
 #include <sys/mman.h>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

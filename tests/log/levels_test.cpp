@@ -6,7 +6,7 @@
 #include <climits>
 #include <utility>
 
-#include "fixture.h"
+#include "log/fixture.h"
 #include "support/thinning.h"
 
 using namespace tarn_test;

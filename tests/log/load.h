@@ -5,7 +5,7 @@
 #ifndef TARN_TESTS_LOG_LOAD_H
 #define TARN_TESTS_LOG_LOAD_H
 
-#include "file_model.h"
+#include "log/file_model.h"
 
 namespace tarn_test {
 

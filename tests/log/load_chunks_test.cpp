@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "load.h"
+#include "log/load.h"
 #include "support/random.h"
 
 using namespace tarn_test;

@@ -3,7 +3,7 @@
 
 // Reading the files back into the rings: the marker, and every form of line.
 
-#include "load.h"
+#include "log/load.h"
 
 using namespace tarn_test;
 

@@ -3,7 +3,7 @@
 
 // The messages that a module lets through: every pair of thresholds with every level, and every value of the flag.
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

@@ -5,7 +5,7 @@
 
 #include <netinet/in.h>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

@@ -6,7 +6,7 @@
 
 #include <cwchar>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

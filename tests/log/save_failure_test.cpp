@@ -9,7 +9,7 @@
 #include <algorithm>
 #include <filesystem>
 
-#include "file_model.h"
+#include "log/file_model.h"
 
 using namespace tarn_test;
 

@@ -7,7 +7,7 @@
 
 #include <filesystem>
 
-#include "file_model.h"
+#include "log/file_model.h"
 
 using namespace tarn_test;
 

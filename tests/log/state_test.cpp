@@ -5,7 +5,7 @@
 
 #include <algorithm>
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

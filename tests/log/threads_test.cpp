@@ -4,9 +4,9 @@
 // Many threads at once. Each message depends only on its thread and its number, so a message that is torn between two
 // threads is detected wherever it is found.
 
-#include "threads.h"
+#include "log/threads.h"
 
-#include "fixture.h"
+#include "log/fixture.h"
 
 using namespace tarn_test;
 

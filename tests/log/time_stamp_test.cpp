@@ -3,7 +3,7 @@
 
 // Times of records: the files hold UTC, a start reads them as local time, and a copy shows local time.
 
-#include "load.h"
+#include "log/load.h"
 #include "support/random.h"
 
 using namespace tarn_test;
