@@ -3,10 +3,12 @@
 # SPDX-License-Identifier: Apache-2.0
 """Builds the libraries at every optimisation level, with GCC and Clang, and checks that they need nothing but libc.
 
-    optimisation_levels.py SOURCE_FOLDER WORK_FOLDER
+    optimisation_levels.py SOURCE_FOLDER WORK_FOLDER OS_TEST
 
 Code that a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the
 shared library must need only libc, and `cc` must link a C program with all of the static library, which must run.
+Then builds the shared library without unwind tables and runs the tests of cancelled waits of the program OS_TEST with it:
+the functions that wait must have kept their tables.
 Prints one line for each build. The exit status is 1 after a fault, 77 if there is no compiler.
 """
 
@@ -88,13 +90,27 @@ def default_type_is_release(source, work):
     return found == "Release"
 
 
+def waits_keep_their_tables(source, work, os_test):
+    build = work / "without-tables"
+    run("cmake", "-G", "Ninja", "-S", source, "-B", build, "-DTARN_UNWIND_TABLES=OFF")
+    run("cmake", "--build", build, "--target", "tarn")
+    environment = {**os.environ, "LD_LIBRARY_PATH": str(build), "TARN_TEST_ONLY": "CancelledIn",
+                   "TARN_TEST_FORK": str(build / "results")}
+    status = subprocess.run([os_test], env=environment, stdout=subprocess.DEVNULL, check=False).returncode
+    results = (build / "results").read_text().splitlines()
+    passed = sum(line.startswith("passed ") for line in results)
+    print(f"without unwind tables: {passed} waits can be cancelled", flush=True)
+    return status == 0 and passed > 0 and passed == len(results) - 1  # the last line has the number of tests
+
+
 def main():
-    source, work = (pathlib.Path(argument).resolve() for argument in sys.argv[1:3])
+    source, work, os_test = (pathlib.Path(argument).resolve() for argument in sys.argv[1:4])
     compilers = [compiler for compiler in COMPILERS if shutil.which(compiler[1]) and shutil.which(compiler[2])]
     if not compilers:
         print("skipped: neither GCC nor Clang")
         return 77
     is_good = default_type_is_release(source, work)
+    is_good &= waits_keep_their_tables(source, work, os_test)
     with concurrent.futures.ThreadPoolExecutor() as pool:
         builds = list(pool.map(lambda compiler: configure(source, work, *compiler), compilers))
     for build, (name, c_compiler, _) in zip(builds, compilers):
