@@ -3,8 +3,9 @@
 # The libraries of the command-line programs: CLI11 and nlohmann-json. Both consist of headers only, so a cross build
 # uses this machine's. A separate folder links to them, because the headers beside them are not for another processor.
 #
-#   tool_include  the folder
-#   tool_missing  the list of libraries that were not found
+#   tool_include      the folder
+#   tool_missing      the list of libraries that were not found
+#   tool_big_headers  compile options of the files that include one of them
 #
 # ON is an error if the programs cannot be built. AUTO builds those that can be built.
 
@@ -38,3 +39,10 @@ endif()
 # The installed programs find the library of their own installation, even after it is moved.
 cmake_path(RELATIVE_PATH CMAKE_INSTALL_FULL_LIBDIR BASE_DIRECTORY ${CMAKE_INSTALL_FULL_BINDIR}
            OUTPUT_VARIABLE tool_library_path)
+
+# For the few files that include CLI11 or nlohmann-json. Optimisation, more debug information than lines, and the checks of
+# the undefined-behaviour sanitizer would each take most of the compile time: a command line is read once and JSON rarely.
+set(tool_big_headers -Og -g1)
+if(TARN_SANITIZE MATCHES "undefined")
+  list(APPEND tool_big_headers -fno-sanitize=undefined)
+endif()
