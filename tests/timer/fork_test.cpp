@@ -36,8 +36,6 @@ int in_child(int (*function)()) {
   return WEXITSTATUS(status);
 }
 
-int g_own_threads;  // of a child without the service: one, and more where an emulator has some of its own
-
 enum { kAsDocumented = 0, kNotRunning, kNoTimer, kThreadsInTheChild };
 
 // Whether the state in a child is as the header describes it.
@@ -45,14 +43,15 @@ int look_around() {
   if (timer_initialized != 1) return kNotRunning;
   int never = 0;
   if (mu_timer_add(10, count, &never) == 0) return kNoTimer;  // accepted
-  return number_of_threads() == g_own_threads ? kAsDocumented : kThreadsInTheChild;
+  return number_of_threads() == 1 ? kAsDocumented : kThreadsInTheChild;
 }
 
 }  // namespace
 
 TEST(TimerFork, LeavesTheChildARunningServiceWithoutAThread) {
-  g_own_threads = in_child(number_of_threads);
-  ASSERT_GE(g_own_threads, 1);
+#if defined(TARN_EMULATED)
+  GTEST_SKIP() << "in the emulator the child of a process with threads hangs";
+#endif
   VirtualClock clock;
   int runs = 0;
   ASSERT_NE(mu_circle_timer_add(10, count, &runs), 0u);
