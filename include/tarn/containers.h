@@ -143,7 +143,7 @@ typedef struct mu_lst_node {
   struct mu_lst_node *next; /**< Null at the tail. */
 } mu_lst_node;
 
-/** A list. Deliberate: the tail comes first, in the order of a node's links. */
+/** A list. Deliberate: the tail comes before the head, as `prev` comes before `next` in a node. */
 typedef struct mu_lst {
   mu_lst_node *last;  /**< The tail; null when empty. */
   mu_lst_node *first; /**< The head; null when empty. */
@@ -170,7 +170,7 @@ TARN_API void mu_lst_insert(mu_lst *list, mu_lst_node *after, mu_lst_node *node)
 TARN_API void mu_lst_add(mu_lst *list, mu_lst_node *node);
 
 /**
- * Unlinks `node`. It must be on `list`; this is not checked, and otherwise the behaviour is undefined. The node's own
+ * Unlinks `node`. It must be on `list`; if it is not, the behaviour is undefined; this is not checked. The node's own
  * links do not change, so a walk may delete its current node and continue from it.
  */
 TARN_API void mu_lst_delete(mu_lst *list, mu_lst_node *node);
@@ -257,8 +257,8 @@ TARN_API mu_status_t mu_hash_destroy(mu_hash *table);
 TARN_API mu_status_t mu_hash_add(mu_hash *table, mu_lst_node *node);
 
 /**
- * Unlinks `node`. It must be in the table, in the bucket that the bucket function returns now. This is not checked;
- * otherwise the behaviour is undefined. The node's own links do not change.
+ * Unlinks `node`. It must be in the table, in the bucket that the bucket function returns now; if it is not, the
+ * behaviour is undefined; this is not checked. The node's own links do not change.
  *
  * @retval 0   Deleted.
  * @retval -1  As mu_hash_add.

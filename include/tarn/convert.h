@@ -151,7 +151,7 @@ TARN_API mu_status_t mu_ip2str(char *dst, uint32_t ip);
  * @param[in]  s     Not null.
  * @param[out] addr  Not null. The address in network order; written on success only.
  * @retval 0  Parsed.
- * @retval 1  The text is not such an address; for example it has a ninth group, or a "::" in place of no group.
+ * @retval 1  The text is not such an address; for example it has a ninth group, or a "::" that replaces no group.
  */
 TARN_API mu_status_t mu_str2ipv6(const char *s, uint8_t addr[MU_IPV6_BYTES]);
 

@@ -9,15 +9,16 @@
  * Holds for the whole header:
  * - All buffers are the caller's, are byte arrays of any alignment, and must not be null. Only the tag length of
  *   aes128_cmac_compute is checked.
- * - Buffers do not overlap unless a function says which may be the same.
+ * - Buffers must not overlap unless a function says which may be the same.
  * - A block has the byte order of FIPS 197: byte i is row i mod 4, column i div 4 of the state.
  * - Thread-safe: nothing is allocated or locked. Only one thing is kept between calls: which of two paths this
  *   processor takes.
  * - Only aes128_cmac_compute (for a bad tag length) and the print functions print: to standard output, through libc's
  *   printf and putchar.
- * - Wiped: after a call that uses a key, the stack holds no round keys, subkeys or intermediate values; nor, on x86-64
- *   and 64-bit Arm, do the registers that a call may change. On other processors only the stack is wiped. The caller
- *   wipes its own buffers. Link a program that contains the library statically with -Wl,-z,now: docs/crypto.md.
+ * - Wiped: after a call that uses a key, the stack holds no round keys, subkeys or intermediate values. On x86-64 and
+ *   64-bit Arm, the registers that a call may change do not hold them either. On other processors only the stack is
+ *   wiped. The caller wipes its own buffers. Link a program that contains the library statically with -Wl,-z,now:
+ *   docs/crypto.md.
  *
  * There are two paths with the same results. One uses the processor's AES instructions (x86-64: AES-NI; 64-bit Arm: the
  * Cryptography Extensions); on processors without them the portable path is used. On both, neither the executed

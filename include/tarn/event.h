@@ -79,7 +79,8 @@ enum mu_event_op {
   MU_EVENT_OP_COUNTER_CLEAR = 1,     /**< Sets `op`, `type`. */
   MU_EVENT_OP_COUNTER_CLEAR_ALL = 2, /**< Sets `op`. */
   MU_EVENT_OP_SET = 3,               /**< Sets `op`, `type` and the configuration. */
-  MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type`, the caller's configuration; reads the last back. */
+  MU_EVENT_OP_GET = 4,               /**< Sets `op`, `type`, the caller's configuration; reads the configuration
+                                          back. */
   MU_EVENT_OP_DUMP = 5               /**< Sets `op`, and `type` and the device id to 0. */
 };
 
@@ -252,7 +253,7 @@ TARN_API mu_status_t mu_event_suprs_attach(int type, mu_event_suprs_cb_t release
  * @param[in]  clear      Not 0: sets the count to 0 after reading.
  * @retval 0   Read by the configuration handler.
  * @retval -1  `type` is out of range (unsigned). Deliberate: also when the value was read from the table. Without a
- *             configuration handler, -1 does not mean that `*count` has no value.
+ *             configuration handler, `*count` is valid although the result is -1, if `type` is in range.
  */
 TARN_API mu_status_t mu_event_counter_get(uint16_t device_id, uint32_t type, uint32_t *count, uint32_t clear);
 
@@ -310,8 +311,9 @@ TARN_API void mu_event_dump(void);
  * `release_cb`; for a type that is not suppressed, it begins a new window.
  *
  * Deliberate: the poll that ends a suppression does not begin a new window. An occurrence before the next poll begins
- * suppression again; if there is none, the next poll begins the new window. In a steady stream, release and suppression
- * alternate with every poll, and nothing is delivered until one whole interval passes without an occurrence.
+ * suppression again; if there is none, the next poll begins the new window. In a steady stream, each poll ends the
+ * suppression, and the next occurrence begins it again; nothing is delivered until one whole interval passes without an
+ * occurrence.
  */
 TARN_API void mu_event_poll(void);
 

@@ -121,7 +121,7 @@ typedef struct mup_log_ctrl {
   mu_mutex_t mutex;                      /**< The log mutex. */
   int32_t sock;                          /**< UDP socket; if it could not be made, negative, and nothing is sent. */
   mup_log_module *modules;               /**< The modules, by id. */
-  uint32_t server_ip;                    /**< The collector's IPv4 address in host byte order, first octet on top. */
+  uint32_t server_ip;                    /**< The collector's IPv4 address, first octet in the most significant byte. */
   mup_log_level_hook level_hook;         /**< Called after mup_log_level_set; initially null. */
   mup_log_rec sys_ring[MUP_LOG_SYS_NUM]; /**< Messages of the modules 0 to 15. */
   mup_log_rec usr_ring[MUP_LOG_USR_NUM]; /**< Messages of the modules 16 and above. */
@@ -311,7 +311,8 @@ TARN_API mu_status_t mup_log_usr_clean(void);
  * the process last set). Lines that are not records, such as those of the description, are copied unchanged. Lines are
  * read in pieces of at most 319 bytes. The log mutex is held during the copy.
  *
- * @param[in] out_path     The copy; overwritten. Created empty when only the log file cannot be opened.
+ * @param[in] out_path     The copy; overwritten. If the copy can be opened but the log file cannot, an empty copy is
+ *                         created.
  * @param[in] which        0: the system log; any other value: the user log.
  * @param[in] module       Null for every record, else a module's name of at most 32 characters: only records whose line
  *                         contains "]NAME:" are copied.

@@ -64,7 +64,7 @@ TARN_API void OS_MUTEX_DESTROY(mu_mutex_t mutex);
  * Creates an unnamed counting semaphore, private to the process.
  *
  * @param[in] count  The initial count. The system refuses a count above SEM_VALUE_MAX (2147483647). This is not
- *                   reported, and the handle may then only be destroyed.
+ *                   reported; then nothing may be done with the handle except destroying it.
  * @return The new semaphore, or null when memory runs out.
  */
 TARN_API mu_sem_t OS_SEM_CREATE(uint32_t count);
@@ -145,8 +145,8 @@ TARN_API long OS_CURRENT_THREAD(void);
  * @param[in]  name        Not used: the thread gets no name.
  * @param[in]  entry       The thread's body. It must not throw.
  * @param[in]  arg         Passed to `entry`.
- * @param[in]  stack_size  Requested bytes of stack; for less than 8192, 8192 are requested. If the system rejects the
- *                         size (below its minimum: 16384 on x86-64, 131072 on 64-bit Arm), its default applies.
+ * @param[in]  stack_size  Requested bytes of stack; a value below 8192 counts as 8192. If the system rejects the size
+ *                         (below its minimum: 16384 on x86-64, 131072 on 64-bit Arm), its default applies.
  * @param[in]  priority    Not used.
  * @param[in]  flags       Not used; pass 0.
  * @retval 0   The thread runs.
@@ -224,7 +224,7 @@ TARN_API long OS_FILE_CLOSE(int file);
 TARN_API long OS_FILE_READ(int file, void *buffer, int length);
 
 /**
- * Writes up to `length` bytes from `buffer`; a negative length as in OS_FILE_READ.
+ * Writes up to `length` bytes from `buffer`. The system rejects a negative length, as in OS_FILE_READ.
  *
  * @return The result of write(2): the bytes written, or -1.
  */

@@ -4,7 +4,7 @@
 /**
  * @file
  * The platform services: wrappers of the OS layer for the rest of the library and for applications. Each calls one
- * function of os.h and converts its result to a status of the library. Units, rules for null handles and limits are
+ * function of os.h and converts its result to a status of the library. Units, limits and the rules for null handles are
  * those of os.h.
  *
  * Holds for the whole header:

@@ -24,8 +24,8 @@
  *   writes a blank one before it compares sizes.
  * - Pass `max_size` = the buffer's size - 16. An append compares only the record area with `max_size`, so an image may
  *   end up to 16 bytes after it.
- * - Before a check or a write without a successful tlv_load, make sure that the buffer holds the 16 bytes of a header
- *   and the `cfg_len` bytes after it: all calls trust that number, and only tlv_load compares it with a size.
+ * - If no tlv_load has succeeded, make sure before each check and each write that the buffer holds the 16 bytes of a
+ *   header and the `cfg_len` bytes after it: all calls trust that number, and only tlv_load compares it with a size.
  * - Do not write to a duplicate beyond its image's size: its buffer holds only the image that was copied, although its
  *   `max_size` is the source's.
  * - Do not change a buffer field's `max_len` in place: build a new image. See tlv_write_buffer.
@@ -184,13 +184,22 @@ TARN_API int32_t tlv_load(tlv_inst *inst);
  * The output is written on success only.
  */
 
-/** Reads a field of one byte; else: "\r\n Attempt to read a cfg which length is %d into a char(type = %d).", -1. */
+/**
+ * Reads a field of one byte; for a longer field it prints
+ * "\r\n Attempt to read a cfg which length is %d into a char(type = %d)." and returns -1.
+ */
 TARN_API int32_t tlv_read_char(const tlv_inst *inst, uint16_t type, uint8_t *out);
 
-/** Reads a field of two bytes; else: "\r\n Attempt to read a cfg which length is %d into a short(type = %d )", -1. */
+/**
+ * Reads a field of two bytes; for a field of another size it prints
+ * "\r\n Attempt to read a cfg which length is %d into a short(type = %d )" and returns -1.
+ */
 TARN_API int32_t tlv_read_short(const tlv_inst *inst, uint16_t type, uint16_t *out);
 
-/** Reads a field of four bytes; else: "\r\n Attempt to read a cfg which length is %d into a int(type = %d ).", -1. */
+/**
+ * Reads a field of four bytes; for a field of another size it prints
+ * "\r\n Attempt to read a cfg which length is %d into a int(type = %d )." and returns -1.
+ */
 TARN_API int32_t tlv_read_int(const tlv_inst *inst, uint16_t type, uint32_t *out);
 
 /**

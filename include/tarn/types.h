@@ -23,7 +23,9 @@
 /** Marks what libtarn exports; everything else is hidden. */
 #define TARN_API __attribute__((visibility("default")))
 
-/** Lets the compiler check a printf-style call: `fmt` and `args` count the function's arguments from 1. */
+/**
+ * Lets the compiler check a printf-style call: `fmt` and `args` are positions in the argument list, counted from 1.
+ */
 #define TARN_PRINTF(fmt, args) __attribute__((format(printf, fmt, args)))
 
 /** Checks a condition at compile time. Before C11 and C++11 there is no such check, and nothing is checked. */
