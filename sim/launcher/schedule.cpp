@@ -34,7 +34,7 @@ void Schedule::place(Active active) {
   active_.insert(next, std::move(active));
 }
 
-// An `await` is reached when the line before it is due.
+// An `await` is reached when the previous line is due.
 void Schedule::end_await(std::uint64_t now, const Readiness &ready) {
   while (next_line_ < lines_.size() && now >= await_from_) {
     awaits_ = !(lines_[next_line_].awaited == Awaited::kChannel ? ready.channel : ready.settings);

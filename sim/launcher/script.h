@@ -3,9 +3,9 @@
 
 // Scripts: each line is a command and its time.
 //
-// `at TIME` counts from the start or from the last `await`, `after TIME` from when the line before is due. A line
-// without a time is due with the line before it. `every TIME` repeats: its first command is due with the line before
-// it, and the next line counts from there. All times are in ticks of 10 ms.
+// `at TIME` counts from the start or from the last `await`, `after TIME` from the time at which the previous line
+// is due. A line without a time is due with the previous line. `every TIME` repeats: its first command is due with the
+// previous line, and the next line counts from there. All times are in ticks of 10 ms.
 #ifndef TARN_SIM_LAUNCHER_SCRIPT_H
 #define TARN_SIM_LAUNCHER_SCRIPT_H
 

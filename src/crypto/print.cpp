@@ -4,7 +4,8 @@
 // Bytes in hexadecimal on standard output.
 //
 // Each byte, blank and line feed is a separate call of printf or putchar: programs that interpose these functions rely
-// on that. Standard output decides when the text is shown, and a failure could not be reported.
+// on that. The buffering of standard output decides when the text appears. The functions have no result, so they ignore
+// failures.
 
 #include <cstdio>
 

@@ -13,7 +13,8 @@
 
 namespace tarn::event {
 
-// Works for any descriptor number. FD_SET stops at FD_SETSIZE, and must not end a daemon that has many files open.
+// Works for any descriptor number. FD_SET works only below FD_SETSIZE and may abort above it; a daemon with many open
+// files must not end because of that.
 class ReadSet {
  public:
   explicit ReadSet(int fd) : fd_(fd) {

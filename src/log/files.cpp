@@ -26,7 +26,7 @@ mu_timer_cb_t save_callback() {
 }  // namespace
 
 mu_status_t mup_log_usr_init(uint16_t module_num, const char *names) {
-  (void)mup_log_init(0, module_num, names);  // reports its own failure; the files are made anyway
+  (void)mup_log_init(0, module_num, names);  // it prints its own failure; the files are created even then
   store_relaxed(control.level_hook, &mup_log_kern_level_set);
   if (!load_files()) {
     mu_printf("Log Malloc fail \n");

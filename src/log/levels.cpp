@@ -58,7 +58,8 @@ void enable_modules(u8 first, u8 last, bool on) {
   if (!is_inited()) return;
   ScopedLock lock(control.mutex);
   for (u8 id = first; id <= last && id < control.module_num; id++) {
-    // By its name: that calls the level hook. Of two modules with the same name the first is changed.
+    // Set through mup_log_level_set, by the name, so that the level hook is called. Of two modules with the same name
+    // the first is changed.
     (void)mup_log_level_set(0, control.modules[id].name, MUP_LOG_SET_ENABLE, on);
   }
 }

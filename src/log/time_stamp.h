@@ -14,7 +14,7 @@ namespace tarn::log {
 
 constexpr size_t kStampLength = sizeof "YYYY-MM-DD hh:mm:ss" - 1;
 
-// Room for the time of any time_t, whose years have up to ten digits and a sign.
+// Room for the text of any time_t; its year has up to ten digits and a sign.
 constexpr size_t kStampSize = 32;
 
 // Whether the 5th and the 8th character are the dashes of a date. A shorter line does not have them.

@@ -11,7 +11,7 @@ namespace {
 
 void OS_DELAY_INTERNAL(uint32_t us) {
   timeval timeout = {us / 1000000, us % 1000000};
-  (void)select(1, nullptr, nullptr, nullptr, &timeout);  // a signal ends the delay early: the rest is not slept
+  (void)select(1, nullptr, nullptr, nullptr, &timeout);  // a signal ends it early; the remaining time is not waited
 }
 
 }  // namespace

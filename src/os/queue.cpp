@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr size_t kNameSize = 128;  // of the system's name, with its "/" and NUL
+constexpr size_t kNameSize = 128;  // bytes of the name in the system, including the "/" and the NUL
 constexpr mode_t kMode = 0770;
 constexpr unsigned kPriority = 0;
 

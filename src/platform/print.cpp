@@ -15,6 +15,6 @@ void mu_printf(const char *format, ...) {
   va_start(args, format);
   (void)vsnprintf(text, sizeof text, format, args);
   va_end(args);
-  // Standard output decides when the text is shown, and a failure could not be reported.
+  // The buffering of standard output decides when the text appears. The function has no result, so it ignores failures.
   (void)printf("%s", text);
 }

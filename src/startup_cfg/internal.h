@@ -60,8 +60,8 @@ void save(const tlv_inst &inst, u32 size);
 // Writes the head of a record after the `size` bytes of the record area. The value area comes next.
 tlv_field *put_field_head(u8 *image, u32 size, u16 type, u16 max_len);
 
-// Makes a record that was written after the record area part of the image: indexes, seals, saves. `size` is the new
-// size of the record area.
+// Adds to the image a record that was already written directly after the record area: indexes, seals, saves. `size` is
+// the new size of the record area.
 void finish_append(tlv_inst &inst, u32 size);
 
 }  // namespace tarn::cfg

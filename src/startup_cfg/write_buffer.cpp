@@ -50,7 +50,7 @@ bool move_tail(const tlv_inst &inst, tlv_field *field, u32 size, u32 max_len) {
   const u32 old_len = max_len_of(*field);
   const u8 *old_end = value_of(field) + old_len;
   const auto before_tail = static_cast<u32>(old_end - records_of(inst.base));
-  // Deliberate: modulo 65536, so only that many bytes of a longer tail move. Held by
+  // Deliberate: the size is cut to 16 bits, so of a longer tail only (size modulo 65536) bytes move. Held by
   // TlvResizeLarge.MovesOnlyTheRestModulo64KiBOfALongerTail.
   const auto tail_size = static_cast<u16>(size - before_tail);
   if (tail_size == 0) return true;

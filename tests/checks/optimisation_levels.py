@@ -7,8 +7,8 @@
 
 Code that a compiler inlines at one level may be a call into the C++ run-time library at another. At each level the
 shared library must need only libc, and `cc` must link a C program with all of the static library, which must run.
-Then builds the shared library without unwind tables and runs the tests of cancelled waits of the program OS_TEST with it:
-the functions that wait must have kept their tables.
+Then it builds the shared library without unwind tables and runs with it those tests of OS_TEST that cancel a waiting
+thread: the functions that wait must have kept their tables.
 Prints one line for each build. The exit status is 1 after a fault, 77 if there is no compiler.
 """
 

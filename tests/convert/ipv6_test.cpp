@@ -101,7 +101,7 @@ TEST_F(Str2Ipv6, RefusesAndLeavesTheOutputUntouched) {
       "::1.2.3.4294967300", "::1.2.3.18446744073709551620",
       // An octet with a leading zero.
       "::01.2.3.4", "::1.02.3.4", "::1.2.3.01", "::1.2.3.04", "::1.2.00.4", "::00.0.0.0", "::0.0.0.00", "::1.2.3.000",
-      // An octet with another character than decimal digits.
+      // An octet with a character that is not a decimal digit.
       "::a.2.3.4", "::1a.2.3.4", "::1f.2.3.4", "::1.a.3.4", "::1.2.3.a", "::ff.2.3.4", "::1. 2.3.4", "::1.2.3.-4",
       "::1.-2.3.4", "::1.+2.3.4", "::1.0x2.3.4",
       // A quad without room for four bytes.

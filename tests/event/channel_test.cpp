@@ -209,7 +209,7 @@ TEST_F(PlatEventInit, LooksAtTheFlagNotAtTheRegistry) {
   EXPECT_EQ(console_.take(), kReady);
 }
 
-// The way of an event, from the start to a subscriber.
+// The path of an event, from the start to a subscriber.
 TEST_F(PlatEventInit, LeadsADatagramToASubscriber) {
   const Kernel kernel;
   mup_plat_event_init();

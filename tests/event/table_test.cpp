@@ -57,7 +57,7 @@ TEST(EventDump, ShowsTheSettingsAndTheStateOfSuppression) {
 // A number that is wider than its column is printed whole.
 TEST(EventDump, PrintsNumbersSignedAndInFull) {
   const Registry registry(3);
-  configure(0, 1, 3000000000, UINT32_MAX);  // kept as 429496729, times 10 is 2^32 - 6
+  configure(0, 1, 3000000000, UINT32_MAX);  // stored as 429496729; 10 times that is 2^32 - 6
   rec(0).count = UINT32_MAX;
   rec(0).suprs_cnt = 0x80000000;
   rec(1).count = 0x80000000;

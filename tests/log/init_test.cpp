@@ -20,7 +20,7 @@ namespace {
 using LogInit = Log;
 using LogBeforeInit = LogFiles;
 
-constexpr uint32_t kDefaultServer = 0xC0A801FE;  // 192.168.1.254, first octet on top
+constexpr uint32_t kDefaultServer = 0xC0A801FE;  // 192.168.1.254, first octet in the most significant byte
 constexpr size_t kBeforeHeader = offsetof(mup_log_ctrl, usr_header);
 
 mu_status_t try_init(unsigned modules) {

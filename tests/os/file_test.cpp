@@ -133,7 +133,8 @@ TEST_F(OsFile, WriteGivesTheCount) {
   EXPECT_EQ(content(name), std::string("abc\0def", 7));
 }
 
-// Widened with its sign, a negative length is far above any file size; as 32 bits it would read the ten bytes.
+// A negative length is sign-extended to 64 bits and is then above any file size. If it were taken as unsigned 32 bits,
+// the read would return the ten bytes.
 TEST_F(OsFile, NegativeLengthsAreRejectedByTheSystem) {
   const Quiet quiet;
   const std::string name = make("ten", "0123456789");
@@ -321,7 +322,7 @@ TEST_F(OsFile, CopyDoesNotDetectWriteErrors) {
   EXPECT_EQ(OS_FILE_CP("/dev/full", source.c_str()), 0);
 }
 
-// Opened for writing after it was opened for reading, it is empty when the copy begins.
+// The file is opened for reading, then for writing, which truncates it: it is empty when the copy begins.
 TEST_F(OsFile, AFileCopiedToItselfIsEmptied) {
   const std::string file = make("file", "lost");
   EXPECT_EQ(OS_FILE_CP(file.c_str(), file.c_str()), 0);

@@ -40,7 +40,7 @@ gatewayd_command = []
 def command(args, root, copies=()):
   """The command line and the changes of the environment that run gatewayd on the shim, its files below `root`.
 
-  With `copies`, those of gatewayd, the shim and the library are run.
+  If `copies` is given, these three copies (gatewayd, shim, library) are used.
   """
   # The address sanitizer refuses a library that is preloaded before its own.
   env = {'TARN_SIM_ROOT': root, 'TSAN_OPTIONS': 'atexit_sleep_ms=0:' + os.environ.get('TSAN_OPTIONS', ''),
@@ -51,7 +51,7 @@ def command(args, root, copies=()):
     program, shim, library = copies
     env['LD_LIBRARY_PATH'] = os.path.dirname(library)
   preload = 'LD_PRELOAD=' + shim
-  # Only the program itself loads the shim: Python's own helpers, such as unshare, need not.
+  # Only the program itself loads the shim: helper programs, such as unshare, do not need it.
   start = emulator + ['-E', preload] if emulator else ['env', preload]
   return start + [program] + args, env
 
@@ -79,7 +79,7 @@ class Daemon:
                          % (pattern, self.output, self.process.stderr.read().decode()))
 
   def wait_until_printed(self, text):
-    """Reads until it has printed the text, now or earlier: the order of its threads' output is not fixed."""
+    """Reads until gatewayd has printed the text, now or earlier: the order of its threads' output is not fixed."""
     if text not in self.output:
       self.wait_for(re.escape(text))
 
