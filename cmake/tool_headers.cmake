@@ -46,3 +46,7 @@ set(tool_big_headers -Og -g1)
 if(TARN_SANITIZE MATCHES "undefined")
   list(APPEND tool_big_headers -fno-sanitize=undefined)
 endif()
+
+# Their own headers and the standard library's take most of the time that the programs' other files need. The files of a
+# program are therefore compiled as one; OFF is for tools that look at each file.
+option(TARN_BUILD_TOGETHER "Compile the files of a command-line program together" ON)

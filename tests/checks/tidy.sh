@@ -7,7 +7,7 @@
 
 need clang-tidy clang++
 # Without precompiled headers, and each file by itself: that is what clang-tidy reads.
-cmake --preset clang -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DTARN_TEST_BATCH=1
+cmake --preset clang -B build/tidy -DCMAKE_DISABLE_PRECOMPILE_HEADERS=ON -DTARN_TEST_BATCH=1 -DTARN_BUILD_TOGETHER=OFF
 mapfile -t sources < <(sed -n "s|^ *\"file\": \"$PWD/\(.*\)\".*|\1|p" build/tidy/compile_commands.json |
   sort -u | grep "$@")
 printf '%s\0' "${sources[@]}" | xargs -0 -n 1 -P "$(nproc)" clang-tidy -p build/tidy --quiet

@@ -19,7 +19,7 @@ namespace tarn_tools::cfg {
 
 namespace {
 
-constexpr size_t kLeastPadding = 1;
+constexpr size_t kLeastFill = 1;
 
 }  // namespace
 
@@ -49,7 +49,7 @@ void require_room(const std::string &path, size_t size, size_t room) {
 Bytes put_in_file(const std::string &path, View file, size_t old_size, View image, size_t room) {
   const Tail old = tail_after(file, old_size);
   room = std::min<size_t>(room, kMaxFileSize);
-  if (old.size != 0) room = std::min(room, old.fill ? file.size() - kLeastPadding : old_size);
+  if (old.size != 0) room = std::min(room, old.fill ? file.size() - kLeastFill : old_size);
   require_room(path, image.size(), room);
   if (old.size == 0) return {image.begin(), image.end()};
   Bytes bytes(file.begin(), file.end());
