@@ -16,7 +16,7 @@ import sys
 import time
 import traceback
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[2] / "tests/support"))
+sys.path.append(str(pathlib.Path(__file__).resolve().parents[2] / "tests/support"))
 import cuts  # noqa: E402
 import demo  # noqa: E402
 import image  # noqa: E402
