@@ -32,6 +32,18 @@ bool all_bytes_are(const void *memory, size_t size, uint8_t value) {
   return std::all_of(bytes, bytes + size, [value](uint8_t byte) { return byte == value; });
 }
 
+// The fields that every start sets.
+void expect_fresh_start(const mup_log_ctrl &ctrl, unsigned modules) {
+  EXPECT_EQ(ctrl.inited, 1);
+  EXPECT_EQ(ctrl.module_num, modules);
+  EXPECT_EQ(ctrl.dirty, 0);
+  EXPECT_EQ(ctrl.remote_mode, 0);
+  EXPECT_EQ(ctrl.sys_idx, 0u);
+  EXPECT_EQ(ctrl.usr_idx, 0u);
+  EXPECT_EQ(ctrl.server_ip, kDefaultServer);
+  EXPECT_EQ(ctrl.level_hook, nullptr);
+}
+
 // Holds the memory that the next init abandons, so that it is not a leak.
 void keep_reachable(const mup_log_ctrl &ctrl) {
   [[maybe_unused]] static const void *volatile abandoned[16];
@@ -113,17 +125,10 @@ TEST_F(LogInit, SetsEveryFieldAndKeepsTheUserHeader) {
   ASSERT_EQ(try_init(22), 0);
   EXPECT_EQ(console.take(), "");
 
-  EXPECT_EQ(ctrl->inited, 1);
-  EXPECT_EQ(ctrl->module_num, 22);
-  EXPECT_EQ(ctrl->dirty, 0);
-  EXPECT_EQ(ctrl->remote_mode, 0);
-  EXPECT_EQ(ctrl->sys_idx, 0u);
-  EXPECT_EQ(ctrl->usr_idx, 0u);
+  expect_fresh_start(*ctrl, 22);
   EXPECT_NE(ctrl->mutex, nullptr);
   EXPECT_GE(ctrl->sock, 0);
   EXPECT_NE(ctrl->modules, nullptr);
-  EXPECT_EQ(ctrl->server_ip, kDefaultServer);
-  EXPECT_EQ(ctrl->level_hook, nullptr);
   EXPECT_TRUE(all_bytes_are(ctrl->sys_ring, sizeof ctrl->sys_ring, 0));
   EXPECT_TRUE(all_bytes_are(ctrl->usr_ring, sizeof ctrl->usr_ring, 0));
   EXPECT_STREQ(ctrl->sys_path, "/overlay/mu_log.txt");
@@ -331,14 +336,7 @@ TEST_F(LogInit, ASecondCallStartsAfreshAndFreesNothing) {
   EXPECT_NE(fcntl(first_sock, F_GETFD), -1);
   EXPECT_NE(ctrl->sock, first_sock);
 
-  EXPECT_EQ(ctrl->inited, 1);
-  EXPECT_EQ(ctrl->module_num, 30);
-  EXPECT_EQ(ctrl->dirty, 0);
-  EXPECT_EQ(ctrl->remote_mode, 0);
-  EXPECT_EQ(ctrl->sys_idx, 0u);
-  EXPECT_EQ(ctrl->usr_idx, 0u);
-  EXPECT_EQ(ctrl->server_ip, kDefaultServer);
-  EXPECT_EQ(ctrl->level_hook, nullptr);
+  expect_fresh_start(*ctrl, 30);
   EXPECT_STREQ(ctrl->modules[0].name, "mx");
   EXPECT_EQ(ctrl->modules[0].record_level, 4);
   EXPECT_TRUE(all_bytes_are(ctrl->sys_ring, sizeof ctrl->sys_ring, 0));

@@ -265,27 +265,30 @@ TEST_F(LogMsg, AMessageAddsItsDirtyBitToTheOthers) {
   EXPECT_EQ(ctrl->dirty, 0x83);
 }
 
-TEST_F(LogMsg, TheSystemRingKeepsTheLast1024Messages) {
-  for (int count = 1; count <= 2 * 1024 + 3; count++) {
-    log_numbers(0, count - 1, count);
-    ASSERT_EQ(ctrl->sys_idx, static_cast<uint32_t>(count) % 1024);
-    ASSERT_EQ("N " + std::to_string(count - 1), ctrl->sys_ring[(count - 1) % 1024].text);
+// Fills a ring twice through a module whose messages go there. The other ring stays empty.
+template <size_t kSize, size_t kOtherSize>
+void expect_latest_are_kept(uint8_t module, const mup_log_rec (&ring)[kSize], const uint32_t &next,
+                            const mup_log_rec (&other)[kOtherSize], const uint32_t &other_next) {
+  constexpr int kCount = kSize;
+  for (int count = 1; count <= 2 * kCount + 3; count++) {
+    log_numbers(module, count - 1, count);
+    ASSERT_EQ(next, static_cast<uint32_t>(count % kCount));
+    ASSERT_EQ("N " + std::to_string(count - 1), ring[(count - 1) % kCount].text);
     // The slot that comes next holds the oldest message, once the ring is full.
-    ASSERT_EQ(count < 1024 ? "" : "N " + std::to_string(count - 1024), ctrl->sys_ring[count % 1024].text);
+    ASSERT_EQ(count < kCount ? "" : "N " + std::to_string(count - kCount), ring[count % kCount].text);
   }
-  EXPECT_EQ(ctrl->usr_idx, 0u);
-  for (const mup_log_rec &record : ctrl->usr_ring) ASSERT_STREQ(record.text, "");
+  EXPECT_EQ(other_next, 0u);
+  for (const mup_log_rec &record : other) ASSERT_STREQ(record.text, "");
+}
+
+TEST_F(LogMsg, TheSystemRingKeepsTheLast1024Messages) {
+  static_assert(std::extent_v<decltype(mup_log_ctrl::sys_ring)> == 1024);
+  expect_latest_are_kept(0, ctrl->sys_ring, ctrl->sys_idx, ctrl->usr_ring, ctrl->usr_idx);
 }
 
 TEST_F(LogMsg, TheUserRingKeepsTheLast512Messages) {
-  for (int count = 1; count <= 2 * 512 + 3; count++) {
-    log_numbers(16, count - 1, count);
-    ASSERT_EQ(ctrl->usr_idx, static_cast<uint32_t>(count) % 512);
-    ASSERT_EQ("N " + std::to_string(count - 1), ctrl->usr_ring[(count - 1) % 512].text);
-    ASSERT_EQ(count < 512 ? "" : "N " + std::to_string(count - 512), ctrl->usr_ring[count % 512].text);
-  }
-  EXPECT_EQ(ctrl->sys_idx, 0u);
-  for (const mup_log_rec &record : ctrl->sys_ring) ASSERT_STREQ(record.text, "");
+  static_assert(std::extent_v<decltype(mup_log_ctrl::usr_ring)> == 512);
+  expect_latest_are_kept(16, ctrl->usr_ring, ctrl->usr_idx, ctrl->sys_ring, ctrl->sys_idx);
 }
 
 TEST_F(LogMsg, BothRingsWrapSideBySide) {
