@@ -116,11 +116,12 @@ def public_fault(header_name, header, quoted):
     return None if header in PUBLIC_HEADERS[header_name] else "not in the list of this public header"
 
 
+# The folders that use the library from outside, and the paths in their quoted includes: no header of src/.
+OUTSIDERS = {"sim": ("sim/", "tarn/"), "examples": ("examples/", "tarn/"), "tools": ("tools/", "common/", "tarn/")}
+
+
 def outsider_fault(folder, header, quoted):
-    """sim/, examples/ and tools/ use the library from outside: none of them includes a header of src/."""
-    if not quoted or header.startswith((folder + "/", "common/" if folder == "tools" else folder + "/")) or "/" not in header:
-        return None
-    if header.startswith("tarn/"):
+    if not quoted or "/" not in header or header.startswith(OUTSIDERS[folder]):
         return None
     return "not for " + folder
 
@@ -148,7 +149,7 @@ def faults(root):
             fault = public_fault(file.name, header, quoted)
             if fault:
                 yield f"{file.relative_to(root)}:{line}: {header}: {fault}"
-    for folder in ("sim", "examples", "tools"):
+    for folder in OUTSIDERS:
         for file in sources(root / folder):
             for line, header, quoted in includes(file):
                 fault = outsider_fault(folder, header, quoted)
